@@ -1,0 +1,157 @@
+// The process-wide worker pool behind parallel_range.
+#include "core/parallel.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <exception>
+#include <list>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "kiv.h"
+
+namespace kivcore {
+namespace {
+
+std::atomic<int> g_thread_cap{0};  // 0 = all cores
+thread_local bool t_inside_body = false;
+
+// One call of parallel_range. Lives on the caller's stack; the caller leaves only when no
+// worker holds it any more.
+struct Job {
+    RangeFn fn;
+    void* ctx;
+    int last;
+    int chunk;
+    std::atomic<long long> next;  // next index to hand out (64-bit: no overflow near INT_MAX)
+    std::atomic<bool> failed{false};
+    std::exception_ptr error;     // first exception, guarded by Pool::mu
+    int helpers_allowed;          // workers that may join besides the caller
+    int helpers_in = 0;           // workers currently inside, guarded by Pool::mu
+};
+
+class Pool {
+public:
+    static Pool& get() {
+        // Leaked on purpose: workers may still be parked at process exit, and a static
+        // destructor joining them could deadlock inside DllMain or exit handlers.
+        static Pool* p = new Pool();
+        return *p;
+    }
+
+    int cores() const { return cores_; }
+
+    void run(Job& job) {
+        {
+            std::lock_guard<std::mutex> lk(mu);
+            start_workers_locked(job.helpers_allowed);
+            jobs_.push_back(&job);
+        }
+        cv_work_.notify_all();
+        work_on(job);  // the caller takes chunks too
+        std::unique_lock<std::mutex> lk(mu);
+        jobs_.remove(&job);  // no new worker may join once its range is spent
+        cv_done_.wait(lk, [&] { return job.helpers_in == 0; });
+    }
+
+    std::mutex mu;
+
+private:
+    Pool() {
+        unsigned hc = std::thread::hardware_concurrency();
+        cores_ = hc == 0 ? 1 : static_cast<int>(std::min(hc, 256u));
+    }
+
+    void start_workers_locked(int wanted) {
+        wanted = std::min(wanted, cores_ - 1);
+        while (static_cast<int>(threads_.size()) < wanted) {
+            threads_.emplace_back([this] { worker_loop(); });
+            threads_.back().detach();
+        }
+    }
+
+    static void work_on(Job& job) {
+        bool was_inside = t_inside_body;
+        t_inside_body = true;
+        for (;;) {
+            if (job.failed.load(std::memory_order_relaxed)) break;
+            long long b = job.next.fetch_add(job.chunk, std::memory_order_relaxed);
+            if (b >= job.last) break;
+            long long e = std::min<long long>(b + job.chunk, job.last);
+            try {
+                job.fn(job.ctx, static_cast<int>(b), static_cast<int>(e));
+            } catch (...) {
+                std::lock_guard<std::mutex> lk(Pool::get().mu);
+                if (!job.error) job.error = std::current_exception();
+                job.failed.store(true);
+            }
+        }
+        t_inside_body = was_inside;
+    }
+
+    Job* pick_locked() {
+        for (Job* j : jobs_) {
+            if (j->helpers_in < j->helpers_allowed && !j->failed.load() &&
+                j->next.load(std::memory_order_relaxed) < j->last)
+                return j;
+        }
+        return nullptr;
+    }
+
+    void worker_loop() {
+        std::unique_lock<std::mutex> lk(mu);
+        for (;;) {
+            Job* j = nullptr;
+            cv_work_.wait(lk, [&] { return (j = pick_locked()) != nullptr; });
+            ++j->helpers_in;
+            lk.unlock();
+            work_on(*j);
+            lk.lock();
+            if (--j->helpers_in == 0) cv_done_.notify_all();
+        }
+    }
+
+    int cores_ = 1;
+    std::vector<std::thread> threads_;
+    std::list<Job*> jobs_;
+    std::condition_variable cv_work_;
+    std::condition_variable cv_done_;
+};
+
+}  // namespace
+
+int parallel_threads() {
+    int cap = g_thread_cap.load(std::memory_order_relaxed);
+    int cores = Pool::get().cores();
+    return cap <= 0 ? cores : std::min(cap, cores);
+}
+
+void parallel_range(int first, int last, RangeFn fn, void* ctx) {
+    if (last <= first || !fn) return;
+    long long n = static_cast<long long>(last) - first;
+    int threads = t_inside_body ? 1 : parallel_threads();
+    if (threads <= 1 || n < 2) {
+        fn(ctx, first, last);
+        return;
+    }
+    Job job;
+    job.fn = fn;
+    job.ctx = ctx;
+    job.last = last;
+    // About eight chunks a thread: small enough that uneven rows balance, large enough
+    // that the shared counter stays cold.
+    long long chunk = n / (static_cast<long long>(threads) * 8);
+    job.chunk = static_cast<int>(std::max<long long>(1, chunk));
+    job.next.store(first);
+    job.helpers_allowed = static_cast<int>(std::min<long long>(threads - 1, n - 1));
+    Pool::get().run(job);
+    if (job.error) std::rethrow_exception(job.error);
+}
+
+}  // namespace kivcore
+
+void kiv::setthreads(int n) { kivcore::g_thread_cap.store(n < 0 ? 0 : n); }
+int kiv::getthreads() { return kivcore::g_thread_cap.load(); }

@@ -1,0 +1,50 @@
+// Mapped-file pixel store on POSIX: a "~~kv" file in TMPDIR (else /tmp), mapped shared.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/mapstore.h"
+
+void* kivMapStore::open(std::size_t bytes) {
+    close();
+    if (bytes == 0) return nullptr;
+    const char* dir = std::getenv("TMPDIR");
+    if (!dir || !*dir) dir = "/tmp";
+    int n = std::snprintf(path, sizeof path, "%s/~~kvXXXXXX", dir);
+    if (n <= 0 || static_cast<std::size_t>(n) >= sizeof path) return nullptr;
+    int fd = ::mkstemp(path);
+    if (fd < 0) return nullptr;
+    // ftruncate takes a 64-bit off_t, so images of 2 GiB and more are mapped as well.
+    if (::ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
+        ::close(fd);
+        ::unlink(path);
+        return nullptr;
+    }
+    void* v = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (v == MAP_FAILED) {
+        ::close(fd);
+        ::unlink(path);
+        return nullptr;
+    }
+    view = v;
+    file = fd + 1;
+    mapping = 1;
+    size = bytes;
+    return view;
+}
+
+void kivMapStore::close() {
+    if (view) {
+        ::munmap(view, size);
+        ::close(static_cast<int>(file - 1));
+        ::unlink(path);
+    }
+    view = nullptr;
+    file = 0;
+    mapping = 0;
+    size = 0;
+}

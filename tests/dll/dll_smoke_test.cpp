@@ -1,0 +1,32 @@
+// The public header used through the shared library's exports, as a host would.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "kiv.h"
+
+TEST(SharedLibrary, CreatesCopiesAndBlits) {
+    kiv a(32, 16, 24);
+    ASSERT_NE(nullptr, a.pixels());
+    for (int i = 0; i < a.packets(); ++i) a.pixels()[i] = tagRGBA{BYTE(i), BYTE(i >> 8), 7, 9};
+    kiv b(a);
+    ASSERT_EQ(0, std::memcmp(a.pixels(), b.pixels(), 32 * 16 * 4));
+    kiv c(8, 8, 8);
+    EXPECT_EQ(256, c.colors());
+    c.blt(0, 0, 8, 8, &a, 4, 4);
+    EXPECT_EQ(a.pos(4, 4)->r, c.pixels()[0].r);
+    kiv::setthreads(1);
+    EXPECT_EQ(1, kiv::getthreads());
+    kiv::setthreads(0);
+}
+
+TEST(SharedLibrary, GlobalMemoryRoundTrip) {
+    HGLOBAL h = GlobalAlloc(GHND, 100);
+    ASSERT_NE(nullptr, h);
+    EXPECT_GE(GlobalSize(h), 100u);
+    auto* p = static_cast<unsigned char*>(GlobalLock(h));
+    ASSERT_NE(nullptr, p);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(0, p[i]);
+    GlobalUnlock(h);
+    EXPECT_EQ(nullptr, GlobalFree(h));
+}
