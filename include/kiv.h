@@ -168,6 +168,10 @@ public:
     /* ---- Fills and gradients -------------------------------------------------------- */
 
     /* ---- Resampling, orientation and layout ----------------------------------------- */
+    /* The image becomes the part of itself inside *rect (null or empty: the whole image);
+     * palettized images keep their depth and colour map.  0, unchanged, when the clipped
+     * rectangle is empty. */
+    int crop(tagRECT* rect);
 
     /* ---- Compositing ---------------------------------------------------------------- */
 
@@ -176,6 +180,9 @@ public:
     /* ---- Histogram-driven adjustments ----------------------------------------------- */
 
     /* ---- Blurs, kernels, sharpening, motion blurs ----------------------------------- */
+    /* Plain 3x3 sharpening of the rectangle (null: whole image): centre 18, the eight
+     * neighbours -1, divided by 10, clamped; the same result as filter_3x3 mode 3. */
+    int sharpen(tagRECT* rect);
 
     /* ---- Effects -------------------------------------------------------------------- */
 
