@@ -6,6 +6,7 @@
 
 #include "core/checked.h"
 #include "core/mapstore.h"
+#include "core/parallel.h"
 #include "kiv.h"
 
 kiv::kiv() { clearparam(); }
@@ -104,6 +105,45 @@ void kiv::destroy() {
     clearparam();
 }
 
+// memcpy of a whole pixel buffer, spread over the pool in 1 MiB pieces: one core cannot
+// saturate memory bandwidth on its own.
+static void copy_pixels(tagRGBA* d, const tagRGBA* s, std::size_t n) {
+    constexpr std::size_t kPiece = (1u << 20) / sizeof(tagRGBA);
+    const std::size_t pieces = (n + kPiece - 1) / kPiece;
+    if (pieces < 2) {
+        std::memcpy(d, s, n * sizeof(tagRGBA));
+        return;
+    }
+    kivcore::parallel_for(0, static_cast<int>(pieces), [&](int i) {
+        std::size_t b = static_cast<std::size_t>(i) * kPiece;
+        std::memcpy(d + b, s + b, std::min(kPiece, n - b) * sizeof(tagRGBA));
+    });
+}
+
+// create() for a copy destination: a heap destination of the same pixel count keeps its
+// buffer (every byte is overwritten next), which spares the page faults of a fresh one.
+static int create_for_copy(kiv* d, kiv* s) {
+    if (d->m_pixels && !d->m_mapstore && d->m_packets == s->m_packets) {
+        tagRGBA* keep = d->m_pixels;
+        d->m_pixels = nullptr;
+        d->destroy();
+        d->m_width = s->m_width;
+        d->m_height = s->m_height;
+        d->m_bits = s->m_bits;
+        d->m_packets = s->m_packets;
+        d->m_pixels = keep;
+        if (d->m_bits < 24) {
+            d->alloccmap(1 << d->m_bits);
+            if (!d->m_map) {
+                d->destroy();
+                return 0;
+            }
+        }
+        return 1;
+    }
+    return d->create(s->m_width, s->m_height, s->m_bits);
+}
+
 // Deep copy S -> D. D always ends up a heap image. When S carries a map (also at 24 bits,
 // where operations that raised a palettized image keep it), D gets a map of S's entries.
 static int deep_copy(kiv* d, kiv* s) {
@@ -113,7 +153,7 @@ static int deep_copy(kiv* d, kiv* s) {
         d->destroy();
         return 0;
     }
-    if (!d->create(s->m_width, s->m_height, s->m_bits)) return 0;
+    if (!create_for_copy(d, s)) return 0;
     if (s->m_map && s->m_colors > 0) {
         int have = d->m_map ? d->m_colors : 0;
         if (have < s->m_colors) {
@@ -127,7 +167,7 @@ static int deep_copy(kiv* d, kiv* s) {
     }
     d->m_colors = s->m_colors;
     if (!d->m_map && d->m_colors > 0) d->m_colors = 0;  // never claim entries that do not exist
-    std::memcpy(d->m_pixels, s->m_pixels, static_cast<std::size_t>(s->m_packets) * sizeof(tagRGBA));
+    copy_pixels(d->m_pixels, s->m_pixels, static_cast<std::size_t>(s->m_packets));
     return 1;
 }
 

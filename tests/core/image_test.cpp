@@ -195,3 +195,23 @@ TEST(ImageAccessors, PosAddressesRowMajor) {
     EXPECT_EQ(4, img.height());
     EXPECT_EQ(24, img.bits());
 }
+
+TEST(ImageCopy, IntoADestinationOfTheSamePixelCount) {
+    // Reusing the destination's buffer must still give create()'s state: new shape, the
+    // source's depth and map, no callback.
+    kiv src = random_image(3, 4, 4, 8);
+    kiv dst = random_image(6, 2, 24, 9);
+    dst.m_progressproc = [](int, int) {};
+    ASSERT_EQ(1, src.copyto(&dst));
+    EXPECT_EQ(3, dst.width());
+    EXPECT_EQ(4, dst.height());
+    EXPECT_EQ(4, dst.bits());
+    EXPECT_EQ(16, dst.colors());
+    EXPECT_EQ(nullptr, dst.m_progressproc);
+    EXPECT_EQ(0, std::memcmp(src.map(), dst.map(), 16 * sizeof(tagRGBA)));
+    EXPECT_TRUE(images_equal(src, dst));
+    kiv back = random_image(2, 6, 8, 10);
+    ASSERT_EQ(1, back.copyfrom(&dst));
+    EXPECT_EQ(16, back.colors());
+    EXPECT_TRUE(images_equal(src, back));
+}
