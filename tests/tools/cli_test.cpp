@@ -1,0 +1,215 @@
+// The kiv program end to end: formats in and out, pipelines, bad input and exit codes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "cli.h"
+#include "image_io.h"
+#include "ops.h"
+#include "support/test_images.h"
+
+namespace fs = std::filesystem;
+using kivcli::run_cli;
+
+namespace {
+
+struct Run {
+    int code;
+    std::string out, err;
+};
+
+Run cli(std::vector<std::string> args) {
+    std::ostringstream out, err;
+    int code = run_cli(args, out, err);
+    return Run{code, out.str(), err.str()};
+}
+
+// A scratch directory per test, removed afterwards.
+struct Scratch {
+    fs::path dir;
+    Scratch() {
+        dir = fs::temp_directory_path() /
+              ("kivcli_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+    }
+    ~Scratch() {
+        std::error_code ec;
+        fs::remove_all(dir, ec);
+    }
+    std::string operator()(const std::string& name) const { return (dir / name).string(); }
+    // Every file in the directory, to prove nothing (such as a temporary) was left behind.
+    std::vector<std::string> files() const {
+        std::vector<std::string> v;
+        for (const auto& e : fs::directory_iterator(dir)) v.push_back(e.path().filename().string());
+        std::sort(v.begin(), v.end());
+        return v;
+    }
+};
+
+void write_bytes(const std::string& path, const std::vector<unsigned char>& b) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
+}
+
+kiv card() {
+    kiv img;
+    kivcli::make_test_card(img, 61, 37);  // odd sizes: BMP row padding matters
+    return img;
+}
+
+}  // namespace
+
+TEST(Cli, ListAndHelp) {
+    Run r = cli({"--list"});
+    EXPECT_EQ(0, r.code);
+    for (const auto& op : kivcli::all_ops()) EXPECT_NE(std::string::npos, r.out.find(op.name)) << op.name;
+    EXPECT_EQ(0, cli({"help", "crop"}).code);
+    Run bad = cli({"help", "no_such_op"});
+    EXPECT_EQ(2, bad.code);
+    EXPECT_NE(std::string::npos, bad.err.find("unknown operation"));
+    EXPECT_EQ(2, cli({}).code);
+    EXPECT_EQ(0, cli({"--help"}).code);
+}
+
+TEST(Cli, EveryOperationHasHelpAndParsableDemoArguments) {
+    for (const auto& op : kivcli::all_ops()) {
+        EXPECT_FALSE(op.summary.empty()) << op.name;
+        if (op.demo == "-") continue;
+        std::istringstream words(op.demo);
+        std::string w;
+        std::size_t k = 0;
+        double v;
+        while (words >> w) {
+            ASSERT_LT(k, op.args.size()) << op.name;
+            EXPECT_TRUE(kivcli::parse_arg(w, op.args[k].kind, &v)) << op.name << " " << w;
+            ++k;
+        }
+        EXPECT_EQ(op.args.size(), k) << op.name;
+    }
+}
+
+TEST(Cli, ParsesArgumentKinds) {
+    double v = 0;
+    EXPECT_TRUE(kivcli::parse_arg("#FF8000", kivcli::ArgKind::Color, &v));
+    EXPECT_EQ(0x0080FF, static_cast<long>(v));  // COLORREF: red in the low byte
+    EXPECT_TRUE(kivcli::parse_arg("0x123456", kivcli::ArgKind::Color, &v));
+    EXPECT_EQ(0x123456, static_cast<long>(v));
+    EXPECT_FALSE(kivcli::parse_arg("#12345", kivcli::ArgKind::Color, &v));
+    EXPECT_TRUE(kivcli::parse_arg("-2.5", kivcli::ArgKind::Real, &v));
+    EXPECT_EQ(-2.5, v);
+    EXPECT_FALSE(kivcli::parse_arg("nan", kivcli::ArgKind::Real, &v));
+    EXPECT_FALSE(kivcli::parse_arg("1.5", kivcli::ArgKind::Int, &v));
+    EXPECT_FALSE(kivcli::parse_arg("99999999999", kivcli::ArgKind::Int, &v));
+    EXPECT_FALSE(kivcli::parse_arg("", kivcli::ArgKind::Int, &v));
+}
+
+TEST(Cli, FormatsRoundTrip) {
+    Scratch s;
+    kiv src = card();
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    ASSERT_EQ(0, cli({s("in.png"), "-o", s("a.bmp")}).code);
+    ASSERT_EQ(0, cli({s("a.bmp"), "-o", s("b.png")}).code);
+    kiv back;
+    kivcli::load_image(s("b.png"), back);
+    ASSERT_EQ(src.width(), back.width());
+    for (int i = 0; i < src.packets(); ++i) {
+        ASSERT_EQ(src.m_pixels[i].r, back.m_pixels[i].r);
+        ASSERT_EQ(src.m_pixels[i].b, back.m_pixels[i].b);
+    }
+    // Palettized images are written as 8/4/1-bit BMP and read back with their indices.
+    for (int bits : {1, 4, 8}) {
+        kiv pal = kivtest::random_image(13, 7, bits, static_cast<std::uint64_t>(bits));
+        std::string name = s("p" + std::to_string(bits) + ".bmp");
+        kivcli::write_file_atomic(name, kivcli::encode_bmp(pal));
+        kiv in;
+        kivcli::load_image(name, in);
+        EXPECT_EQ(bits, in.bits());
+        EXPECT_TRUE(kivtest::images_equal(pal, in)) << bits;
+    }
+    EXPECT_EQ((std::vector<std::string>{"a.bmp", "b.png", "in.png", "p1.bmp", "p4.bmp", "p8.bmp"}), s.files());
+}
+
+TEST(Cli, BadCommandLinesExitWithUsageErrors) {
+    Scratch s;
+    kiv src = card();
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    struct Case {
+        std::vector<std::string> args;
+        const char* says;
+    } cases[] = {
+        {{s("in.png")}, "no output"},
+        {{s("in.png"), "-o"}, "-o needs"},
+        {{s("in.png"), "frobnicate", "-o", s("o.png")}, "unknown operation"},
+        {{s("in.png"), "rect", "1", "2", "-o", s("o.png")}, "missing argument"},
+        {{s("in.png"), "rect", "1", "x", "3", "4", "-o", s("o.png")}, "expects integer"},
+        {{s("in.png"), "-o", s("o.png"), "-o", s("p.png")}, "twice"},
+    };
+    for (const Case& c : cases) {
+        Run r = cli(c.args);
+        EXPECT_EQ(2, r.code) << c.says;
+        EXPECT_NE(std::string::npos, r.err.find(c.says)) << r.err;
+        EXPECT_EQ(1u, std::count(r.err.begin(), r.err.end(), '\n')) << "one line: " << r.err;
+    }
+    EXPECT_EQ(std::vector<std::string>{"in.png"}, s.files());
+}
+
+TEST(Cli, UnreadableAndMalformedFilesFailCleanly) {
+    Scratch s;
+    kiv src = card();
+    std::vector<unsigned char> png = kivcli::encode_png(src), bmp = kivcli::encode_bmp(src);
+    write_bytes(s("garbage.png"), {1, 2, 3, 4, 5, 6, 7, 8});
+    write_bytes(s("trunc.png"), std::vector<unsigned char>(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
+    write_bytes(s("trunc.bmp"), std::vector<unsigned char>(bmp.begin(), bmp.begin() + 60));
+    std::vector<unsigned char> lying = bmp;
+    lying[14 + 8] = 0xFF;  // biHeight far beyond the data
+    lying[14 + 9] = 0x7F;
+    write_bytes(s("lying.bmp"), lying);
+    write_bytes(s("empty.bmp"), {});
+    for (const char* in : {"missing.png", "garbage.png", "trunc.png", "trunc.bmp", "lying.bmp", "empty.bmp"}) {
+        Run r = cli({s(in), "-o", s("out.png")});
+        EXPECT_EQ(1, r.code) << in;
+        EXPECT_FALSE(r.err.empty()) << in;
+        EXPECT_FALSE(fs::exists(s("out.png"))) << in;
+    }
+    // An output that cannot be written: no file, no temporary left behind.
+    write_bytes(s("ok.png"), png);
+    Run r = cli({s("ok.png"), "-o", s("no/such/dir/out.png")});
+    EXPECT_EQ(1, r.code);
+    Run r2 = cli({s("ok.png"), "-o", s("out.gif")});
+    EXPECT_EQ(1, r2.code);
+    EXPECT_NE(std::string::npos, r2.err.find("unknown format"));
+    EXPECT_EQ((std::vector<std::string>{"empty.bmp", "garbage.png", "lying.bmp", "ok.png", "trunc.bmp", "trunc.png"}),
+              s.files());
+}
+
+TEST(Cli, RectLimitsFollowingOperations) {
+    Scratch s;
+    kiv src = card();
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    ASSERT_EQ(0, cli({s("in.png"), "rect", "5", "6", "20", "10", "crop", "-o", s("c.png")}).code);
+    kiv out;
+    kivcli::load_image(s("c.png"), out);
+    EXPECT_EQ(20, out.width());
+    EXPECT_EQ(10, out.height());
+    EXPECT_EQ(src.pos(5, 6)->g, out.m_pixels[0].g);
+}
+
+TEST(Cli, DemoWritesAGalleryWhoseImagesExist) {
+    Scratch s;
+    Run r = cli({"demo", "--out", s("demo")});
+    ASSERT_EQ(0, r.code) << r.err;
+    std::ifstream in(s("demo/index.html"));
+    std::string html((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    int images = 0;
+    for (std::size_t at = html.find("src=\""); at != std::string::npos; at = html.find("src=\"", at + 1)) {
+        std::size_t end = html.find('"', at + 5);
+        std::string file = html.substr(at + 5, end - at - 5);
+        EXPECT_TRUE(fs::exists(s("demo/" + file))) << file;
+        ++images;
+    }
+    int shown = 0;
+    for (const auto& op : kivcli::all_ops()) shown += op.demo != "-";
+    EXPECT_EQ(2 * shown, images);  // a before and an after per operation
+}

@@ -1,0 +1,219 @@
+// Command-line parsing and the operation pipeline of the kiv program.
+#include "cli.h"
+
+#include <cstdio>
+#include <sstream>
+
+#include "image_io.h"
+#include "ops.h"
+
+#ifdef _WIN32
+#include <io.h>
+#define KIV_ISATTY(fd) _isatty(fd)
+#define KIV_FILENO(f) _fileno(f)
+#else
+#include <unistd.h>
+#define KIV_ISATTY(fd) isatty(fd)
+#define KIV_FILENO(f) fileno(f)
+#endif
+
+namespace kivcli {
+
+namespace {
+
+const char* kUsage =
+    "usage: kiv INPUT [OPERATION ARGS...]... -o OUTPUT\n"
+    "       kiv demo [--out DIR]\n"
+    "       kiv --list | kiv help OPERATION\n"
+    "INPUT: BMP, PNG or JPEG.  OUTPUT: .bmp (at the image's depth) or .png.\n"
+    "`rect X Y W H` limits the following operations to a rectangle (`rect 0 0 0 0`: whole image).\n";
+
+const char* kind_name(ArgKind k) {
+    switch (k) {
+        case ArgKind::Int: return "integer";
+        case ArgKind::Real: return "number";
+        default: return "colour";
+    }
+}
+
+// Progress of the running operation, drawn on stderr when it is a terminal.
+int g_steps = 0, g_done = 0;
+void draw_progress(int code, int value) {
+    if (code == 0) {
+        g_steps = value;
+        g_done = 0;
+    } else if (code == 1) {
+        ++g_done;
+    }
+    if (code == 2) {
+        std::fprintf(stderr, "\r%60s\r", "");
+        return;
+    }
+    if (g_steps <= 0) return;
+    int pct = static_cast<int>(100LL * g_done / g_steps);
+    if (pct > 100) pct = 100;
+    char bar[41];
+    int fill = pct * 40 / 100;
+    for (int i = 0; i < 40; ++i) bar[i] = i < fill ? '#' : '.';
+    bar[40] = 0;
+    std::fprintf(stderr, "\r[%s] %3d%%", bar, pct);
+    std::fflush(stderr);
+}
+
+void list_ops(std::ostream& out) {
+    out << "rect X Y W H  limit the following operations to a rectangle\n";
+    for (const OpSpec& op : all_ops()) {
+        std::string sig = op.name;
+        for (const ArgSpec& a : op.args) sig += std::string(" ") + a.name;
+        out << sig;
+        out << std::string(sig.size() < 40 ? 40 - sig.size() : 1, ' ') << op.summary << "\n";
+    }
+}
+
+int help_op(const std::string& name, std::ostream& out, std::ostream& err) {
+    const OpSpec* op = find_op(name);
+    if (!op) {
+        err << "kiv: unknown operation '" << name << "' (see kiv --list)\n";
+        return kExitUsage;
+    }
+    out << op->name;
+    for (const ArgSpec& a : op->args) out << " " << a.name;
+    out << "\n  " << op->summary << "\n";
+    for (const ArgSpec& a : op->args) out << "  " << a.name << " (" << kind_name(a.kind) << "): " << a.help << "\n";
+    if (op->demo != "-") out << "  example: kiv in.png " << op->name << (op->demo.empty() ? "" : " ") << op->demo << " -o out.png\n";
+    return kExitOk;
+}
+
+struct Step {
+    const OpSpec* op;  // null for `rect`
+    OpCall call;
+    tagRECT rect;
+};
+
+}  // namespace
+
+int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    if (args.empty() || args[0] == "-h" || args[0] == "--help") {
+        (args.empty() ? err : out) << kUsage;
+        return args.empty() ? kExitUsage : kExitOk;
+    }
+    if (args[0] == "--list") {
+        list_ops(out);
+        return kExitOk;
+    }
+    if (args[0] == "help") {
+        if (args.size() != 2) {
+            err << "kiv: usage: kiv help OPERATION\n";
+            return kExitUsage;
+        }
+        return help_op(args[1], out, err);
+    }
+    if (args[0] == "demo") {
+        std::string dir = "out/demo";
+        for (std::size_t k = 1; k < args.size(); ++k) {
+            if (args[k] == "--out" && k + 1 < args.size()) {
+                dir = args[++k];
+            } else {
+                err << "kiv: usage: kiv demo [--out DIR]\n";
+                return kExitUsage;
+            }
+        }
+        return run_demo(dir, out, err);
+    }
+
+    // INPUT [OP ARGS...]... -o OUTPUT
+    std::string input, output;
+    std::vector<Step> steps;
+    for (std::size_t k = 0; k < args.size(); ++k) {
+        const std::string& a = args[k];
+        if (a == "-o") {
+            if (k + 1 >= args.size()) {
+                err << "kiv: -o needs a file name\n";
+                return kExitUsage;
+            }
+            if (!output.empty()) {
+                err << "kiv: -o given twice\n";
+                return kExitUsage;
+            }
+            output = args[++k];
+            continue;
+        }
+        if (input.empty()) {
+            input = a;
+            continue;
+        }
+        Step s{nullptr, {}, {0, 0, 0, 0}};
+        std::vector<ArgSpec> specs;
+        if (a == "rect") {
+            specs = {{"X", ArgKind::Int, ""}, {"Y", ArgKind::Int, ""}, {"W", ArgKind::Int, ""}, {"H", ArgKind::Int, ""}};
+        } else {
+            s.op = find_op(a);
+            if (!s.op) {
+                err << "kiv: unknown operation '" << a << "' (see kiv --list)\n";
+                return kExitUsage;
+            }
+            specs = s.op->args;
+        }
+        for (const ArgSpec& spec : specs) {
+            if (k + 1 >= args.size() || args[k + 1] == "-o") {
+                err << "kiv: " << a << ": missing argument " << spec.name << " (see kiv help " << a << ")\n";
+                return kExitUsage;
+            }
+            double v = 0;
+            if (!parse_arg(args[k + 1], spec.kind, &v)) {
+                err << "kiv: " << a << ": argument " << spec.name << " expects " << kind_name(spec.kind) << ", got '"
+                    << args[k + 1] << "'\n";
+                return kExitUsage;
+            }
+            s.call.args.push_back(v);
+            ++k;
+        }
+        if (!s.op) {
+            s.rect = tagRECT{static_cast<LONG>(s.call.args[0]), static_cast<LONG>(s.call.args[1]),
+                             static_cast<LONG>(s.call.args[0] + s.call.args[2]),
+                             static_cast<LONG>(s.call.args[1] + s.call.args[3])};
+        }
+        steps.push_back(s);
+    }
+    if (input.empty()) {
+        err << kUsage;
+        return kExitUsage;
+    }
+    if (output.empty()) {
+        err << "kiv: no output file (-o OUTPUT)\n";
+        return kExitUsage;
+    }
+
+    try {
+        kiv img;
+        load_image(input, img);
+        const bool tty = KIV_ISATTY(KIV_FILENO(stderr));
+        tagRECT current{0, 0, 0, 0};
+        bool have_rect = false;
+        for (Step& s : steps) {
+            if (!s.op) {
+                current = s.rect;
+                have_rect = current.right > current.left && current.bottom > current.top;
+                continue;
+            }
+            s.call.rect = have_rect ? &current : nullptr;
+            img.m_progressproc = tty ? draw_progress : nullptr;
+            int ok = s.op->run(img, s.call);
+            img.m_progressproc = nullptr;
+            if (!ok) {
+                err << "kiv: " << s.op->name << " failed (refused its arguments or the image)\n";
+                return kExitFailed;
+            }
+        }
+        save_image(output, img);
+    } catch (const CliError& e) {
+        err << "kiv: " << e.what() << "\n";
+        return kExitFailed;
+    } catch (const std::bad_alloc&) {
+        err << "kiv: out of memory\n";
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+}  // namespace kivcli

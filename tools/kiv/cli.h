@@ -1,0 +1,28 @@
+// The kiv program's command line, callable from tests.
+#ifndef KIV_CLI_CLI_H
+#define KIV_CLI_CLI_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "kiv.h"
+
+namespace kivcli {
+
+// Exit codes.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;  // an operation refused, or a file could not be read or written
+constexpr int kExitUsage = 2;   // bad command line
+
+// args excludes the program name.
+int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+
+// The built-in test card: colour wheel, gradients, fine lines, text, smooth areas, noise.
+void make_test_card(kiv& img, int width, int height);
+// Renders the test card, runs every operation on it and writes dir/index.html.
+int run_demo(const std::string& dir, std::ostream& out, std::ostream& err);
+
+}  // namespace kivcli
+
+#endif

@@ -1,0 +1,199 @@
+// `kiv demo`: a test card made in code, every operation run on it, and an HTML gallery.
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "cli.h"
+#include "image_io.h"
+#include "ops.h"
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wall"
+#pragma GCC diagnostic ignored "-Wextra"
+#endif
+#include "stb_easy_font.h"
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+namespace kivcli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+BYTE clamp8(double v) { return static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 255 : v); }
+
+void put(kiv& img, int x, int y, int r, int g, int b) {
+    if (x < 0 || y < 0 || x >= img.m_width || y >= img.m_height) return;
+    img.m_pixels[static_cast<std::size_t>(y) * img.m_width + x] = tagRGBA{clamp8(r), clamp8(g), clamp8(b), 255};
+}
+
+void text(kiv& img, int x0, int y0, const char* s, int scale, int r, int g, int b) {
+    static float buf[4 * 4 * 600];  // easy_font emits 4 vertices of 16 bytes per quad
+    int quads = stb_easy_font_print(0, 0, const_cast<char*>(s), nullptr, buf, sizeof buf);
+    for (int q = 0; q < quads; ++q) {
+        const float* v = buf + q * 16;  // x, y, z, colour per vertex
+        int xa = static_cast<int>(v[0]), ya = static_cast<int>(v[1]);
+        int xb = static_cast<int>(v[8]), yb = static_cast<int>(v[9]);
+        for (int y = ya * scale; y < yb * scale; ++y)
+            for (int x = xa * scale; x < xb * scale; ++x) put(img, x0 + x, y0 + y, r, g, b);
+    }
+}
+
+}  // namespace
+
+void make_test_card(kiv& img, int W, int H) {
+    img.create(W, H, 24);
+    const double pi = 3.14159265358979323846;
+    const int cw = W / 3, ch = H / 2;
+    std::uint32_t seed = 12345;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            int cell = (y < ch ? 0 : 3) + (x < cw ? 0 : x < 2 * cw ? 1 : 2);
+            double fx = static_cast<double>(x % cw) / cw, fy = static_cast<double>(y % ch) / ch;
+            switch (cell) {
+                case 0: {  // colour wheel: hue by angle, saturation by radius
+                    double dx = fx - 0.5, dy = fy - 0.5, rad = std::sqrt(dx * dx + dy * dy) * 2.2;
+                    if (rad > 1.0) {
+                        put(img, x, y, 128, 128, 128);
+                        break;
+                    }
+                    double hue = (std::atan2(dy, dx) / pi + 1.0) * 3.0;  // 0..6
+                    int i = static_cast<int>(hue) % 6;
+                    double f = hue - std::floor(hue), s = rad;
+                    double p = 1 - s, q = 1 - s * f, t = 1 - s * (1 - f);
+                    double rgb[6][3] = {{1, t, p}, {q, 1, p}, {p, 1, t}, {p, q, 1}, {t, p, 1}, {1, p, q}};
+                    put(img, x, y, static_cast<int>(rgb[i][0] * 255), static_cast<int>(rgb[i][1] * 255),
+                        static_cast<int>(rgb[i][2] * 255));
+                    break;
+                }
+                case 1: {  // ramps: grey, red, green, blue bands
+                    int band = static_cast<int>(fy * 4), v = static_cast<int>(fx * 255);
+                    put(img, x, y, band == 0 || band == 1 ? v : 0, band == 0 || band == 2 ? v : 0,
+                        band == 0 || band == 3 ? v : 0);
+                    break;
+                }
+                case 2: {  // fine lines: stripes, a chequerboard and rings
+                    int lx = x % cw, ly = y % ch, v;
+                    if (ly < ch / 3)
+                        v = (lx / (1 + ly / 12)) % 2 ? 255 : 0;
+                    else if (ly < 2 * ch / 3)
+                        v = ((lx / 4) + (ly / 4)) % 2 ? 230 : 20;
+                    else {
+                        double d = std::hypot(lx - cw / 2.0, ly - 5.0 * ch / 6.0);
+                        v = static_cast<int>(128 + 127 * std::cos(d * d / 40.0));
+                    }
+                    put(img, x, y, v, v, v);
+                    break;
+                }
+                case 3: {  // smooth, photo-like: soft coloured blobs over a sky gradient
+                    double r = 70 + 120 * fy, g = 120 + 80 * fy, b = 200 - 60 * fy;
+                    double blobs[3][5] = {{0.3, 0.6, 0.18, 220, 1}, {0.7, 0.4, 0.22, 160, 2}, {0.5, 0.85, 0.25, 90, 0}};
+                    for (auto& bl : blobs) {
+                        double d2 = (fx - bl[0]) * (fx - bl[0]) + (fy - bl[1]) * (fy - bl[1]);
+                        double k = std::exp(-d2 / (bl[2] * bl[2]));
+                        (bl[4] == 0 ? r : bl[4] == 1 ? g : b) += bl[3] * k;
+                        r -= 30 * k;
+                    }
+                    put(img, x, y, static_cast<int>(r), static_cast<int>(g), static_cast<int>(b));
+                    break;
+                }
+                case 4:  // background for the text
+                    put(img, x, y, 245, 240, 225);
+                    break;
+                default: {  // noise over a diagonal gradient
+                    seed = seed * 1664525u + 1013904223u;
+                    int n = static_cast<int>(seed >> 25) - 64;
+                    int base = static_cast<int>((fx + fy) * 100);
+                    put(img, x, y, base + n + 40, base + n / 2 + 20, 200 - base + n);
+                    break;
+                }
+            }
+        }
+    text(img, cw + 6, ch + 8, "kivlib", 3, 20, 20, 60);
+    text(img, cw + 6, ch + 40, "The quick brown fox", 1, 0, 0, 0);
+    text(img, cw + 6, ch + 54, "jumps over the lazy dog.", 1, 0, 0, 0);
+    text(img, cw + 6, ch + 72, "0123456789 !?#%&", 2, 140, 20, 20);
+    text(img, cw + 6, ch + 100, "ABCDEFGHIJKLM", 2, 20, 100, 20);
+    text(img, cw + 6, ch + 128, "nopqrstuvwxyz", 2, 20, 20, 160);
+}
+
+int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
+    std::error_code ec;
+    fs::create_directories(dir, ec);
+    if (ec) {
+        err << "kiv: cannot create '" << dir << "'\n";
+        return kExitFailed;
+    }
+    kiv card;
+    make_test_card(card, 480, 360);
+    std::ostringstream html;
+    html << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>kivlib demo</title>\n<style>"
+            "body{font-family:sans-serif;background:#222;color:#eee;margin:20px}"
+            "h1{font-weight:normal}.grid{display:flex;flex-wrap:wrap;gap:14px}"
+            ".op{background:#333;padding:8px;border-radius:6px}"
+            ".op img{width:240px;display:block;image-rendering:auto}.pair{display:flex;gap:4px}"
+            ".name{font-weight:bold;font-family:monospace}.meta{font-size:12px;color:#aaa}"
+            ".fail{color:#f88}</style></head><body>\n"
+            "<h1>kivlib demo gallery</h1>\n<p>Every operation of the library on the built-in test card "
+            "(480&times;360), left before, right after.</p>\n<div class=\"grid\">\n";
+    try {
+        write_file_atomic((fs::path(dir) / "card.png").string(), encode_png(card));
+        int n = 0, failed = 0;
+        for (const OpSpec& op : all_ops()) {
+            if (op.demo == "-") continue;
+            OpCall call;
+            call.rect = nullptr;
+            std::istringstream words(op.demo);
+            std::string w;
+            std::size_t k = 0;
+            while (words >> w) {
+                double v = 0;
+                if (k >= op.args.size() || !parse_arg(w, op.args[k].kind, &v)) {
+                    err << "kiv: demo arguments of " << op.name << " do not parse\n";
+                    return kExitFailed;
+                }
+                call.args.push_back(v);
+                ++k;
+            }
+            kiv img(card);
+            auto t0 = std::chrono::steady_clock::now();
+            int ok = op.run(img, call);
+            double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+            char file[128];
+            std::snprintf(file, sizeof file, "%03d_%s.png", ++n, op.name.c_str());
+            if (ok && img.m_pixels) write_file_atomic((fs::path(dir) / file).string(), encode_png(img));
+            char timing[64];
+            std::snprintf(timing, sizeof timing, "%.2f ms", ms);
+            html << "<div class=\"op\"><div class=\"name\">" << op.name << "</div><div class=\"meta\">"
+                 << (op.demo.empty() ? "(no arguments)" : op.demo) << " &middot; " << timing << "</div>";
+            if (ok && img.m_pixels)
+                html << "<div class=\"pair\"><img src=\"card.png\" alt=\"before\"><img src=\"" << file << "\" alt=\""
+                     << op.name << "\"></div>";
+            else {
+                html << "<div class=\"fail\">refused</div>";
+                ++failed;
+            }
+            html << "</div>\n";
+        }
+        html << "</div>\n</body></html>\n";
+        std::string s = html.str();
+        write_file_atomic((fs::path(dir) / "index.html").string(), std::vector<unsigned char>(s.begin(), s.end()));
+        out << (fs::path(dir) / "index.html").string() << "\n";
+        if (failed) {
+            err << "kiv: " << failed << " operations refused their demo arguments\n";
+            return kExitFailed;
+        }
+    } catch (const CliError& e) {
+        err << "kiv: " << e.what() << "\n";
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+}  // namespace kivcli
