@@ -15,15 +15,15 @@ using kivcli::run_cli;
 
 namespace {
 
-struct Run {
+struct CliResult {
     int code;
     std::string out, err;
 };
 
-Run cli(std::vector<std::string> args) {
+CliResult cli(std::vector<std::string> args) {
     std::ostringstream out, err;
     int code = run_cli(args, out, err);
-    return Run{code, out.str(), err.str()};
+    return CliResult{code, out.str(), err.str()};
 }
 
 // A scratch directory per test, removed afterwards.
@@ -62,11 +62,11 @@ kiv card() {
 }  // namespace
 
 TEST(Cli, ListAndHelp) {
-    Run r = cli({"--list"});
+    CliResult r = cli({"--list"});
     EXPECT_EQ(0, r.code);
     for (const auto& op : kivcli::all_ops()) EXPECT_NE(std::string::npos, r.out.find(op.name)) << op.name;
     EXPECT_EQ(0, cli({"help", "crop"}).code);
-    Run bad = cli({"help", "no_such_op"});
+    CliResult bad = cli({"help", "no_such_op"});
     EXPECT_EQ(2, bad.code);
     EXPECT_NE(std::string::npos, bad.err.find("unknown operation"));
     EXPECT_EQ(2, cli({}).code);
@@ -147,7 +147,7 @@ TEST(Cli, BadCommandLinesExitWithUsageErrors) {
         {{s("in.png"), "-o", s("o.png"), "-o", s("p.png")}, "twice"},
     };
     for (const Case& c : cases) {
-        Run r = cli(c.args);
+        CliResult r = cli(c.args);
         EXPECT_EQ(2, r.code) << c.says;
         EXPECT_NE(std::string::npos, r.err.find(c.says)) << r.err;
         EXPECT_EQ(1u, std::count(r.err.begin(), r.err.end(), '\n')) << "one line: " << r.err;
@@ -168,16 +168,16 @@ TEST(Cli, UnreadableAndMalformedFilesFailCleanly) {
     write_bytes(s("lying.bmp"), lying);
     write_bytes(s("empty.bmp"), {});
     for (const char* in : {"missing.png", "garbage.png", "trunc.png", "trunc.bmp", "lying.bmp", "empty.bmp"}) {
-        Run r = cli({s(in), "-o", s("out.png")});
+        CliResult r = cli({s(in), "-o", s("out.png")});
         EXPECT_EQ(1, r.code) << in;
         EXPECT_FALSE(r.err.empty()) << in;
         EXPECT_FALSE(fs::exists(s("out.png"))) << in;
     }
     // An output that cannot be written: no file, no temporary left behind.
     write_bytes(s("ok.png"), png);
-    Run r = cli({s("ok.png"), "-o", s("no/such/dir/out.png")});
+    CliResult r = cli({s("ok.png"), "-o", s("no/such/dir/out.png")});
     EXPECT_EQ(1, r.code);
-    Run r2 = cli({s("ok.png"), "-o", s("out.gif")});
+    CliResult r2 = cli({s("ok.png"), "-o", s("out.gif")});
     EXPECT_EQ(1, r2.code);
     EXPECT_NE(std::string::npos, r2.err.find("unknown format"));
     EXPECT_EQ((std::vector<std::string>{"empty.bmp", "garbage.png", "lying.bmp", "ok.png", "trunc.bmp", "trunc.png"}),
@@ -198,7 +198,7 @@ TEST(Cli, RectLimitsFollowingOperations) {
 
 TEST(Cli, DemoWritesAGalleryWhoseImagesExist) {
     Scratch s;
-    Run r = cli({"demo", "--out", s("demo")});
+    CliResult r = cli({"demo", "--out", s("demo")});
     ASSERT_EQ(0, r.code) << r.err;
     std::ifstream in(s("demo/index.html"));
     std::string html((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
