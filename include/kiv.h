@@ -75,13 +75,14 @@ struct kivMapStore; /* the mapped-file pixel store (opaque) */
  *                    0..255: one turn of hue is 255).
  *   KIV_CS_YCBCR  3  Y, Cb, Cr of ITU-R BT.601, full range (as in JFIF): Y 0..255, Cb and Cr
  *                    centred on 128; rounded, clamped.
- *   KIV_CS_YIQ    4  Y 0..255; I (+-151.9 for 8-bit RGB) and Q (+-133.3) scaled to +-127.5
- *                    around 127.5; rounded.
+ *   KIV_CS_YIQ    4  Y 0..255; I (+-151.9 for 8-bit RGB) and Q (+-133.3) scaled to +-127
+ *                    around 128 (grey); rounded.
  *   KIV_CS_CMY    5  cyan, magenta, yellow = 255 - red, green, blue (exact).
  *   KIV_CS_LAB    6  CIE L*a*b* of sRGB, D65 white: L* x 2.55, a* + 128, b* + 128; rounded,
  *                    clamped.  Computed without libm, so the bytes are the same everywhere.
  * Largest error of a round trip (forward, then back) over all 8-bit colours, per channel:
- * RGB, CMY 0; YCbCr 2; YIQ 2; HLS 8; HSV 5; LAB 5 (see the colour-space tests). */
+ * RGB, CMY 0; YCbCr 1; YIQ 2; HSV 4; HLS 8 (the model truncates); LAB 26 (near the gamut
+ * boundary, where one channel is close to black). */
 enum {
     KIV_CS_RGB = 0,
     KIV_CS_HSV = 1,
