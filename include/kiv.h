@@ -66,6 +66,33 @@ struct tagSYSCOL {
 
 struct kivMapStore; /* the mapped-file pixel store (opaque) */
 
+/* Colour-space codes of convert_colorspace / convert_rgb (and tagKIV_COLORCUT).  Each space
+ * is held in bytes 0..2 of a pixel; the scaling of each channel onto 0..255 is:
+ *   KIV_CS_RGB    0  red, green, blue unchanged (identity).
+ *   KIV_CS_HSV    1  hue, saturation, value of the library's HSV model (each 0..1), times 255,
+ *                    rounded; hue 255 is the same as hue 0.
+ *   KIV_CS_HLS    2  hue, lightness, saturation of the library's integer HLS model (already
+ *                    0..255: one turn of hue is 255).
+ *   KIV_CS_YCBCR  3  Y, Cb, Cr of ITU-R BT.601, full range (as in JFIF): Y 0..255, Cb and Cr
+ *                    centred on 128; rounded, clamped.
+ *   KIV_CS_YIQ    4  Y 0..255; I (+-151.9 for 8-bit RGB) and Q (+-133.3) scaled to +-127
+ *                    around 128 (grey); rounded.
+ *   KIV_CS_CMY    5  cyan, magenta, yellow = 255 - red, green, blue (exact).
+ *   KIV_CS_LAB    6  CIE L*a*b* of sRGB, D65 white: L* x 2.55, a* + 128, b* + 128; rounded,
+ *                    clamped.  Computed without libm, so the bytes are the same everywhere.
+ * Largest error of a round trip (forward, then back) over all 8-bit colours, per channel:
+ * RGB, CMY 0; YCbCr 1; YIQ 2; HSV 4; HLS 8 (the model truncates); LAB 26 (near the gamut
+ * boundary, where one channel is close to black). */
+enum {
+    KIV_CS_RGB = 0,
+    KIV_CS_HSV = 1,
+    KIV_CS_HLS = 2,
+    KIV_CS_YCBCR = 3,
+    KIV_CS_YIQ = 4,
+    KIV_CS_CMY = 5,
+    KIV_CS_LAB = 6
+};
+
 class KIV_API kiv {
 public:
     /* The image's fields, public so a host can read them and install m_progressproc.
@@ -160,8 +187,91 @@ public:
 
     /* ---- Colour map and palette ----------------------------------------------------- */
     void alloccmap(int n); /* free the map; colors = n; n > 0: n zeroed entries */
+    /* Raise bits so that the image can hold n: 4 for n <= 4, 8 for n 5..8, 24 for n >= 9.
+     * Nothing when bits is already that deep or the image is empty.  Raising to 24 frees the
+     * map (colors 0); raising 1 -> 4 or 4 -> 8 keeps the map and colors as they are. */
+    void increasecolor(int n);
+    /* A new logical palette (version 0x300, colors entries, flags 0) of the colour map, from
+     * malloc: release it with free_gradtable (std::free).  Null without a map or colors 0. */
+    tagLOGPALETTE* createlogpalette();
+    /* Refresh red, green, blue of every pixel from map[index], index = the pixel's fourth
+     * byte, which is kept.  Only for bits below 24 with a map; an index at or beyond colors
+     * takes the colour of entry 0. */
+    void validate_rgb();
+    /* The whole image becomes 8-bit grey: every byte of a pixel = (min + max of red, green,
+     * blue) >> 1, and the map a 256-entry ramp (entry i = i, i, i).  Nothing for an empty
+     * image. */
+    void grayscale();
+    /* Distinct colours: below 9 bits the number of distinct indexes in use (fourth bytes);
+     * otherwise distinct red, green, blue triples (alpha ignored).  0 for an empty image or
+     * when memory runs out. */
+    unsigned long countcolors();
+    /* Convert every pixel of *rect (null or empty: the whole image) in place from RGB to the
+     * space colorspace (a KIV_CS_* code, see there for the byte scaling); the fourth byte is
+     * kept.  convert_rgb is the inverse, from that space back to RGB.  A palettized image is
+     * first raised to 24 bits (its map stays, its pixels keep their colours), so only the
+     * rectangle changes.  0, unchanged, for an unknown code, an empty image or an empty
+     * clipped rectangle; else 1.  Deterministic: the same bytes on every platform. */
+    int convert_colorspace(tagRECT* rect, int colorspace);
+    int convert_rgb(tagRECT* rect, int colorspace);
+#ifdef _WIN32
+    /* A new GDI palette of the colour map (caller deletes it with DeleteObject); null
+     * without a map. */
+    HPALETTE createpalette();
+    /* Take red, green, blue of map[0..colors-1] from a GDI palette of exactly colors entries
+     * (the map is never resized), then validate_rgb.  0, unchanged, for a null handle or an
+     * entry-count mismatch. */
+    int replace_palette(HPALETTE palette);
+#endif
 
     /* ---- DIB and bitmap interchange ------------------------------------------------- */
+    /* Packed DIBs are movable global-memory handles: BITMAPINFOHEADER, colour table, rows
+     * bottom-up.  Handles passed in are only read; handles returned belong to the caller
+     * (GlobalFree).
+     *
+     * Read a packed DIB into a heap image (attachdib) or a mapped-file image
+     * (attachdib_width_mapfile); 1 on success.  Accepted: BI_RGB of 1, 2, 4, 8, 16, 24, 32
+     * bits, biHeight > 0.  Depths up to 8 become palettized images (2 bits become 4) with
+     * colors = biClrUsed (0: 1 << biBitCount); 16- and 32-bit DIBs give black images of the
+     * right size at 24 bits (the reader's default channel shifts zero every channel); 24
+     * bits are read as they are; alpha bytes come out 0.  Refused with 0 and the image left
+     * untouched: a null or unknown handle, other compressions, biSize below 40, biClrUsed
+     * above 1 << biBitCount (depths up to 8), a block (GlobalSize) smaller than the header,
+     * table and rows claim.  Refused with 0 and the image left empty: width or height below
+     * 1 (top-down DIBs), more than 2^31 - 1 pixels, depth 0. */
+    int attachdib(void* dib);
+    int attachdib_width_mapfile(void* dib);
+    /* A 24-bit image from a caller's buffer of width x height 4-byte pixels (rows of width *
+     * 4 bytes, no padding): the first three bytes of each are copied as they are, and row y
+     * of the buffer becomes image row height - 1 - y.  0 for a null src or a failed create. */
+    int attachdib32(int width, int height, void* src);
+    /* A new packed DIB of the image, bottom-up, or null for an empty image or when memory
+     * runs out.  Depth by bits: 1 -> 1; 2..4 -> 4; 5..8 -> 8; 9..24 -> 24; 25..32 -> 32.
+     * Below 24 bits the table holds the map (biClrUsed = colors, at most 1 << depth) and the
+     * pixel values are the fourth bytes; 32 bits write the fourth byte as it is.  Only bits
+     * 1, 4, 8, 24 and 32 have pixels written; other depths give a zero pixel area.  The block
+     * has 16 rows of slack beyond the image (zero). */
+    void* createdib();
+    /* Copy the w x h block at (sx, sy) of a packed DIB to (x, y) of this image, clipped as
+     * the image form of blt; an unreadable DIB copies nothing. */
+    void blt(int x, int y, int w, int h, void* dib, int sx, int sy);
+    /* A null literal source copies nothing (and keeps the two blt forms unambiguous). */
+    void blt(int, int, int, int, decltype(nullptr), int, int) {}
+#ifdef _WIN32
+    /* Read a GDI bitmap through a temporary packed DIB of depth 1, 4, 8 or 24 (by its planes
+     * x bits), with palette (null: the stock default palette) selected on the screen DC.
+     * 0 for a null or unreadable bitmap. */
+    int attachbitmap(HBITMAP bitmap, HPALETTE palette);
+    /* A new GDI bitmap of the image (through createdib), compatible with the screen; when
+     * palette is non-null it receives the palette of the colour map (or null without one),
+     * which the caller then owns.  Null, with *palette null, for an empty image. */
+    HBITMAP createbitmap(HPALETTE* palette);
+#endif
+
+protected:
+    int _attachdib(void* dib, int mapped); /* the reader; mapped nonzero: mapped-file store */
+
+public:
 
     /* ---- Quantization --------------------------------------------------------------- */
 
@@ -194,6 +304,10 @@ protected:
 extern "C" {
 #endif
 /* ---- Free functions ------------------------------------------------------------------ */
+/* A new packed DIB holding the part of the packed DIB dib inside *rect (null or empty: all
+ * of it), at the depth the DIB is read at; null when the DIB cannot be read or the clipped
+ * rectangle is empty.  dib is left as it was. */
+KIV_API void* kivCrop(void* dib, tagRECT* rect);
 
 #ifdef __cplusplus
 }
