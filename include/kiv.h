@@ -244,6 +244,42 @@ public:
     int crop(tagRECT* rect);
 
     /* ---- Compositing ---------------------------------------------------------------- */
+    /* Compositors combine another image (or a colour) with this one through the blend
+     * modes of the fills (see "Fills and gradients"): per pixel c = blend(pixel, source),
+     * then pixel = trunc((pixel * (255 - w) + c * w) / 255) for red, green and blue with a
+     * weight w of 0..255; every alpha byte of this image is kept.  Opacities outside 0..255
+     * are clamped.  Sources are only read (they may be this image); a palettized source is
+     * read through its pixels' colours.  Placement is clipped against both images; a
+     * palettized target is raised to 24 bits (colour map kept) when something is drawn.
+     * Each returns 1 when it drew, 0 (image unchanged) for a null or empty image, nothing
+     * to draw (no overlap, opacity 0) or an unknown direction. */
+
+    /* Draw layer with its top-left corner at (x, y) of this image through blend mode `mode`
+     * at `opacity`.  usealpha nonzero weighs each pixel by the layer's alpha byte as well,
+     * w = alpha * opacity / 255 (a layer below 24 bits has no alpha and counts as opaque);
+     * zero draws every pixel at w = opacity. */
+    int addlayer(kiv* layer, int x, int y, int opacity, int mode, int usealpha);
+
+    /* Mix the part of src inside *srcrect (null or empty: all of src; clipped to src) into
+     * this image with its top-left corner at (x, y), normal mode, w = opacity. */
+    int merge(kiv* src, tagRECT* srcrect, int x, int y, int opacity);
+
+    /* Paste all of src with its top-left corner at (x, y), normal mode, with an opacity
+     * that fades across the pasted area from op0 at the side or corner opposite dir to op1
+     * at the one dir names (the direction codes of the fills): w = op0 + (op1 - op0) * t /
+     * 255, t the 0..255 ramp position of the pixel within src's area as placed. */
+    int fadepaste(kiv* src, int x, int y, int op0, int op1, int dir);
+
+    /* Fade the rectangle (null or empty: the whole image; clipped) toward color: normal
+     * mode with w ramping from op0 to op1 toward dir as in fadepaste, across the rectangle
+     * as given. */
+    int fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir);
+
+    /* Tile texture over the rectangle (null or empty: the whole image; clipped) through
+     * blend mode `mode` at `opacity`; the texture's top-left pixel sits at the rectangle's
+     * top-left corner as given, and tiles repeat right and down from there. */
+    int texturefill(tagRECT* rect, kiv* texture, int opacity, int mode);
+
 
     /* ---- Point adjustments ---------------------------------------------------------- */
 
