@@ -276,6 +276,76 @@ public:
     /* ---- Quantization --------------------------------------------------------------- */
 
     /* ---- Fills and gradients -------------------------------------------------------- */
+    /* Blend modes (mode), d the existing pixel and s the fill colour, per channel 0..255:
+     *   0 normal (s; also 9 and any unlisted value)  1 darken min(d, s)  2 lighten max(d, s)
+     *   3 hue, 4 saturation, 6 value: d's HSV with s's hue, saturation or value
+     *   5 colour: d's HLS lightness with s's hue and saturation
+     *   7 multiply  8 screen  10 overlay  11 hard light  12 soft light  13 difference
+     *   14 exclusion  15 colour dodge  16 colour burn
+     *   17 add, 18 subtract: saturating; both take s's blue for green as well as for blue.
+     * The blended colour c is then mixed in with the opacity op (0..255, 255 = c replaces
+     * the pixel; values outside are clamped, 0 does nothing):
+     *   pixel = trunc((pixel * (255 - op) + c * op) / 255) for red, green and blue.
+     * The alpha byte of every pixel is kept.  Palettized images are raised to true colour
+     * (their colour map is kept).
+     *
+     * Rectangles: (x, y, w, h) is the box x..x+w-1, y..y+h-1, clipped to the image; the
+     * tagRECT overloads take the whole image for a null or empty rectangle.  A ramp (shade,
+     * gradient) spans the box as given, so a clipped box shows its inner part.
+     *
+     * Directions (dir) of shades and gradients name the side or corner the ramp runs toward,
+     * numbered like the outer cells of a 3 x 3 grid: 0 top-left, 1 top, 2 top-right, 3 left,
+     * 4 right, 5 bottom-left, 6 bottom, 7 bottom-right.  The first colour lies at the
+     * opposite side or corner, the last at the named one. */
+
+    /* Blend colour over the box.  0, image unchanged, for an empty image, w or h below 1
+     * or op 0; otherwise bits becomes at least 24, then 0 when the box lies outside the
+     * image, else 1. */
+    int solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode);
+    int solidfill(tagRECT* r, COLORREF color, int op, int mode);
+    int fillsolidrect(int x, int y, int w, int h, COLORREF color, int op); /* mode 0 */
+    int fillsolidrect(tagRECT* r, COLORREF color, int op);                 /* mode 0 */
+
+    /* Linear shade of colors[0..n-1] (n 1..16) toward dir, through a 512-step table.
+     * 0, image unchanged, for an empty image, w or h below 1, op 0, a null list or n
+     * outside 1..16; otherwise bits becomes 24, then 0 for a direction outside 0..7 or a
+     * box outside the image, else 1. */
+    int shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op, int mode);
+    int shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode);
+    int fillshaderect(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op); /* mode 0 */
+    int fillshaderect(tagRECT* r, COLORREF* colors, int n, int dir, int op);                 /* mode 0 */
+
+    /* Gradient of n stops (positions 0..1000, ascending) toward dir, through the table of
+     * make_gradtable(stops, n, 1000).  One stop is solidfill with its colour.  0, image
+     * unchanged, for an empty image, a null list, n below 1, w or h below 1 or op 0;
+     * otherwise bits becomes 24, then 0 for a direction outside 0..7 or a box outside the
+     * image, else 1. */
+    int gradientfill(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op, int mode);
+    int gradientfill(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op, int mode);
+    int fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op); /* mode 0 */
+    int fillgradientrect(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op);                 /* mode 0 */
+
+    /* A gradient rendered into a logical palette of size entries (1..65535; version 0x300).
+     * The stops are padded to run from 0 to 1000 (the first colour put at 0, the last at
+     * 1000, when missing); each pair of stops k, k+1 then adds pos[k+1] - pos[k] entries
+     * ramping from colour k toward (never reaching) colour k+1, appended from the start of
+     * the table.  Entries no pair reaches stay zero.  Null for a null list, n below 1, a
+     * size outside 1..65535 or no memory.  The caller releases it with free_gradtable. */
+    static tagLOGPALETTE* make_gradtable(tagGRADCOLORS* stops, int n, int size);
+    /* Release a table of make_gradtable or a logical palette of createlogpalette; null is
+     * ignored. */
+    static void free_gradtable(tagLOGPALETTE* t);
+
+    /* The image's lightness, (min + max) >> 1 of each pixel, into red, green, blue and
+     * alpha; bits becomes 24.  0 for an empty image, else 1. */
+    int settoalpha();
+
+    /* Grow the image by borders of the given widths (pixels, each 0 or more) filled with
+     * color; the old pixels (all four bytes) land at (left, top) and bits becomes at least
+     * 24 (palettized images lose their colour map).  0, image unchanged, for an empty
+     * image, a negative width, a result too large or no memory; else 1. */
+    int addborder(int left, int right, int top, int bottom, COLORREF color);
+
 
     /* ---- Resampling, orientation and layout ----------------------------------------- */
     /* The image becomes the part of itself inside *rect (null or empty: the whole image);
@@ -284,6 +354,42 @@ public:
     int crop(tagRECT* rect);
 
     /* ---- Compositing ---------------------------------------------------------------- */
+    /* Compositors combine another image (or a colour) with this one through the blend
+     * modes of the fills (see "Fills and gradients"): per pixel c = blend(pixel, source),
+     * then pixel = trunc((pixel * (255 - w) + c * w) / 255) for red, green and blue with a
+     * weight w of 0..255; every alpha byte of this image is kept.  Opacities outside 0..255
+     * are clamped.  Sources are only read (they may be this image); a palettized source is
+     * read through its pixels' colours.  Placement is clipped against both images; a
+     * palettized target is raised to 24 bits (colour map kept) when something is drawn.
+     * Each returns 1 when it drew, 0 (image unchanged) for a null or empty image, nothing
+     * to draw (no overlap, opacity 0) or an unknown direction. */
+
+    /* Draw layer with its top-left corner at (x, y) of this image through blend mode `mode`
+     * at `opacity`.  usealpha nonzero weighs each pixel by the layer's alpha byte as well,
+     * w = alpha * opacity / 255 (a layer below 24 bits has no alpha and counts as opaque);
+     * zero draws every pixel at w = opacity. */
+    int addlayer(kiv* layer, int x, int y, int opacity, int mode, int usealpha);
+
+    /* Mix the part of src inside *srcrect (null or empty: all of src; clipped to src) into
+     * this image with its top-left corner at (x, y), normal mode, w = opacity. */
+    int merge(kiv* src, tagRECT* srcrect, int x, int y, int opacity);
+
+    /* Paste all of src with its top-left corner at (x, y), normal mode, with an opacity
+     * that fades across the pasted area from op0 at the side or corner opposite dir to op1
+     * at the one dir names (the direction codes of the fills): w = op0 + (op1 - op0) * t /
+     * 255, t the 0..255 ramp position of the pixel within src's area as placed. */
+    int fadepaste(kiv* src, int x, int y, int op0, int op1, int dir);
+
+    /* Fade the rectangle (null or empty: the whole image; clipped) toward color: normal
+     * mode with w ramping from op0 to op1 toward dir as in fadepaste, across the rectangle
+     * as given. */
+    int fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir);
+
+    /* Tile texture over the rectangle (null or empty: the whole image; clipped) through
+     * blend mode `mode` at `opacity`; the texture's top-left pixel sits at the rectangle's
+     * top-left corner as given, and tiles repeat right and down from there. */
+    int texturefill(tagRECT* rect, kiv* texture, int opacity, int mode);
+
 
     /* ---- Point adjustments ---------------------------------------------------------- */
 
