@@ -353,6 +353,75 @@ public:
      * rectangle is empty. */
     int crop(tagRECT* rect);
 
+    /* Filtered resampling to w x h pixels (both >= 1).  method picks the filter, by
+     * support in source pixels: 0 box (0.5), 1 triangle (1), 2 Hermite cubic (1),
+     * 3 Hanning (1), 4 Hamming (1), 5 Blackman (1), 6 Gaussian (1.25), 7 quadratic (1.5),
+     * 8 cubic B-spline (2), 9 Catmull-Rom (2), 10 Mitchell (2), 11 Lanczos 3 (3),
+     * 12 Bessel (3.2383), 13 sinc (4).  Two separable passes (vertical first when the
+     * height shrinks), edges mirrored, weights normalised to sum 1; each byte rounded and
+     * clamped.  The result is 24 bits with alpha 0 (a palettized image's map is dropped);
+     * mapped nonzero puts its pixels in a mapped temporary file.  Shrinking both sides
+     * ends with sharpen(nullptr).  Refused (0, unchanged): empty image, w or h below 1,
+     * the same size, method outside 0..13 (14 is an empty slot), or too little memory. */
+    int zoom(int w, int h, int method, int mapped);
+    /* Pixel replication to w x h: target (x, y) copies source column trunc(width * x / w)
+     * and row round(height * y / h) (clamped to the last row), all four bytes.  Keeps the
+     * depth and the colour map.  0 for an empty image or w, h below 1. */
+    int zoom_pixel(int w, int h);
+    /* Nearest neighbour to w x h: source position width * x / w (and likewise for rows)
+     * in single precision, rounded half up; positions at or past the last pixel take the
+     * last pixel.  All four bytes copied; keeps the depth and the colour map.  0 for an
+     * empty image or w, h below 1. */
+    int zoom_near(int w, int h);
+    /* Bilinear to w x h in single precision between the two pixels left/right of and
+     * above/below the position of zoom_near (positions at or past the last pixel sample
+     * halfway between the last two), truncated.  The result is 24 bits, alpha 0.  0 for an
+     * empty image or w, h below 1. */
+    int zoom_linear(int w, int h);
+    /* Shrink to fit a w x h frame keeping the aspect ratio (bilinear, as zoom_linear, to
+     * floor(width * s) x floor(height * s), s the smaller of the two ratios).  Returns 1 and
+     * changes nothing when the image already fits; 0 for an empty image or a frame that
+     * leaves less than one pixel. */
+    int zoom_inframe(int w, int h);
+
+    /* Quarter turn of the whole image: dir nonzero counter-clockwise (the top edge becomes
+     * the left edge), 0 clockwise.  Width and height swap; depth, colour map and the
+     * progress callback are kept.  Does nothing to an empty image. */
+    void rotate(int dir);
+    /* Half turn of the rectangle (x, y, x + w, y + h) in place; with an odd height the
+     * middle row is left unreversed.  The rectangle is clipped (empty: the whole image);
+     * 0 when nothing of it is inside the image, else 1. */
+    int rotate180(int x, int y, int w, int h);
+    /* Left-right reversal of every row of the rectangle (as rotate180 for its rules). */
+    int mirror(int x, int y, int w, int h);
+    /* Top-bottom reversal of the rectangle's rows (as rotate180 for its rules). */
+    int flip(int x, int y, int w, int h);
+    /* Shift the whole image by dx columns (positive: right) and dy rows (positive: down),
+     * each taken modulo the size.  wrap nonzero moves what leaves one edge in at the other;
+     * wrap 0 makes the uncovered strips white (alpha kept) and raises the depth to 24
+     * (a palettized image's map stays).  1 also when nothing moves; 0 for an empty image
+     * or too little memory. */
+    int scroll(int dx, int dy, int wrap);
+    /* The image becomes nx x ny copies of its part inside rect (null or empty: the whole
+     * image), at the same depth and colour map.  0, unchanged, for nx or ny below 1, a
+     * rectangle wholly outside, a result over 2^31 - 1 pixels per side or too little
+     * memory. */
+    int tile(tagRECT* rect, int nx, int ny);
+    /* The part inside rect is resampled to (width / n) x (height / n) with zoom's Mitchell
+     * filter (method 10; it is sharpened) and repeated n x n times; the result is 24 bits.
+     * 0, unchanged, for n below 2, a rectangle wholly outside, or a part narrower or lower
+     * than n pixels. */
+    int tile_divide(tagRECT* rect, int n);
+    /* Turn the image by degrees (positive: counter-clockwise, any finite value) about its
+     * centre into a new image just large enough to hold it (ceil of the turned extents;
+     * exact multiples of 90 give exactly rotate's result).  Corners not covered by the
+     * image take background (COLORREF, alpha 0).  method 0: nearest pixel; 1: bilinear
+     * over all four bytes, background outside the image, rounded.  Sines and cosines come
+     * from the library's own series, so every platform gives the same bytes.  The depth is
+     * raised to 24 (a palettized image's map is dropped).  0, unchanged, for an empty
+     * image, another method, a non-finite angle or a result too large. */
+    int rotate_any(double degrees, COLORREF background, int method);
+
     /* ---- Compositing ---------------------------------------------------------------- */
     /* Compositors combine another image (or a colour) with this one through the blend
      * modes of the fills (see "Fills and gradients"): per pixel c = blend(pixel, source),
