@@ -9,27 +9,10 @@ namespace {
 
 using kivgeom::row_ptr;
 
-// The clipped strip (x, y, w, h) made white: red, green and blue 255, alpha kept. This is
-// what a solid fill with colour 0xFFFFFF, opacity 255 and the normal blend mode does once
-// the depth is at least 24.
-// TODO(lead): replace with solidfill(x, y, w, h, 0xFFFFFF, 255, 0) once the fills are merged.
-void fill_white_strip(kiv& img, int x, int y, int w, int h) {
-    if (w < 1 || h < 1) return;
-    const int left = std::min(std::max(x, 0), img.m_width), top = std::min(std::max(y, 0), img.m_height);
-    const int right = kivcore::clamp_int(std::min<long long>(static_cast<long long>(x) + w, img.m_width));
-    const int bottom = kivcore::clamp_int(std::min<long long>(static_cast<long long>(y) + h, img.m_height));
-    if (right - left < 1 || bottom - top < 1) return;
-    kivcore::parallel_for(top, bottom, [&](int row) {
-        tagRGBA* p = row_ptr(img, row);
-        for (int c = left; c < right; ++c) p[c].r = p[c].g = p[c].b = 255;
-    });
-}
-
 // The crop step of tile and tile_divide, into a separate image so that a later failure
 // leaves the caller's image untouched: dst becomes the clipped rectangle of src at src's
 // depth, with its colour map below 24 bits. False when the clipped rectangle is empty or
 // memory runs out.
-// TODO(lead): the same as crop(); switch to it if failures may leave the image cropped.
 bool crop_copy(kiv& src, tagRECT* rect, kiv& dst) {
     tagRECT r;
     if (!src.m_pixels || !src.validaterect(rect, &r)) return false;
@@ -70,13 +53,13 @@ int kiv::scroll(int dx, int dy, int wrap) {
             if (wrap)
                 blt(W + dx, 0, -dx, H, &t, 0, 0);
             else
-                fill_white_strip(*this, W + dx, 0, -dx, H);
+                solidfill(W + dx, 0, -dx, H, 0xFFFFFF, 255, 0);
         } else {
             blt(dx, 0, W - dx, H, &t, 0, 0);
             if (wrap)
                 blt(0, 0, dx, H, &t, W - dx, 0);
             else
-                fill_white_strip(*this, 0, 0, dx, H);
+                solidfill(0, 0, dx, H, 0xFFFFFF, 255, 0);
         }
     }
     if (dy != 0) {
@@ -86,13 +69,13 @@ int kiv::scroll(int dx, int dy, int wrap) {
             if (wrap)
                 blt(0, H + dy, W, -dy, &t, 0, 0);
             else
-                fill_white_strip(*this, 0, H + dy, W, -dy);
+                solidfill(0, H + dy, W, -dy, 0xFFFFFF, 255, 0);
         } else {
             blt(0, dy, W, H - dy, &t, 0, 0);
             if (wrap)
                 blt(0, 0, W, dy, &t, 0, H - dy);
             else
-                fill_white_strip(*this, 0, 0, W, dy);
+                solidfill(0, 0, W, dy, 0xFFFFFF, 255, 0);
         }
     }
     return 1;

@@ -40,25 +40,6 @@ int nearest_at(int x, int n, int m) {
     return clamp_index(static_cast<long long>(s.i) + (s.frac >= 0.5f ? 1 : 0), n);
 }
 
-// The colour of every pixel refreshed from its map entry (the index in byte 3), for depths
-// below 24; indexes past the map are left alone.
-// TODO(lead): this is validate_rgb of the colour-map family; call it once that is merged.
-void refresh_from_map(kiv& img) {
-    if (img.m_bits >= 24 || !img.m_map || img.m_colors <= 0) return;
-    const tagRGBA* map = img.m_map;
-    const int colors = img.m_colors;
-    kivcore::parallel_for(0, img.m_height, [&](int y) {
-        tagRGBA* p = row_ptr(img, y);
-        for (int x = 0; x < img.m_width; ++x)
-            if (p[x].a < colors) {
-                const tagRGBA& c = map[p[x].a];
-                p[x].r = c.r;
-                p[x].g = c.g;
-                p[x].b = c.b;
-            }
-    });
-}
-
 // Shared frame of zoom_pixel and zoom_near: result of the same depth and map, each pixel a
 // whole copy of the source pixel (cols[x], rows[y]).
 int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const std::vector<int>& rows) {
@@ -70,7 +51,7 @@ int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const 
         tagRGBA* d = row_ptr(result, y);
         for (int x = 0; x < w; ++x) d[x] = s[cols[static_cast<std::size_t>(x)]];
     });
-    refresh_from_map(result);
+    result.validate_rgb();
     img.movefrom(&result);
     return 1;
 }
