@@ -215,7 +215,7 @@ TEST(FilterGaussRle, MatchesRunByRunReference) {
     const struct {
         double sigma;
         unsigned planes;
-    } rows[] = {{1.0, 7}, {0.4, 15}, {2.5, 5}, {7.0, 8}, {40.0, 7}};
+    } rows[] = {{1.0, 7}, {0.4, 15}, {2.5, 5}, {7.0, 8}, {40.0, 7}, {10000.0, 15}};
     for (Case c : cases())
         for (auto& row : rows) {
             // Few grey levels, so runs of equal values occur.
