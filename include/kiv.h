@@ -469,6 +469,119 @@ public:
      * neighbours -1, divided by 10, clamped; the same result as filter_3x3 mode 3. */
     int sharpen(tagRECT* rect);
 
+    /* Blurs.  All take a rectangle (null or empty: the whole image, clipped to it) and
+     * return 1, or 0 with the image unchanged when the clipped rectangle is empty, the image
+     * has no pixels or a parameter is refused.  A palettized image becomes 24-bit (its
+     * pixels already hold the colours).  Red, green and blue are treated alike. */
+
+    /* Mean of up to four corner samples (x -+ dx/2, y -+ dy/2), each taken only if it lies
+     * inside the image (pixels outside the rectangle are used); a pixel with no sample keeps
+     * its colour.  dx, dy: full spans in pixels; negative spans count as 0; refused when
+     * both are below 1.  Alpha kept; depth becomes exactly 24. */
+    int blur(tagRECT* rect, int dx, int dy);
+    /* Tent blur of radius r pixels (weights r+1 .. 1), rows then columns, integer.  The row
+     * pass also reads columns outside the rectangle, the column pass only rows inside it;
+     * both renormalise by the weights used.  Alpha of the rectangle becomes 0.  r = 0
+     * copies the colours; refused for r < 0. */
+    int blur_simple(tagRECT* rect, int r);
+    /* Recursive (Deriche) Gaussian, constant cost per pixel: columns with sy, then rows with
+     * sx (standard deviations in pixels, > 0 and finite, else refused).  Each line is
+     * extended by its end pixels: nothing outside the rectangle is read.  Alpha kept.
+     * Progress: init((w + h) >> 3), a step every 8 lines, term. */
+    int blur_gauss_iir(tagRECT* rect, double sx, double sy);
+    /* Sampled Gaussian with integer weights (255 at the centre, taps -h .. h-1 where
+     * h = ceil(sigma * sqrt(2 ln 255))), columns then rows, ends of each line repeated:
+     * nothing outside the rectangle is read.  sigma in pixels, 0 < sigma <= 10000, else
+     * refused.  planes: bit 0 red, 1 green, 2 blue, 3 alpha; clear bits keep the channel.
+     * Progress as blur_gauss_iir. */
+    int blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes);
+    int blur_gauss_rle(tagRECT* rect, double sigma); /* planes = 7: alpha kept */
+    /* Selective Gaussian: each channel averages only the neighbours within the whole image
+     * that differ from the centre by at most threshold (a negative threshold changes
+     * nothing).  radius: pixels at which the kernel falls to 1/255, at most 127 (refused
+     * above, or NaN); radius <= 0 changes no pixel but returns 1.  Alpha kept; depth
+     * becomes exactly 24.  Progress: init(h >> 3), a step every 8 rows, term. */
+    int blur_gauss_sel(tagRECT* rect, double radius, int threshold);
+
+    /* 3x3 kernels.  The rectangle's border pixels are repeated outward; pixels outside it
+     * are never read.  Alpha kept; depth becomes 24 (also for a refused mode).
+     * mode: 0 mean, 1 median, 3 sharpen (-1s, centre 18, /10), 4 soft blur (8 12 8 / 12 20
+     * 12 / 8 12 8, /100), 5 emboss (bottom-right minus top-left + 128, wrapped to a byte),
+     * 6 sharpen more (centre 13, /5), 7 maximum, 8 minimum, 9 cross sharpen (centre 5),
+     * 10 full sharpen (centre 9), 11 Laplacian, 12 Sobel horizontal, 13 Sobel vertical,
+     * 14 adaptive sharpen (only where mode 3 would change a channel by more than 7),
+     * 15 adaptive smooth (mode 4 only where mode 3 would change it by less than 5).
+     * Refused: mode 2 and modes above 15.  Results are clamped to 0..255. */
+    int filter_3x3(tagRECT* rect, unsigned mode);
+    /* Nine row-major weights (null: refused), result clamp(sum / divisor) per channel,
+     * divisor 0 taken as 1; sums wrap in 32 bits. */
+    int filter_custom3x3(tagRECT* rect, int* kernel, int divisor);
+    /* Kernel -1s around centre s + 8, divisor s; strength s in 1..40, else 10. */
+    int filter_sharpen(tagRECT* rect, int strength);
+    /* Kernel 1s around centre s, divisor s + 8; strength s in 1..40, else 10. */
+    int filter_soften(tagRECT* rect, int strength);
+    /* Gradient magnitude (rounded integer square root of gx^2 + gy^2) times 10 / strength,
+     * clamped; strength below 1 (or NaN) counts as 1.  Neighbours come from the whole
+     * image, coordinates clamped to it.  Alpha of the rectangle becomes 0. */
+    int edge(tagRECT* rect, double strength);
+    /* Relief lit from (azimuth, elevation), heights from the red channel of the whole image
+     * (coordinates clamped to it).  param null: azimuth 30, elevation 45, depth 20, mono 1.
+     * mono: grey shade; else each colour of the pixel above scaled by shade / 256.  Only the
+     * low 16 bits of depth count (unsigned); refused when they are 0 or the angles are not
+     * finite.  Alpha of the rectangle becomes 0. */
+    int emboss(tagRECT* rect, tagKIV_EMBOSS* param);
+    /* Bevelled frame n pixels wide: top and left lightened, bottom and right darkened,
+     * mitred corners.  Refused when n < 0 or the rectangle is narrower or lower than 2n. */
+    int raise_edge(tagRECT* rect, int n);
+
+    /* Sharpening.  Alpha kept; depth raised to 24. */
+    /* Adjustable 3x3 sharpen: O + (8 O - sum of the 8 neighbours) * strength / 800,
+     * clamped, per channel; strength in percent 0..1000 (0: no change; else refused).
+     * Rectangle border repeated outward as in filter_3x3. */
+    int sharpen2(tagRECT* rect, int strength);
+    /* Unsharp mask: B = recursive Gaussian of the rectangle (sigma = radius pixels, lines
+     * extended by their ends), D = O - B; where |D| >= threshold the channel becomes
+     * clamp(O + D * amount / 100).  radius > 0 and <= 1000, amount 0..1000 percent,
+     * threshold 0..255; anything else refused.  Progress as blur_gauss_iir. */
+    int unsharp_mask(tagRECT* rect, double radius, int amount, int threshold);
+    /* The same on lightness L = (max + min) / 2 only: the same change is added to red,
+     * green and blue (clamped), so edges get no colour fringes. */
+    int unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold);
+    /* Local contrast: each pixel's lightness is pushed away from the mean of the
+     * (2 radius + 1)^2 box around it (clipped to the rectangle) by a gain that grows where
+     * the box's standard deviation is low: gain = 1 + amount / 100 * (g - 1), g = 40 /
+     * (deviation + 1) limited to 1..3.  The change is added to red, green and blue
+     * (clamped).  radius 1..1000 pixels, amount 0..100; anything else refused. */
+    int enhance(tagRECT* rect, int radius, int amount);
+
+    /* Motion and directional blurs.  Samples come from the whole image (coordinates
+     * clamped to it); only the rectangle is written.  Each colour channel becomes the
+     * rounded mean of its samples; alpha kept; depth raised to 24. */
+    /* Straight motion: distance + 1 samples spaced one pixel apart along the line through
+     * the pixel at angle degrees (0 = horizontal, 90 = up), centred on it.  distance 0..1000
+     * pixels (0: no change); angle finite; else refused. */
+    int mblur_linear(tagRECT* rect, double angle, int distance);
+    /* Spin about (cx, cy): each pixel averaged over an arc of angle degrees (0..360)
+     * centred on it, sampled at about one pixel spacing at the rectangle's farthest corner
+     * (at most 256 samples).  Refused for angle outside 0..360 or NaN. */
+    int mblur_radial(tagRECT* rect, int cx, int cy, double angle);
+    /* Circular motion about (cx, cy) of the same length everywhere: each pixel averaged
+     * over an arc amount pixels long (at most a full turn), samples one pixel apart.
+     * amount 0..1000 (0: no change); else refused. */
+    int mblur_round(tagRECT* rect, int cx, int cy, int amount);
+    /* Zoom towards (cx, cy): each pixel averaged along the ray to the centre over amount
+     * percent of its distance (0..100; 0: no change), at most 256 samples. */
+    int mblur_zoom(tagRECT* rect, int cx, int cy, int amount);
+    /* Wind: bright pixels leave streaks that fade over about `strength` pixels (1..1000) in
+     * the direction the wind blows to: 0 right (from the left), 1 left, 2 down, 3 up.  The
+     * streak length varies from line to line (fixed pattern, so the result is repeatable).
+     * Only the rectangle is read.  Refused outside those ranges. */
+    int sblur_wind(tagRECT* rect, int direction, int strength);
+    /* Blast: a stronger wind; each pixel becomes the brighter of itself and the mean of the
+     * upwind streak (about `strength` pixels, varying per line), per channel.  Parameters
+     * as sblur_wind. */
+    int sblur_blast(tagRECT* rect, int direction, int strength);
+
     /* ---- Effects -------------------------------------------------------------------- */
 
 protected:
