@@ -155,37 +155,36 @@ void kiv::negative(tagRECT* rect) {
     }
 }
 
-void kiv::invertrect(int x, int y, int w, int h) {
-    if (w < 1 || h < 1 || !has_pixels(*this)) return;
-    if (!true_colour(*this)) {
+namespace {
+// Sizes in 64 bits, so a rectangle's width or right edge never overflows on the way.
+void invert_block(kiv& img, long long x, long long y, long long w, long long h) {
+    if (w < 1 || h < 1 || !has_pixels(img)) return;
+    if (!true_colour(img)) {
         // Map and every pixel are complemented, so they stay in agreement.
-        complement_colormap(*this);
+        complement_colormap(img);
         x = 0;
         y = 0;
-        w = m_width;
-        h = m_height;
+        w = img.m_width;
+        h = img.m_height;
     }
-    tagRECT rc;
-    rc.left = x < 0 ? 0 : (x < m_width ? x : m_width);
-    rc.top = y < 0 ? 0 : (y < m_height ? y : m_height);
-    const long long r = static_cast<long long>(x) + w, b = static_cast<long long>(y) + h;
-    rc.right = static_cast<LONG>(r < m_width ? r : m_width);
-    rc.bottom = static_cast<LONG>(b < m_height ? b : m_height);
-    if (rc.right - rc.left < 1 || rc.bottom - rc.top < 1) return;
-    complement_rect(*this, rc);
+    const long long l = x < 0 ? 0 : (x < img.m_width ? x : img.m_width);
+    const long long t = y < 0 ? 0 : (y < img.m_height ? y : img.m_height);
+    const long long r = x + w < img.m_width ? x + w : img.m_width;
+    const long long b = y + h < img.m_height ? y + h : img.m_height;
+    if (r - l < 1 || b - t < 1) return;
+    const tagRECT rc{static_cast<LONG>(l), static_cast<LONG>(t), static_cast<LONG>(r), static_cast<LONG>(b)};
+    complement_rect(img, rc);
 }
+}  // namespace
+
+void kiv::invertrect(int x, int y, int w, int h) { invert_block(*this, x, y, w, h); }
 
 void kiv::invertrect(tagRECT* rect) {
-    if (!rect || rect->right <= rect->left || rect->bottom <= rect->top) {
-        invertrect(0, 0, m_width, m_height);
-        return;
-    }
-    // Sizes of a non-empty rectangle are positive; very wide ones are capped, which the
-    // clipping to the image makes harmless.
-    const long long w = static_cast<long long>(rect->right) - rect->left;
-    const long long h = static_cast<long long>(rect->bottom) - rect->top;
-    invertrect(rect->left, rect->top, w > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(w),
-               h > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(h));
+    if (!rect || rect->right <= rect->left || rect->bottom <= rect->top)
+        invert_block(*this, 0, 0, m_width, m_height);
+    else
+        invert_block(*this, rect->left, rect->top, static_cast<long long>(rect->right) - rect->left,
+                     static_cast<long long>(rect->bottom) - rect->top);
 }
 
 int kiv::desaturate(tagRECT* rect) {
