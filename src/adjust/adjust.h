@@ -3,8 +3,10 @@
 #ifndef KIV_ADJUST_ADJUST_H
 #define KIV_ADJUST_ADJUST_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 #include "core/parallel.h"
 #include "kiv.h"
@@ -64,6 +66,43 @@ void map_rect(kiv& img, const tagRECT& rc, F fn) {
         for (int i = 0; i < n; ++i) {
             const u32 w = load(p + i);
             store(p + i, (fn(w) & 0x00FFFFFFu) | (w & kFourthByte));
+        }
+    });
+}
+
+// map_rect for rules that cost far more than a memory access (the HLS and HSV round trips):
+// each chunk of rows remembers recent colours in a direct-mapped cache, so a colour met
+// again is looked up instead of recomputed.  fn is a pure function of the colour, so a hit
+// returns exactly what a fresh call would.
+template <class F>
+void map_rect_cached(kiv& img, tagRECT rc, F fn) {
+    tagRGBA* base = img.m_pixels;
+    const std::size_t stride = static_cast<std::size_t>(img.m_width);
+    const int n = rc.right - rc.left;
+    kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
+        // Up to 2^16 entries of 8 bytes (512 KiB, within a core's second-level cache), fewer
+        // for small chunks so that clearing the cache never costs more than the chunk's pixels.
+        int bits = 6;
+        while (bits < 16 && (1LL << bits) < static_cast<long long>(y1 - y0) * n) ++bits;
+        // An entry holds the 24-bit key in its low half, the result in its high half; the
+        // empty pattern's low half matches no key.
+        std::unique_ptr<std::uint64_t[]> cache(new std::uint64_t[std::size_t{1} << bits]);
+        std::fill_n(cache.get(), std::size_t{1} << bits, ~std::uint64_t{0});
+        for (int y = y0; y < y1; ++y) {
+            tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
+            for (int i = 0; i < n; ++i) {
+                const u32 w = load(p + i);
+                const u32 key = w & 0x00FFFFFFu;
+                std::uint64_t& e = cache[(key * 0x9E3779B1u) >> (32 - bits)];
+                u32 out;
+                if (static_cast<u32>(e) == key) {
+                    out = static_cast<u32>(e >> 32);
+                } else {
+                    out = fn(w) & 0x00FFFFFFu;
+                    e = static_cast<std::uint64_t>(out) << 32 | key;
+                }
+                store(p + i, out | (w & kFourthByte));
+            }
         }
     });
 }

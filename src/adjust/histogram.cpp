@@ -250,7 +250,7 @@ int kiv::autocolorenhance(tagRECT* rect) {
             total.add(part.vmax);
             total.add(part.vmin);
         });
-        map_rect(*this, rc, [&](u32 w) { return enhance_word(w, total); });
+        map_rect_cached(*this, rc, [&](u32 w) { return enhance_word(w, total); });
     } else {
         ValueRange vr;
         for (int i = 0; i < map_entries(*this); ++i) vr.add(to_cmy_hsv(load(m_map + i)).hsv.v);

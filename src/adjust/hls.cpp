@@ -140,7 +140,7 @@ int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
     if (true_colour(img)) {
         tagRECT rc;
         if (!clip(img, rect, &rc)) return 0;
-        map_rect(img, rc, fn);
+        map_rect_cached(img, rc, fn);
     } else {
         map_colormap(img, fn);
         if (refresh) refresh_from_map(img);
