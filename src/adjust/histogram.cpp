@@ -94,16 +94,28 @@ Range rect_range(kiv& img, const tagRECT& rc) {
         Range part;
         for (int y = y0; y < y1; ++y) {
             const tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
-            // Byte-wise min and max over plain arrays: the compiler keeps them in vectors.
+            // The row as plain bytes into 16 running minima and maxima (byte k holds channel
+            // k % 4): the compiler keeps them in vector registers.  Folded per channel below.
+            const u8* bytes = reinterpret_cast<const u8*>(p);
+            const std::size_t nb = static_cast<std::size_t>(rc.right - rc.left) * sizeof(tagRGBA);
+            u8 lo16[16], hi16[16];
+            std::memset(lo16, 255, sizeof lo16);
+            std::memset(hi16, 0, sizeof hi16);
+            std::size_t j = 0;
+            for (; j + 16 <= nb; j += 16)
+                for (int k = 0; k < 16; ++k) {
+                    lo16[k] = bytes[j + k] < lo16[k] ? bytes[j + k] : lo16[k];
+                    hi16[k] = bytes[j + k] > hi16[k] ? bytes[j + k] : hi16[k];
+                }
+            for (; j < nb; ++j) {
+                lo16[j % 16] = bytes[j] < lo16[j % 16] ? bytes[j] : lo16[j % 16];
+                hi16[j % 16] = bytes[j] > hi16[j % 16] ? bytes[j] : hi16[j % 16];
+            }
             u8 lo[3] = {255, 255, 255}, hi[3] = {0, 0, 0};
-            for (int i = 0; i < rc.right - rc.left; ++i) {
-                const u8 r = p[i].r, g = p[i].g, b = p[i].b;
-                lo[0] = r < lo[0] ? r : lo[0];
-                hi[0] = r > hi[0] ? r : hi[0];
-                lo[1] = g < lo[1] ? g : lo[1];
-                hi[1] = g > hi[1] ? g : hi[1];
-                lo[2] = b < lo[2] ? b : lo[2];
-                hi[2] = b > hi[2] ? b : hi[2];
+            for (int k = 0; k < 16; ++k) {
+                if (k % 4 == 3) continue;  // the fourth byte takes no part
+                lo[k % 4] = lo16[k] < lo[k % 4] ? lo16[k] : lo[k % 4];
+                hi[k % 4] = hi16[k] > hi[k % 4] ? hi16[k] : hi[k % 4];
             }
             Range row;
             for (int c = 0; c < 3; ++c) {
