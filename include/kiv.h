@@ -204,9 +204,10 @@ public:
      * even with neutral arguments. */
     int modulate(tagRECT* rect, int hue, int saturation, int lightness);
     /* Hue (degrees, -180..180), saturation and lightness (-100..100, percent) for all
-     * colours (range 0) or for one sixth of the hue circle (range 1..6: red, yellow,
-     * green, cyan, blue, magenta sectors of the HLS hue).  Out-of-range hue, saturation
-     * and lightness are clamped; a range outside 0..6 is refused (0). */
+     * colours (range 0) or for one sixth of the HLS hue circle (range 1..6, in hue order
+     * from red: HLS hue 0..42, 43..84, 85..127, 128..170, 171..212, 213..255).  Out-of-
+     * range hue, saturation and lightness are clamped; a range outside 0..6 is refused
+     * (0).  Every colour goes through the HLS round trip, so all zeros still alter some. */
     int hue_saturation(tagRECT* rect, int range, int hue, int saturation, int lightness);
     /* Complement red, green and blue.  Palettized: only the colour map is complemented;
      * the pixels keep their colour bytes until the map is next applied to them. */
