@@ -2,6 +2,13 @@
 #include <array>
 #include <mutex>
 
+#if defined(__SSE2__) || defined(_M_X64) || defined(_M_AMD64)
+#define KIV_ADJUST_SSE2 1
+#include <emmintrin.h>
+#else
+#define KIV_ADJUST_SSE2 0
+#endif
+
 #include "adjust/adjust.h"
 #include "core/color_models.h"
 
@@ -94,19 +101,25 @@ Range rect_range(kiv& img, const tagRECT& rc) {
         Range part;
         for (int y = y0; y < y1; ++y) {
             const tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
-            // The row as plain bytes into 16 running minima and maxima (byte k holds channel
-            // k % 4): the compiler keeps them in vector registers.  Folded per channel below.
+            // The row as plain bytes into 16 running minima and maxima (lane k holds channel
+            // k % 4), 16 bytes a step with SSE2; the tail, or everything without SSE2, byte
+            // by byte into the same lanes.  Folded per channel below.
             const u8* bytes = reinterpret_cast<const u8*>(p);
             const std::size_t nb = static_cast<std::size_t>(rc.right - rc.left) * sizeof(tagRGBA);
             u8 lo16[16], hi16[16];
             std::memset(lo16, 255, sizeof lo16);
             std::memset(hi16, 0, sizeof hi16);
             std::size_t j = 0;
-            for (; j + 16 <= nb; j += 16)
-                for (int k = 0; k < 16; ++k) {
-                    lo16[k] = bytes[j + k] < lo16[k] ? bytes[j + k] : lo16[k];
-                    hi16[k] = bytes[j + k] > hi16[k] ? bytes[j + k] : hi16[k];
-                }
+#if KIV_ADJUST_SSE2
+            __m128i vlo = _mm_set1_epi8(-1), vhi = _mm_setzero_si128();
+            for (; j + 16 <= nb; j += 16) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + j));
+                vlo = _mm_min_epu8(vlo, v);
+                vhi = _mm_max_epu8(vhi, v);
+            }
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(lo16), vlo);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(hi16), vhi);
+#endif
             for (; j < nb; ++j) {
                 lo16[j % 16] = bytes[j] < lo16[j % 16] ? bytes[j] : lo16[j % 16];
                 hi16[j % 16] = bytes[j] > hi16[j % 16] ? bytes[j] : hi16[j % 16];
