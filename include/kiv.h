@@ -461,8 +461,92 @@ public:
 
 
     /* ---- Point adjustments ---------------------------------------------------------- */
+    /* Per-pixel tone and colour corrections.  They change red, green and blue only: the
+     * fourth byte (alpha, or the colour-map index of a palettized image) is never touched.
+     * True colour (bits >= 24): the pixels inside *rect (null or empty: the whole image)
+     * are mapped; 0, nothing changed, when the clipped rectangle is empty.  Palettized
+     * (bits < 24): the colour map is mapped instead and the pixels' colours refreshed from
+     * it; the rectangle is ignored unless a member says otherwise.  Every int member
+     * returns 0, image unchanged, for an image without pixels. */
+
+    /* Brightness and contrast, each clamped to -127..127; (0, 0) is the identity and
+     * contrast 127 makes a step at mid-grey.  1 on success. */
+    int bright_contrast(tagRECT* rect, int brightness, int contrast);
+    /* Gamma per channel and a master gamma applied after them; 1.0 is neutral; a value
+     * v maps i to (i / 255)^(1 / v) x 255, rounded, clamped to 0..255.  The rectangle is
+     * validated on both paths (0 when empty). */
+    int gamma_rgb(tagRECT* rect, double red, double green, double blue, double master);
+    /* gamma_rgb(rect, 1.0, 1.0, 1.0, g). */
+    int gamma(tagRECT* rect, double g);
+    /* Percentage change per channel: c + c x p / 100 on a 16-bit scale, clamped; +100
+     * doubles, -100 gives 0.  The rectangle is validated on both paths (0 when empty).
+     * Depth 24 maps the pixels; any other depth maps the colour map, so a 32-bit image
+     * (which has none) is left as it is and 1 returned. */
+    int adjust_rgb(tagRECT* rect, int red, int green, int blue);
+    /* Through the library's integer HLS model (0..255 each): hue in 1/255 turns added to
+     * every non-zero hue (wrapped once), saturation s += (s x saturation) >> 7, lightness
+     * added in levels; clamped to 0..255.  The HLS round trip alters colours slightly
+     * even with neutral arguments. */
+    int modulate(tagRECT* rect, int hue, int saturation, int lightness);
+    /* Hue (degrees, -180..180), saturation and lightness (-100..100, percent) for all
+     * colours (range 0) or for one sixth of the HLS hue circle (range 1..6, in hue order
+     * from red: HLS hue 0..42, 43..84, 85..127, 128..170, 171..212, 213..255).  Out-of-
+     * range hue, saturation and lightness are clamped; a range outside 0..6 is refused
+     * (0).  Every colour goes through the HLS round trip, so all zeros still alter some. */
+    int hue_saturation(tagRECT* rect, int range, int hue, int saturation, int lightness);
+    /* Complement red, green and blue.  Palettized: only the colour map is complemented;
+     * the pixels keep their colour bytes until the map is next applied to them. */
+    void negative(tagRECT* rect);
+    /* Complement red, green and blue of the w x h block at (x, y), clipped; nothing for
+     * w < 1 or h < 1.  Palettized: the colour map and every pixel are complemented. */
+    void invertrect(int x, int y, int w, int h);
+    /* The same for a rectangle; null or empty means the whole image. */
+    void invertrect(tagRECT* rect);
+    /* Grey at each pixel's HLS lightness: (min + max) >> 1.  1 on success. */
+    int desaturate(tagRECT* rect);
+    /* max(levels, 2) evenly spaced levels per channel.  1 on success. */
+    int posterize(tagRECT* rect, int levels);
+    /* Tint: luminance 0.3 R + 0.59 G + 0.11 B scaled into the COLORREF color.  The image
+     * becomes 24-bit whatever its depth (a colour map is kept but no longer used); only
+     * the rectangle is mapped.  1 on success. */
+    int colorify(tagRECT* rect, COLORREF color);
+    /* Colour balance: per-channel shifts (clamped to -100..100) for shadows, midtones
+     * and highlights; with preserve set every pixel keeps its HLS lightness.  0 for a
+     * null record.  Palettized: the colour map is changed and the pixels are not
+     * refreshed from it. */
+    int colorbalance(tagRECT* rect, tagKIV_COLORBALANCE* cb);
+    /* Quantize the channels of a colour space (cc->colorspace, a KIV_CS_* code) with
+     * steps cc->step[0..2] (0 leaves a channel alone; ties round down, and the second
+     * channel rounds on the first channel's remainder).  The image becomes 24-bit and
+     * only the rectangle is changed.  0 for a null record, an empty rectangle or an
+     * unsupported colour space. */
+    int colorcut(tagRECT* rect, tagKIV_COLORCUT* cc);
 
     /* ---- Histogram-driven adjustments ----------------------------------------------- */
+    /* Like the point adjustments, these change red, green and blue only, and a palettized
+     * image has its colour map changed instead of its pixels.  Luminance here is
+     * (77 R + 150 G + 29 B) >> 8.  All return 0, image unchanged, for an image without
+     * pixels. */
+
+    /* Stretch each channel of the rectangle's pixels (bits > 8) or of the colour map
+     * (bits <= 8, rectangle then ignored; pixels refreshed) to 0..255 by its own minimum
+     * and maximum.  0 when the clipped rectangle is empty, else 1. */
+    int autocontrast(tagRECT* rect);
+    /* Equalize the luminance histogram of the whole image and apply the resulting table
+     * to every channel of the rectangle's pixels (palettized: of the colour map, pixels
+     * refreshed).  0 when the clipped rectangle is empty, else 1. */
+    int equalize(tagRECT* rect);
+    /* Stretch luminance between the points where 1% of the whole image's pixels lie
+     * below and above: the low point maps to 0, the high point to 254, anything above it
+     * to 255.  True colour (bits >= 24): the rectangle's pixels; palettized: the colour
+     * map only (pixels not refreshed).  0 when the clipped rectangle is empty.  An image
+     * with a single luminance level is destroyed and 0 returned. */
+    int normalize(tagRECT* rect);
+    /* Stretch the HSV value of each colour's chromatic part (inverted channels less their
+     * common black part) between the smallest and largest value found.  True colour: the
+     * rectangle (0 when empty); palettized: the colour map only (rectangle ignored,
+     * pixels not refreshed).  1 on success. */
+    int autocolorenhance(tagRECT* rect);
 
     /* ---- Blurs, kernels, sharpening, motion blurs ----------------------------------- */
     /* Plain 3x3 sharpening of the rectangle (null: whole image): centre 18, the eight
