@@ -127,27 +127,6 @@ inline void tables_colormap(kiv& img, const Tables& t) {
     map_colormap(img, [&](u32 w) { return map_word(w, t); });
 }
 
-// Palettized pixels take red, green and blue from map[index] again (index = fourth byte),
-// as validate_rgb does; indices past the map leave their pixel alone.  Nothing at 24 bits
-// and above.
-// TODO(lead): replace by validate_rgb once the colour-map family is merged.
-inline void refresh_from_map(kiv& img) {
-    if (true_colour(img) || !has_pixels(img)) return;
-    const int n = map_entries(img);
-    const tagRGBA* map = img.m_map;
-    tagRECT all{0, 0, img.m_width, img.m_height};
-    for_rows(img, all, [&](tagRGBA* p, int count) {
-        for (int i = 0; i < count; ++i) {
-            const int idx = p[i].a;
-            if (idx < n) {
-                p[i].r = map[idx].r;
-                p[i].g = map[idx].g;
-                p[i].b = map[idx].b;
-            }
-        }
-    });
-}
-
 // The clipped rectangle of a true-colour operation; false when it is empty.
 inline bool clip(kiv& img, tagRECT* rect, tagRECT* out) { return img.validaterect(rect, out) != 0; }
 

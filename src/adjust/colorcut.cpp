@@ -5,17 +5,14 @@ using namespace kivadjust;
 
 namespace {
 
-constexpr int kRgbSpace = 0;  // KIV_CS_RGB: the pixels already are its channels
+constexpr int kRgbSpace = KIV_CS_RGB;  // the pixels already are its channels
 
 // Converts every pixel of img between RGB and colour space `code`, in place: forward = into
-// the space, else back to RGB.  RGB itself needs nothing.  The other spaces are the
-// conversions behind convert_colorspace / convert_rgb, which live with the colour-map
-// family and are not part of this branch yet, so they are refused (0) until wired in here:
-//   return forward ? img.convert_colorspace(nullptr, code) : img.convert_rgb(nullptr, code);
+// the space, else back to RGB.  RGB itself needs nothing; unknown codes are refused (0) by
+// the conversions before anything changes.
 int convert_space(kiv& img, int code, bool forward) {
-    (void)img;
-    (void)forward;
-    return code == kRgbSpace ? 1 : 0;
+    if (code == kRgbSpace) return 1;
+    return forward ? img.convert_colorspace(nullptr, code) : img.convert_rgb(nullptr, code);
 }
 
 // Channel c rounds i to a multiple of its step d (0 means 1): q = i / d kept in a byte, plus

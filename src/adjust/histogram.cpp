@@ -189,7 +189,7 @@ int kiv::autocontrast(tagRECT* rect) {
         for (int i = 0; i < map_entries(*this); ++i) r.add(load(m_map + i));
         stretch_tables(r, t);
         tables_colormap(*this, t);
-        refresh_from_map(*this);
+        validate_rgb();
     }
     return 1;
 }
@@ -212,7 +212,7 @@ int kiv::equalize(tagRECT* rect) {
         apply_one_table(*this, &rc, table);
     } else {
         apply_one_table(*this, nullptr, table);
-        refresh_from_map(*this);
+        validate_rgb();
     }
     return 1;
 }

@@ -143,7 +143,7 @@ int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
         map_rect_cached(img, rc, fn);
     } else {
         map_colormap(img, fn);
-        if (refresh) refresh_from_map(img);
+        if (refresh) img.validate_rgb();
     }
     return 1;
 }

@@ -18,7 +18,7 @@ int apply_tables(kiv& img, tagRECT* rect, const Tables& t) {
         tables_rect(img, rc, t);
     } else {
         tables_colormap(img, t);
-        refresh_from_map(img);
+        img.validate_rgb();
     }
     return 1;
 }
@@ -116,7 +116,7 @@ int kiv::gamma_rgb(tagRECT* rect, double red, double green, double blue, double 
         tables_rect(*this, rc, t);
     } else {
         tables_colormap(*this, t);
-        refresh_from_map(*this);
+        validate_rgb();
     }
     return 1;
 }
@@ -139,7 +139,7 @@ int kiv::adjust_rgb(tagRECT* rect, int red, int green, int blue) {
         tables_rect(*this, rc, t);
     } else {
         tables_colormap(*this, t);
-        refresh_from_map(*this);
+        validate_rgb();
     }
     return 1;
 }
@@ -197,7 +197,7 @@ int kiv::desaturate(tagRECT* rect) {
         });
     } else {
         map_colormap(*this, desaturate_word);
-        refresh_from_map(*this);
+        validate_rgb();
     }
     return 1;
 }

@@ -21,27 +21,6 @@ int kivfill::solid_fill(kiv& img, long long x, long long y, long long w, long lo
     return 1;
 }
 
-namespace {
-
-// Lightness grey, (min + max) >> 1, into red, green, blue and alpha of every pixel. This is
-// the desaturation of the adjustments family on a whole true-colour image followed by the
-// copy of byte 0 into the alpha byte, done in one pass.
-void lightness_to_grey_and_alpha(kiv& img) {
-    tagRGBA* px = img.m_pixels;
-    const int width = img.m_width;
-    kivcore::parallel_for(0, img.m_height, [&](int row) {
-        tagRGBA* p = px + static_cast<std::size_t>(row) * static_cast<std::size_t>(width);
-        for (int i = 0; i < width; ++i) {
-            const int mx = std::max({p[i].r, p[i].g, p[i].b});
-            const int mn = std::min({p[i].r, p[i].g, p[i].b});
-            const BYTE grey = static_cast<BYTE>((mn + mx) >> 1);
-            p[i] = tagRGBA{grey, grey, grey, grey};
-        }
-    });
-}
-
-}  // namespace
-
 int kiv::solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode) {
     return kivfill::solid_fill(*this, x, y, w, h, color, op, mode);
 }
@@ -60,7 +39,8 @@ int kiv::fillsolidrect(tagRECT* r, COLORREF color, int op) { return solidfill(r,
 int kiv::settoalpha() {
     if (!m_pixels) return 0;
     m_bits = 24;
-    lightness_to_grey_and_alpha(*this);
+    desaturate(nullptr);  // grey = (min + max) >> 1 in red, green and blue
+    copyplane(0, 3);
     return 1;
 }
 
