@@ -1,5 +1,5 @@
-// The operation table of the kiv program. Every operation of the library is listed here
-// with its arguments, a one-line summary and the arguments the demo gallery uses.
+// The operation table of the kiv program: every family's operations, in family order, and
+// argument parsing.
 #include "ops.h"
 
 #include <cerrno>
@@ -9,21 +9,17 @@
 namespace kivcli {
 
 namespace {
-constexpr ArgKind I = ArgKind::Int;
-constexpr ArgKind R = ArgKind::Real;
-constexpr ArgKind C = ArgKind::Color;
-
 std::vector<OpSpec> build_table() {
-    std::vector<OpSpec> t;
-    auto add = [&](std::string name, std::vector<ArgSpec> args, std::string summary, std::string demo,
-                   std::function<int(kiv&, const OpCall&)> run) {
-        t.push_back(OpSpec{std::move(name), std::move(args), std::move(summary), std::move(demo), std::move(run)});
-    };
-
-    // ---- Layout
-    add("crop", {}, "keep only the current rectangle (set it with `rect`)", "-",
-        [](kiv& im, const OpCall& c) { return im.crop(c.rect); });
-    return t;
+    std::vector<OpSpec> ops;
+    OpTable t{&ops};
+    add_geometry_ops(t);
+    add_palette_ops(t);
+    add_quantize_ops(t);
+    add_fill_ops(t);
+    add_adjust_ops(t);
+    add_filter_ops(t);
+    add_effect_ops(t);
+    return ops;
 }
 }  // namespace
 

@@ -36,6 +36,22 @@ struct OpSpec {
     std::function<int(kiv&, const OpCall&)> run;
 };
 
+// Collects a family's operations; each family's table lives in its own ops_<family>.cpp.
+struct OpTable {
+    std::vector<OpSpec>* ops;
+    void add(std::string name, std::vector<ArgSpec> args, std::string summary, std::string demo,
+             std::function<int(kiv&, const OpCall&)> run) {
+        ops->push_back(OpSpec{std::move(name), std::move(args), std::move(summary), std::move(demo), std::move(run)});
+    }
+};
+void add_geometry_ops(OpTable& t);
+void add_palette_ops(OpTable& t);
+void add_quantize_ops(OpTable& t);
+void add_fill_ops(OpTable& t);
+void add_adjust_ops(OpTable& t);
+void add_filter_ops(OpTable& t);
+void add_effect_ops(OpTable& t);
+
 const std::vector<OpSpec>& all_ops();
 const OpSpec* find_op(const std::string& name);
 

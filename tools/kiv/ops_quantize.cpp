@@ -1,0 +1,10 @@
+// kiv program: the quantize family's operations.
+#include "ops.h"
+
+namespace kivcli {
+
+void add_quantize_ops(OpTable& t) {
+    (void)t;
+}
+
+}  // namespace kivcli
