@@ -213,3 +213,71 @@ TEST(Cli, DemoWritesAGalleryWhoseImagesExist) {
     for (const auto& op : kivcli::all_ops()) shown += op.demo != "-";
     EXPECT_EQ(2 * shown, images);  // a before and an after per operation
 }
+
+// A pipeline through the program gives the same bytes as the same members called directly.
+TEST(Cli, PipelineMatchesTheLibraryCalledDirectly) {
+    Scratch s;
+    kiv src = card();
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    CliResult r = cli({s("in.png"), "zoom", "40", "30", "10", "blur_gauss_iir", "1.5", "1", "bright_contrast", "20",
+                       "30", "rect", "3", "4", "10", "8", "fillsolidrect", "#FF8000", "128", "mirror", "rect", "0",
+                       "0", "0", "0", "colorbalance", "10", "20", "0", "0", "0", "0", "-30", "0", "5", "1",
+                       "gradientfill", "#000000", "#FFFFFF", "#FF0000", "250", "6", "100", "7", "-o", s("out.png")});
+    ASSERT_EQ(0, r.code) << r.err;
+
+    kiv want;
+    kivcli::load_image(s("in.png"), want);
+    ASSERT_EQ(1, want.zoom(40, 30, 10, 0));
+    ASSERT_EQ(1, want.blur_gauss_iir(nullptr, 1.5, 1.0));
+    ASSERT_EQ(1, want.bright_contrast(nullptr, 20, 30));
+    ASSERT_EQ(1, want.fillsolidrect(3, 4, 10, 8, 0x0080FF, 128));
+    ASSERT_EQ(1, want.mirror(3, 4, 10, 8));
+    tagKIV_COLORBALANCE cb{{10, 20, 0}, {0, 0, 0}, {-30, 0, 5}, 1};
+    ASSERT_EQ(1, want.colorbalance(nullptr, &cb));
+    tagGRADCOLORS stops[3] = {{0x000000, 0}, {0xFFFFFF, 250}, {0x0000FF, 1000}};
+    ASSERT_EQ(1, want.gradientfill(nullptr, stops, 3, 6, 100, 7));
+
+    kiv got;
+    kivcli::load_image(s("out.png"), got);
+    ASSERT_EQ(40, got.width());
+    ASSERT_EQ(30, got.height());
+    for (int i = 0; i < got.packets(); ++i) {
+        const tagRGBA &g = got.m_pixels[i], &w = want.m_pixels[i];
+        ASSERT_TRUE(g.r == w.r && g.g == w.g && g.b == w.b)
+            << "pixel " << i % 40 << "," << i / 40 << ": " << kivtest::rgba_str(g) << " vs " << kivtest::rgba_str(w);
+    }
+}
+
+// Every operation with its demo arguments on images the gallery never shows: an empty image
+// stays empty, and whatever an operation accepts leaves a consistent image behind.
+TEST(Cli, EveryOperationCopesWithSmallPalettizedAndEmptyImages) {
+    for (const auto& op : kivcli::all_ops()) {
+        if (op.demo == "-") continue;
+        kivcli::OpCall call;
+        call.rect = nullptr;
+        std::istringstream words(op.demo);
+        std::string w;
+        for (std::size_t k = 0; words >> w; ++k) {
+            double v = 0;
+            ASSERT_TRUE(kivcli::parse_arg(w, op.args[k].kind, &v)) << op.name;
+            call.args.push_back(v);
+        }
+        kiv empty;
+        op.run(empty, call);
+        EXPECT_EQ(nullptr, empty.m_pixels) << op.name;
+        tagRECT inside{1, 1, 4, 3};
+        struct Case {
+            int w, h, bits;
+            tagRECT* rect;
+        } cases[] = {{1, 1, 24, nullptr}, {7, 5, 8, nullptr}, {7, 5, 4, &inside}, {6, 4, 32, &inside}};
+        for (const Case& c : cases) {
+            kiv img = kivtest::random_image(c.w, c.h, c.bits, 7u);
+            call.rect = c.rect;
+            if (!op.run(img, call)) continue;
+            ASSERT_NE(nullptr, img.m_pixels) << op.name;
+            EXPECT_EQ(img.width() * img.height(), img.packets()) << op.name;
+            EXPECT_TRUE(img.bits() >= 24 || (img.map() && img.colors() > 0)) << op.name << " bits " << c.bits;
+        }
+        call.rect = nullptr;
+    }
+}
