@@ -14,7 +14,8 @@ namespace {
 // A block of the cache: 8 x 8 x 4 cells, 32 x 32 x 32 colour units.
 constexpr int kBlockR = 8, kBlockG = 8, kBlockB = 4;
 constexpr int kBlockCells = kBlockR * kBlockG * kBlockB;  // 256
-constexpr int kBlocks = (kRedCells / kBlockR) * (kGreenCells / kBlockG) * (kBlueCells / kBlockB);  // 512
+static_assert(kBlocks == (kRedCells / kBlockR) * (kGreenCells / kBlockG) * (kBlueCells / kBlockB));
+static_assert(kCells + kBlocks <= kCells * sizeof(std::uint32_t));
 
 // From this many pixels on, the parallel methods compute all 512 blocks up front (spread
 // over the pool) and then share the cache read-only; below it the lazy single-threaded
@@ -41,7 +42,7 @@ inline BYTE clamp_byte(int v) { return static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 2
 
 }  // namespace
 
-void InverseCache::clear() { std::memset(cells_, 0, sizeof(std::uint32_t) * kCells); }
+void InverseCache::clear() { std::memset(done_, 0, kBlocks); }
 
 void InverseCache::fill_block(int cell) {
     const int r6 = cell >> 11, g6 = (cell >> 5) & 63, b5 = cell & 31;
@@ -92,8 +93,8 @@ void InverseCache::fill_block(int cell) {
     }
     for (int a = 0; a < kBlockR; ++a)
         for (int b = 0; b < kBlockG; ++b) {
-            std::uint32_t* dst = cells_ + ((r0 + a) * kGreenCells + (g0 + b)) * kBlueCells + b0;
-            for (int c = 0; c < kBlockB; ++c) dst[c] = win[(a * kBlockG + b) * kBlockB + c] + 1u;
+            std::uint8_t* dst = index_ + ((r0 + a) * kGreenCells + (g0 + b)) * kBlueCells + b0;
+            for (int c = 0; c < kBlockB; ++c) dst[c] = win[(a * kBlockG + b) * kBlockB + c];
         }
 }
 
@@ -102,6 +103,7 @@ void InverseCache::fill_all() {
         const int br = blk >> 6, bg = (blk >> 3) & 7, bb = blk & 7;
         fill_block(((br * kBlockR) * kGreenCells + bg * kBlockG) * kBlueCells + bb * kBlockB);
     });
+    std::memset(done_, 1, kBlocks);
 }
 
 namespace {
@@ -140,10 +142,12 @@ struct Mapper {
     template <bool Filled>
     void ordered_rows(int y0, int y1) {
         const std::uint8_t* matrix = threshold_matrix();
+        std::uint8_t thr[128];  // this row's thresholds, gathered from a matrix column
         for (int y = y0; y < y1; ++y) {
+            for (int k = 0; k < 128; ++k) thr[k] = matrix[k * 128 + (y & 127)];
             tagRGBA* p = row(y);
             for (int x = 0; x < width; ++x) {
-                const int m = matrix[(x & 127) * 128 + (y & 127)];
+                const int m = thr[x & 127];
                 const Rgb& n = pal.entry[look<Filled>(cell_of(p[x].r, p[x].g, p[x].b))];
                 // m = 0 keeps the nearest colour, m = 63 pushes twice the error past it.
                 const int vr = clamp_byte(n.r + 2 * (p[x].r - n.r) * m / 63);
@@ -214,49 +218,51 @@ struct Mapper {
     }
 
     // Serpentine Floyd-Steinberg with the light (mode 1) or strong (mode 3) error limit.
-    void diffuse(int mode) {
-        // Limit of the accumulated error, odd, tabulated over -kErrSpan..kErrSpan.
-        constexpr int kErrSpan = 511;
-        std::vector<int> limit(2 * kErrSpan + 1);
-        for (int e = -kErrSpan; e <= kErrSpan; ++e) {
-            const int a = e < 0 ? -e : e;
-            int l;
-            if (mode == kDiffuseLight)
-                l = a < 190 ? a : 190;
-            else
-                l = a < 24 ? a : a < 72 ? 24 + (a - 24) / 2 : 48;
-            limit[static_cast<std::size_t>(e + kErrSpan)] = e < 0 ? -l : l;
-        }
-        auto lim = [&](int e) { return limit[static_cast<std::size_t>(std::clamp(e, -kErrSpan, kErrSpan) + kErrSpan)]; };
+    // The error rows hold red, green, blue side by side, with one spare pixel at each end.
+    // What a pixel passes to the next one in its row is kept in `carry` instead of being
+    // added to the current row: the same sums, without a store and reload on the chain of
+    // dependent steps from one pixel to the next.
+    template <int Mode>
+    static int limit_error(int e) {
+        const int a = e < 0 ? -e : e;
+        const int l = Mode == kDiffuseLight ? std::min(a, 190)
+                                            : std::min({a, 24 + (std::max(a, 24) - 24) / 2, 48});
+        return e < 0 ? -l : l;
+    }
 
-        // Per channel a current and a next error row with one spare entry on each side.
-        const std::size_t span = static_cast<std::size_t>(width) + 2;
-        std::vector<int> store(6 * span, 0);
-        int* cur[3] = {&store[0], &store[span], &store[2 * span]};
-        int* nxt[3] = {&store[3 * span], &store[4 * span], &store[5 * span]};
+    template <int Mode>
+    void diffuse() {
+        const std::size_t span = 3 * (static_cast<std::size_t>(width) + 2);
+        std::vector<int> store(2 * span, 0);
+        int* cur = store.data();
+        int* nxt = cur + span;
         for (int y = 0; y < height; ++y) {
-            for (int c = 0; c < 3; ++c) std::fill(nxt[c], nxt[c] + span, 0);
-            const int dir = (y & 1) ? -1 : 1;
+            std::fill(nxt, nxt + span, 0);
+            const int dir = (y & 1) ? -1 : 1, step = 3 * dir;
             tagRGBA* p = row(y);
+            int carry[3] = {0, 0, 0};
             for (int k = 0; k < width; ++k) {
                 const int x = dir > 0 ? k : width - 1 - k;
-                const int at = x + 1;
-                const int v[3] = {clamp_byte(p[x].r + lim(cur[0][at])), clamp_byte(p[x].g + lim(cur[1][at])),
-                                  clamp_byte(p[x].b + lim(cur[2][at]))};
+                const int* ce = cur + 3 * (x + 1);
+                int* ne = nxt + 3 * (x + 1);
+                const int v[3] = {clamp_byte(p[x].r + limit_error<Mode>(ce[0] + carry[0])),
+                                  clamp_byte(p[x].g + limit_error<Mode>(ce[1] + carry[1])),
+                                  clamp_byte(p[x].b + limit_error<Mode>(ce[2] + carry[2]))};
                 const int idx = cache.index(cell_of(v[0], v[1], v[2]));
                 const Rgb& q = pal.entry[idx];
                 const int e[3] = {v[0] - q.r, v[1] - q.g, v[2] - q.b};
                 for (int c = 0; c < 3; ++c) {
-                    // Each share truncated toward zero; the last takes the remainder.
+                    // Each share truncated toward zero; the last takes the remainder and is
+                    // the first contribution to its place.
                     const int e7 = 7 * e[c] / 16, e3 = 3 * e[c] / 16, e5 = 5 * e[c] / 16;
-                    cur[c][at + dir] += e7;
-                    nxt[c][at - dir] += e3;
-                    nxt[c][at] += e5;
-                    nxt[c][at + dir] = e[c] - e7 - e3 - e5;
+                    carry[c] = e7;
+                    ne[c - step] += e3;
+                    ne[c] += e5;
+                    ne[c + step] = e[c] - e7 - e3 - e5;
                 }
                 p[x] = out[idx];
             }
-            for (int c = 0; c < 3; ++c) std::swap(cur[c], nxt[c]);
+            std::swap(cur, nxt);
         }
     }
 
@@ -310,8 +316,8 @@ void map_pixels(tagRGBA* px, int width, int height, int mode, const Palette& pal
         static_cast<long long>(width) * height >= kEagerPixels && height > 1 && kivcore::parallel_threads() > 1;
     switch (mode) {
         case kNearest: m.nearest(parallel); break;
-        case kDiffuseLight:
-        case kDiffuseStrong: m.diffuse(mode); break;
+        case kDiffuseLight: m.diffuse<kDiffuseLight>(); break;
+        case kDiffuseStrong: m.diffuse<kDiffuseStrong>(); break;
         case kExact: m.exact(parallel); break;
         case kOrdered: m.ordered(parallel); break;
         default: break;

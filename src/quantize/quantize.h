@@ -45,35 +45,44 @@ void median_cut(const std::uint32_t* hist, int colors, Palette* out);
 // order.
 void sort_by_lightness(Palette* pal);
 
-// Inverse-colour cache over the histogram array: a cell holds 0 (not computed yet) or the
-// nearest palette entry + 1.  An 8 x 8 x 4-cell block is computed at once, pruning the
-// palette to the entries that can win anywhere in the block.
+// Inverse-colour cache, kept in the histogram's memory once the palette is chosen: per cell
+// the nearest palette entry (weights 30, 59, 11, to the cell's centre; the earlier entry on
+// ties).  An 8 x 8 x 4-cell block is computed at once, on first use, pruning the palette
+// to the entries that can win anywhere in the block.  Cells are stored as bytes (a quarter
+// of the histogram) with one "computed" flag per block: the error diffusion's chain of
+// dependent look-ups then stays in the faster caches.
+constexpr int kBlocks = 512;  // (64 / 8) x (64 / 8) x (32 / 4)
+
 class InverseCache {
 public:
-    InverseCache(std::uint32_t* cells, const Palette& pal) : cells_(cells), pal_(pal) {}
-    void clear();
+    // storage: kCells 32-bit words (the histogram array); its contents are overwritten.
+    InverseCache(std::uint32_t* storage, const Palette& pal)
+        : index_(reinterpret_cast<std::uint8_t*>(storage)), done_(index_ + kCells), pal_(pal) {}
+    void clear();  // forget every block
     // Nearest entry of the cell, computing its block on first use (one thread only).
     int index(int cell) {
-        std::uint32_t v = cells_[cell];
-        if (v == 0) {
+        const int blk = block_of(cell);
+        if (!done_[blk]) {
             fill_block(cell);
-            v = cells_[cell];
+            done_[blk] = 1;
         }
-        return static_cast<int>(v) - 1;
+        return index_[cell];
     }
     // After fill_all(): a read-only look-up that any number of threads may share.
-    int filled(int cell) const { return static_cast<int>(cells_[cell]) - 1; }
-    void fill_block(int cell);
+    int filled(int cell) const { return index_[cell]; }
     void fill_all();  // every block, blocks spread over the parallel loop
 
 private:
-    std::uint32_t* cells_;
+    static int block_of(int cell) { return (cell >> 14) << 6 | ((cell >> 8) & 7) << 3 | ((cell >> 2) & 7); }
+    void fill_block(int cell);
+    std::uint8_t* index_;
+    std::uint8_t* done_;
     const Palette& pal_;
 };
 
 // Maps every pixel of a width x height buffer (top row first) to the palette and writes the
 // result in place: red, green, blue of the chosen entry, its index in byte 3.  cache is a
-// kCells array (contents are overwritten).  mode must be 0..4.
+// kCells array (the histogram; contents are overwritten).  mode must be 0..4.
 void map_pixels(tagRGBA* px, int width, int height, int mode, const Palette& pal, std::uint32_t* cache);
 
 // The 128 x 128 ordered-dither thresholds (0..63), indexed [(x & 127) * 128 + (y & 127)].
