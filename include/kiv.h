@@ -66,6 +66,33 @@ struct tagSYSCOL {
 
 struct kivMapStore; /* the mapped-file pixel store (opaque) */
 
+/* Colour-space codes of convert_colorspace / convert_rgb (and tagKIV_COLORCUT).  Each space
+ * is held in bytes 0..2 of a pixel; the scaling of each channel onto 0..255 is:
+ *   KIV_CS_RGB    0  red, green, blue unchanged (identity).
+ *   KIV_CS_HSV    1  hue, saturation, value of the library's HSV model (each 0..1), times 255,
+ *                    rounded; hue 255 is the same as hue 0.
+ *   KIV_CS_HLS    2  hue, lightness, saturation of the library's integer HLS model (already
+ *                    0..255: one turn of hue is 255).
+ *   KIV_CS_YCBCR  3  Y, Cb, Cr of ITU-R BT.601, full range (as in JFIF): Y 0..255, Cb and Cr
+ *                    centred on 128; rounded, clamped.
+ *   KIV_CS_YIQ    4  Y 0..255; I (+-151.9 for 8-bit RGB) and Q (+-133.3) scaled to +-127
+ *                    around 128 (grey); rounded.
+ *   KIV_CS_CMY    5  cyan, magenta, yellow = 255 - red, green, blue (exact).
+ *   KIV_CS_LAB    6  CIE L*a*b* of sRGB, D65 white: L* x 2.55, a* + 128, b* + 128; rounded,
+ *                    clamped.  Computed without libm, so the bytes are the same everywhere.
+ * Largest error of a round trip (forward, then back) over all 8-bit colours, per channel:
+ * RGB, CMY 0; YCbCr 1; YIQ 2; HSV 4; HLS 8 (the model truncates); LAB 26 (near the gamut
+ * boundary, where one channel is close to black). */
+enum {
+    KIV_CS_RGB = 0,
+    KIV_CS_HSV = 1,
+    KIV_CS_HLS = 2,
+    KIV_CS_YCBCR = 3,
+    KIV_CS_YIQ = 4,
+    KIV_CS_CMY = 5,
+    KIV_CS_LAB = 6
+};
+
 class KIV_API kiv {
 public:
     /* The image's fields, public so a host can read them and install m_progressproc.
@@ -160,8 +187,91 @@ public:
 
     /* ---- Colour map and palette ----------------------------------------------------- */
     void alloccmap(int n); /* free the map; colors = n; n > 0: n zeroed entries */
+    /* Raise bits so that the image can hold n: 4 for n <= 4, 8 for n 5..8, 24 for n >= 9.
+     * Nothing when bits is already that deep or the image is empty.  Raising to 24 frees the
+     * map (colors 0); raising 1 -> 4 or 4 -> 8 keeps the map and colors as they are. */
+    void increasecolor(int n);
+    /* A new logical palette (version 0x300, colors entries, flags 0) of the colour map, from
+     * malloc: release it with free_gradtable (std::free).  Null without a map or colors 0. */
+    tagLOGPALETTE* createlogpalette();
+    /* Refresh red, green, blue of every pixel from map[index], index = the pixel's fourth
+     * byte, which is kept.  Only for bits below 24 with a map; an index at or beyond colors
+     * takes the colour of entry 0. */
+    void validate_rgb();
+    /* The whole image becomes 8-bit grey: every byte of a pixel = (min + max of red, green,
+     * blue) >> 1, and the map a 256-entry ramp (entry i = i, i, i).  Nothing for an empty
+     * image. */
+    void grayscale();
+    /* Distinct colours: below 9 bits the number of distinct indexes in use (fourth bytes);
+     * otherwise distinct red, green, blue triples (alpha ignored).  0 for an empty image or
+     * when memory runs out. */
+    unsigned long countcolors();
+    /* Convert every pixel of *rect (null or empty: the whole image) in place from RGB to the
+     * space colorspace (a KIV_CS_* code, see there for the byte scaling); the fourth byte is
+     * kept.  convert_rgb is the inverse, from that space back to RGB.  A palettized image is
+     * first raised to 24 bits (its map stays, its pixels keep their colours), so only the
+     * rectangle changes.  0, unchanged, for an unknown code, an empty image or an empty
+     * clipped rectangle; else 1.  Deterministic: the same bytes on every platform. */
+    int convert_colorspace(tagRECT* rect, int colorspace);
+    int convert_rgb(tagRECT* rect, int colorspace);
+#ifdef _WIN32
+    /* A new GDI palette of the colour map (caller deletes it with DeleteObject); null
+     * without a map. */
+    HPALETTE createpalette();
+    /* Take red, green, blue of map[0..colors-1] from a GDI palette of exactly colors entries
+     * (the map is never resized), then validate_rgb.  0, unchanged, for a null handle or an
+     * entry-count mismatch. */
+    int replace_palette(HPALETTE palette);
+#endif
 
     /* ---- DIB and bitmap interchange ------------------------------------------------- */
+    /* Packed DIBs are movable global-memory handles: BITMAPINFOHEADER, colour table, rows
+     * bottom-up.  Handles passed in are only read; handles returned belong to the caller
+     * (GlobalFree).
+     *
+     * Read a packed DIB into a heap image (attachdib) or a mapped-file image
+     * (attachdib_width_mapfile); 1 on success.  Accepted: BI_RGB of 1, 2, 4, 8, 16, 24, 32
+     * bits, biHeight > 0.  Depths up to 8 become palettized images (2 bits become 4) with
+     * colors = biClrUsed (0: 1 << biBitCount); 16- and 32-bit DIBs give black images of the
+     * right size at 24 bits (the reader's default channel shifts zero every channel); 24
+     * bits are read as they are; alpha bytes come out 0.  Refused with 0 and the image left
+     * untouched: a null or unknown handle, other compressions, biSize below 40, biClrUsed
+     * above 1 << biBitCount (depths up to 8), a block (GlobalSize) smaller than the header,
+     * table and rows claim.  Refused with 0 and the image left empty: width or height below
+     * 1 (top-down DIBs), more than 2^31 - 1 pixels, depth 0. */
+    int attachdib(void* dib);
+    int attachdib_width_mapfile(void* dib);
+    /* A 24-bit image from a caller's buffer of width x height 4-byte pixels (rows of width *
+     * 4 bytes, no padding): the first three bytes of each are copied as they are, and row y
+     * of the buffer becomes image row height - 1 - y.  0 for a null src or a failed create. */
+    int attachdib32(int width, int height, void* src);
+    /* A new packed DIB of the image, bottom-up, or null for an empty image or when memory
+     * runs out.  Depth by bits: 1 -> 1; 2..4 -> 4; 5..8 -> 8; 9..24 -> 24; 25..32 -> 32.
+     * Below 24 bits the table holds the map (biClrUsed = colors, at most 1 << depth) and the
+     * pixel values are the fourth bytes; 32 bits write the fourth byte as it is.  Only bits
+     * 1, 4, 8, 24 and 32 have pixels written; other depths give a zero pixel area.  The block
+     * has 16 rows of slack beyond the image (zero). */
+    void* createdib();
+    /* Copy the w x h block at (sx, sy) of a packed DIB to (x, y) of this image, clipped as
+     * the image form of blt; an unreadable DIB copies nothing. */
+    void blt(int x, int y, int w, int h, void* dib, int sx, int sy);
+    /* A null literal source copies nothing (and keeps the two blt forms unambiguous). */
+    void blt(int, int, int, int, decltype(nullptr), int, int) {}
+#ifdef _WIN32
+    /* Read a GDI bitmap through a temporary packed DIB of depth 1, 4, 8 or 24 (by its planes
+     * x bits), with palette (null: the stock default palette) selected on the screen DC.
+     * 0 for a null or unreadable bitmap. */
+    int attachbitmap(HBITMAP bitmap, HPALETTE palette);
+    /* A new GDI bitmap of the image (through createdib), compatible with the screen; when
+     * palette is non-null it receives the palette of the colour map (or null without one),
+     * which the caller then owns.  Null, with *palette null, for an empty image. */
+    HBITMAP createbitmap(HPALETTE* palette);
+#endif
+
+protected:
+    int _attachdib(void* dib, int mapped); /* the reader; mapped nonzero: mapped-file store */
+
+public:
 
     /* ---- Quantization --------------------------------------------------------------- */
     /* Reduce the whole image to a palette of at most 256 colours.  Afterwards the image is
@@ -203,6 +313,76 @@ public:
     int quantize_wdp(int mode, int which);
 
     /* ---- Fills and gradients -------------------------------------------------------- */
+    /* Blend modes (mode), d the existing pixel and s the fill colour, per channel 0..255:
+     *   0 normal (s; also 9 and any unlisted value)  1 darken min(d, s)  2 lighten max(d, s)
+     *   3 hue, 4 saturation, 6 value: d's HSV with s's hue, saturation or value
+     *   5 colour: d's HLS lightness with s's hue and saturation
+     *   7 multiply  8 screen  10 overlay  11 hard light  12 soft light  13 difference
+     *   14 exclusion  15 colour dodge  16 colour burn
+     *   17 add, 18 subtract: saturating; both take s's blue for green as well as for blue.
+     * The blended colour c is then mixed in with the opacity op (0..255, 255 = c replaces
+     * the pixel; values outside are clamped, 0 does nothing):
+     *   pixel = trunc((pixel * (255 - op) + c * op) / 255) for red, green and blue.
+     * The alpha byte of every pixel is kept.  Palettized images are raised to true colour
+     * (their colour map is kept).
+     *
+     * Rectangles: (x, y, w, h) is the box x..x+w-1, y..y+h-1, clipped to the image; the
+     * tagRECT overloads take the whole image for a null or empty rectangle.  A ramp (shade,
+     * gradient) spans the box as given, so a clipped box shows its inner part.
+     *
+     * Directions (dir) of shades and gradients name the side or corner the ramp runs toward,
+     * numbered like the outer cells of a 3 x 3 grid: 0 top-left, 1 top, 2 top-right, 3 left,
+     * 4 right, 5 bottom-left, 6 bottom, 7 bottom-right.  The first colour lies at the
+     * opposite side or corner, the last at the named one. */
+
+    /* Blend colour over the box.  0, image unchanged, for an empty image, w or h below 1
+     * or op 0; otherwise bits becomes at least 24, then 0 when the box lies outside the
+     * image, else 1. */
+    int solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode);
+    int solidfill(tagRECT* r, COLORREF color, int op, int mode);
+    int fillsolidrect(int x, int y, int w, int h, COLORREF color, int op); /* mode 0 */
+    int fillsolidrect(tagRECT* r, COLORREF color, int op);                 /* mode 0 */
+
+    /* Linear shade of colors[0..n-1] (n 1..16) toward dir, through a 512-step table.
+     * 0, image unchanged, for an empty image, w or h below 1, op 0, a null list or n
+     * outside 1..16; otherwise bits becomes 24, then 0 for a direction outside 0..7 or a
+     * box outside the image, else 1. */
+    int shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op, int mode);
+    int shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode);
+    int fillshaderect(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op); /* mode 0 */
+    int fillshaderect(tagRECT* r, COLORREF* colors, int n, int dir, int op);                 /* mode 0 */
+
+    /* Gradient of n stops (positions 0..1000, ascending) toward dir, through the table of
+     * make_gradtable(stops, n, 1000).  One stop is solidfill with its colour.  0, image
+     * unchanged, for an empty image, a null list, n below 1, w or h below 1 or op 0;
+     * otherwise bits becomes 24, then 0 for a direction outside 0..7 or a box outside the
+     * image, else 1. */
+    int gradientfill(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op, int mode);
+    int gradientfill(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op, int mode);
+    int fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op); /* mode 0 */
+    int fillgradientrect(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op);                 /* mode 0 */
+
+    /* A gradient rendered into a logical palette of size entries (1..65535; version 0x300).
+     * The stops are padded to run from 0 to 1000 (the first colour put at 0, the last at
+     * 1000, when missing); each pair of stops k, k+1 then adds pos[k+1] - pos[k] entries
+     * ramping from colour k toward (never reaching) colour k+1, appended from the start of
+     * the table.  Entries no pair reaches stay zero.  Null for a null list, n below 1, a
+     * size outside 1..65535 or no memory.  The caller releases it with free_gradtable. */
+    static tagLOGPALETTE* make_gradtable(tagGRADCOLORS* stops, int n, int size);
+    /* Release a table of make_gradtable or a logical palette of createlogpalette; null is
+     * ignored. */
+    static void free_gradtable(tagLOGPALETTE* t);
+
+    /* The image's lightness, (min + max) >> 1 of each pixel, into red, green, blue and
+     * alpha; bits becomes 24.  0 for an empty image, else 1. */
+    int settoalpha();
+
+    /* Grow the image by borders of the given widths (pixels, each 0 or more) filled with
+     * color; the old pixels (all four bytes) land at (left, top) and bits becomes at least
+     * 24 (palettized images lose their colour map).  0, image unchanged, for an empty
+     * image, a negative width, a result too large or no memory; else 1. */
+    int addborder(int left, int right, int top, int bottom, COLORREF color);
+
 
     /* ---- Resampling, orientation and layout ----------------------------------------- */
     /* The image becomes the part of itself inside *rect (null or empty: the whole image);
@@ -210,16 +390,318 @@ public:
      * rectangle is empty. */
     int crop(tagRECT* rect);
 
+    /* Filtered resampling to w x h pixels (both >= 1).  method picks the filter, by
+     * support in source pixels: 0 box (0.5), 1 triangle (1), 2 Hermite cubic (1),
+     * 3 Hanning (1), 4 Hamming (1), 5 Blackman (1), 6 Gaussian (1.25), 7 quadratic (1.5),
+     * 8 cubic B-spline (2), 9 Catmull-Rom (2), 10 Mitchell (2), 11 Lanczos 3 (3),
+     * 12 Bessel (3.2383), 13 sinc (4).  Two separable passes (vertical first when the
+     * height shrinks), edges mirrored, weights normalised to sum 1; each byte rounded and
+     * clamped.  The result is 24 bits with alpha 0 (a palettized image's map is dropped);
+     * mapped nonzero puts its pixels in a mapped temporary file.  Shrinking both sides
+     * ends with sharpen(nullptr).  Refused (0, unchanged): empty image, w or h below 1,
+     * the same size, method outside 0..13 (14 is an empty slot), or too little memory. */
+    int zoom(int w, int h, int method, int mapped);
+    /* Pixel replication to w x h: target (x, y) copies source column trunc(width * x / w)
+     * and row round(height * y / h) (clamped to the last row), all four bytes.  Keeps the
+     * depth and the colour map.  0 for an empty image or w, h below 1. */
+    int zoom_pixel(int w, int h);
+    /* Nearest neighbour to w x h: source position width * x / w (and likewise for rows)
+     * in single precision, rounded half up; positions at or past the last pixel take the
+     * last pixel.  All four bytes copied; keeps the depth and the colour map.  0 for an
+     * empty image or w, h below 1. */
+    int zoom_near(int w, int h);
+    /* Bilinear to w x h in single precision between the two pixels left/right of and
+     * above/below the position of zoom_near (positions at or past the last pixel sample
+     * halfway between the last two), truncated.  The result is 24 bits, alpha 0.  0 for an
+     * empty image or w, h below 1. */
+    int zoom_linear(int w, int h);
+    /* Shrink to fit a w x h frame keeping the aspect ratio (bilinear, as zoom_linear, to
+     * floor(width * s) x floor(height * s), s the smaller of the two ratios).  Returns 1 and
+     * changes nothing when the image already fits; 0 for an empty image or a frame that
+     * leaves less than one pixel. */
+    int zoom_inframe(int w, int h);
+
+    /* Quarter turn of the whole image: dir nonzero counter-clockwise (the top edge becomes
+     * the left edge), 0 clockwise.  Width and height swap; depth, colour map and the
+     * progress callback are kept.  Does nothing to an empty image. */
+    void rotate(int dir);
+    /* Half turn of the rectangle (x, y, x + w, y + h) in place; with an odd height the
+     * middle row is left unreversed.  The rectangle is clipped (empty: the whole image);
+     * 0 when nothing of it is inside the image, else 1. */
+    int rotate180(int x, int y, int w, int h);
+    /* Left-right reversal of every row of the rectangle (as rotate180 for its rules). */
+    int mirror(int x, int y, int w, int h);
+    /* Top-bottom reversal of the rectangle's rows (as rotate180 for its rules). */
+    int flip(int x, int y, int w, int h);
+    /* Shift the whole image by dx columns (positive: right) and dy rows (positive: down),
+     * each taken modulo the size.  wrap nonzero moves what leaves one edge in at the other;
+     * wrap 0 makes the uncovered strips white (alpha kept) and raises the depth to 24
+     * (a palettized image's map stays).  1 also when nothing moves; 0 for an empty image
+     * or too little memory. */
+    int scroll(int dx, int dy, int wrap);
+    /* The image becomes nx x ny copies of its part inside rect (null or empty: the whole
+     * image), at the same depth and colour map.  0, unchanged, for nx or ny below 1, a
+     * rectangle wholly outside, a result over 2^31 - 1 pixels per side or too little
+     * memory. */
+    int tile(tagRECT* rect, int nx, int ny);
+    /* The part inside rect is resampled to (width / n) x (height / n) with zoom's Mitchell
+     * filter (method 10; it is sharpened) and repeated n x n times; the result is 24 bits.
+     * 0, unchanged, for n below 2, a rectangle wholly outside, or a part narrower or lower
+     * than n pixels. */
+    int tile_divide(tagRECT* rect, int n);
+    /* Turn the image by degrees (positive: counter-clockwise, any finite value) about its
+     * centre into a new image just large enough to hold it (ceil of the turned extents;
+     * exact multiples of 90 give exactly rotate's result).  Corners not covered by the
+     * image take background (COLORREF, alpha 0).  method 0: nearest pixel; 1: bilinear
+     * over all four bytes, background outside the image, rounded.  Sines and cosines come
+     * from the library's own series, so every platform gives the same bytes.  The depth is
+     * raised to 24 (a palettized image's map is dropped).  0, unchanged, for an empty
+     * image, another method, a non-finite angle or a result too large. */
+    int rotate_any(double degrees, COLORREF background, int method);
+
     /* ---- Compositing ---------------------------------------------------------------- */
+    /* Compositors combine another image (or a colour) with this one through the blend
+     * modes of the fills (see "Fills and gradients"): per pixel c = blend(pixel, source),
+     * then pixel = trunc((pixel * (255 - w) + c * w) / 255) for red, green and blue with a
+     * weight w of 0..255; every alpha byte of this image is kept.  Opacities outside 0..255
+     * are clamped.  Sources are only read (they may be this image); a palettized source is
+     * read through its pixels' colours.  Placement is clipped against both images; a
+     * palettized target is raised to 24 bits (colour map kept) when something is drawn.
+     * Each returns 1 when it drew, 0 (image unchanged) for a null or empty image, nothing
+     * to draw (no overlap, opacity 0) or an unknown direction. */
+
+    /* Draw layer with its top-left corner at (x, y) of this image through blend mode `mode`
+     * at `opacity`.  usealpha nonzero weighs each pixel by the layer's alpha byte as well,
+     * w = alpha * opacity / 255 (a layer below 24 bits has no alpha and counts as opaque);
+     * zero draws every pixel at w = opacity. */
+    int addlayer(kiv* layer, int x, int y, int opacity, int mode, int usealpha);
+
+    /* Mix the part of src inside *srcrect (null or empty: all of src; clipped to src) into
+     * this image with its top-left corner at (x, y), normal mode, w = opacity. */
+    int merge(kiv* src, tagRECT* srcrect, int x, int y, int opacity);
+
+    /* Paste all of src with its top-left corner at (x, y), normal mode, with an opacity
+     * that fades across the pasted area from op0 at the side or corner opposite dir to op1
+     * at the one dir names (the direction codes of the fills): w = op0 + (op1 - op0) * t /
+     * 255, t the 0..255 ramp position of the pixel within src's area as placed. */
+    int fadepaste(kiv* src, int x, int y, int op0, int op1, int dir);
+
+    /* Fade the rectangle (null or empty: the whole image; clipped) toward color: normal
+     * mode with w ramping from op0 to op1 toward dir as in fadepaste, across the rectangle
+     * as given. */
+    int fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir);
+
+    /* Tile texture over the rectangle (null or empty: the whole image; clipped) through
+     * blend mode `mode` at `opacity`; the texture's top-left pixel sits at the rectangle's
+     * top-left corner as given, and tiles repeat right and down from there. */
+    int texturefill(tagRECT* rect, kiv* texture, int opacity, int mode);
+
 
     /* ---- Point adjustments ---------------------------------------------------------- */
+    /* Per-pixel tone and colour corrections.  They change red, green and blue only: the
+     * fourth byte (alpha, or the colour-map index of a palettized image) is never touched.
+     * True colour (bits >= 24): the pixels inside *rect (null or empty: the whole image)
+     * are mapped; 0, nothing changed, when the clipped rectangle is empty.  Palettized
+     * (bits < 24): the colour map is mapped instead and the pixels' colours refreshed from
+     * it; the rectangle is ignored unless a member says otherwise.  Every int member
+     * returns 0, image unchanged, for an image without pixels. */
+
+    /* Brightness and contrast, each clamped to -127..127; (0, 0) is the identity and
+     * contrast 127 makes a step at mid-grey.  1 on success. */
+    int bright_contrast(tagRECT* rect, int brightness, int contrast);
+    /* Gamma per channel and a master gamma applied after them; 1.0 is neutral; a value
+     * v maps i to (i / 255)^(1 / v) x 255, rounded, clamped to 0..255.  The rectangle is
+     * validated on both paths (0 when empty). */
+    int gamma_rgb(tagRECT* rect, double red, double green, double blue, double master);
+    /* gamma_rgb(rect, 1.0, 1.0, 1.0, g). */
+    int gamma(tagRECT* rect, double g);
+    /* Percentage change per channel: c + c x p / 100 on a 16-bit scale, clamped; +100
+     * doubles, -100 gives 0.  The rectangle is validated on both paths (0 when empty).
+     * Depth 24 maps the pixels; any other depth maps the colour map, so a 32-bit image
+     * (which has none) is left as it is and 1 returned. */
+    int adjust_rgb(tagRECT* rect, int red, int green, int blue);
+    /* Through the library's integer HLS model (0..255 each): hue in 1/255 turns added to
+     * every non-zero hue (wrapped once), saturation s += (s x saturation) >> 7, lightness
+     * added in levels; clamped to 0..255.  The HLS round trip alters colours slightly
+     * even with neutral arguments. */
+    int modulate(tagRECT* rect, int hue, int saturation, int lightness);
+    /* Hue (degrees, -180..180), saturation and lightness (-100..100, percent) for all
+     * colours (range 0) or for one sixth of the HLS hue circle (range 1..6, in hue order
+     * from red: HLS hue 0..42, 43..84, 85..127, 128..170, 171..212, 213..255).  Out-of-
+     * range hue, saturation and lightness are clamped; a range outside 0..6 is refused
+     * (0).  Every colour goes through the HLS round trip, so all zeros still alter some. */
+    int hue_saturation(tagRECT* rect, int range, int hue, int saturation, int lightness);
+    /* Complement red, green and blue.  Palettized: only the colour map is complemented;
+     * the pixels keep their colour bytes until the map is next applied to them. */
+    void negative(tagRECT* rect);
+    /* Complement red, green and blue of the w x h block at (x, y), clipped; nothing for
+     * w < 1 or h < 1.  Palettized: the colour map and every pixel are complemented. */
+    void invertrect(int x, int y, int w, int h);
+    /* The same for a rectangle; null or empty means the whole image. */
+    void invertrect(tagRECT* rect);
+    /* Grey at each pixel's HLS lightness: (min + max) >> 1.  1 on success. */
+    int desaturate(tagRECT* rect);
+    /* max(levels, 2) evenly spaced levels per channel.  1 on success. */
+    int posterize(tagRECT* rect, int levels);
+    /* Tint: luminance 0.3 R + 0.59 G + 0.11 B scaled into the COLORREF color.  The image
+     * becomes 24-bit whatever its depth (a colour map is kept but no longer used); only
+     * the rectangle is mapped.  1 on success. */
+    int colorify(tagRECT* rect, COLORREF color);
+    /* Colour balance: per-channel shifts (clamped to -100..100) for shadows, midtones
+     * and highlights; with preserve set every pixel keeps its HLS lightness.  0 for a
+     * null record.  Palettized: the colour map is changed and the pixels are not
+     * refreshed from it. */
+    int colorbalance(tagRECT* rect, tagKIV_COLORBALANCE* cb);
+    /* Quantize the channels of a colour space (cc->colorspace, a KIV_CS_* code) with
+     * steps cc->step[0..2] (0 leaves a channel alone; ties round down, and the second
+     * channel rounds on the first channel's remainder).  The image becomes 24-bit and
+     * only the rectangle is changed.  0 for a null record, an empty rectangle or an
+     * unsupported colour space. */
+    int colorcut(tagRECT* rect, tagKIV_COLORCUT* cc);
 
     /* ---- Histogram-driven adjustments ----------------------------------------------- */
+    /* Like the point adjustments, these change red, green and blue only, and a palettized
+     * image has its colour map changed instead of its pixels.  Luminance here is
+     * (77 R + 150 G + 29 B) >> 8.  All return 0, image unchanged, for an image without
+     * pixels. */
+
+    /* Stretch each channel of the rectangle's pixels (bits > 8) or of the colour map
+     * (bits <= 8, rectangle then ignored; pixels refreshed) to 0..255 by its own minimum
+     * and maximum.  0 when the clipped rectangle is empty, else 1. */
+    int autocontrast(tagRECT* rect);
+    /* Equalize the luminance histogram of the whole image and apply the resulting table
+     * to every channel of the rectangle's pixels (palettized: of the colour map, pixels
+     * refreshed).  0 when the clipped rectangle is empty, else 1. */
+    int equalize(tagRECT* rect);
+    /* Stretch luminance between the points where 1% of the whole image's pixels lie
+     * below and above: the low point maps to 0, the high point to 254, anything above it
+     * to 255.  True colour (bits >= 24): the rectangle's pixels; palettized: the colour
+     * map only (pixels not refreshed).  0 when the clipped rectangle is empty.  An image
+     * with a single luminance level is destroyed and 0 returned. */
+    int normalize(tagRECT* rect);
+    /* Stretch the HSV value of each colour's chromatic part (inverted channels less their
+     * common black part) between the smallest and largest value found.  True colour: the
+     * rectangle (0 when empty); palettized: the colour map only (rectangle ignored,
+     * pixels not refreshed).  1 on success. */
+    int autocolorenhance(tagRECT* rect);
 
     /* ---- Blurs, kernels, sharpening, motion blurs ----------------------------------- */
     /* Plain 3x3 sharpening of the rectangle (null: whole image): centre 18, the eight
      * neighbours -1, divided by 10, clamped; the same result as filter_3x3 mode 3. */
     int sharpen(tagRECT* rect);
+
+    /* Blurs.  All take a rectangle (null or empty: the whole image, clipped to it) and
+     * return 1, or 0 with the image unchanged when the clipped rectangle is empty, the image
+     * has no pixels or a parameter is refused.  A palettized image becomes 24-bit (its
+     * pixels already hold the colours).  Red, green and blue are treated alike. */
+
+    /* Mean of up to four corner samples (x -+ dx/2, y -+ dy/2), each taken only if it lies
+     * inside the image (pixels outside the rectangle are used); a pixel with no sample keeps
+     * its colour.  dx, dy: full spans in pixels; negative spans count as 0; refused when
+     * both are below 1.  Alpha kept; depth becomes exactly 24. */
+    int blur(tagRECT* rect, int dx, int dy);
+    /* Tent blur of radius r pixels (weights r+1 .. 1), rows then columns, integer.  The row
+     * pass also reads columns outside the rectangle, the column pass only rows inside it;
+     * both renormalise by the weights used.  Alpha of the rectangle becomes 0.  r = 0
+     * copies the colours; refused for r < 0. */
+    int blur_simple(tagRECT* rect, int r);
+    /* Recursive (Deriche) Gaussian, constant cost per pixel: columns with sy, then rows with
+     * sx (standard deviations in pixels, > 0 and finite, else refused).  Each line is
+     * extended by its end pixels: nothing outside the rectangle is read.  Alpha kept.
+     * Progress: init((w + h) >> 3), a step every 8 lines, term. */
+    int blur_gauss_iir(tagRECT* rect, double sx, double sy);
+    /* Sampled Gaussian with integer weights (255 at the centre, taps -h .. h-1 where
+     * h = ceil(sigma * sqrt(2 ln 255))), columns then rows, ends of each line repeated:
+     * nothing outside the rectangle is read.  sigma in pixels, 0 < sigma <= 10000, else
+     * refused.  planes: bit 0 red, 1 green, 2 blue, 3 alpha; clear bits keep the channel.
+     * Progress as blur_gauss_iir. */
+    int blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes);
+    int blur_gauss_rle(tagRECT* rect, double sigma); /* planes = 7: alpha kept */
+    /* Selective Gaussian: each channel averages only the neighbours within the whole image
+     * that differ from the centre by at most threshold (a negative threshold changes
+     * nothing).  radius: pixels at which the kernel falls to 1/255, at most 127 (refused
+     * above, or NaN); radius <= 0 changes no pixel but returns 1.  Alpha kept; depth
+     * becomes exactly 24.  Progress: init(h >> 3), a step every 8 rows, term. */
+    int blur_gauss_sel(tagRECT* rect, double radius, int threshold);
+
+    /* 3x3 kernels.  The rectangle's border pixels are repeated outward; pixels outside it
+     * are never read.  Alpha kept; depth becomes 24 (also for a refused mode).
+     * mode: 0 mean, 1 median, 3 sharpen (-1s, centre 18, /10), 4 soft blur (8 12 8 / 12 20
+     * 12 / 8 12 8, /100), 5 emboss (bottom-right minus top-left + 128, wrapped to a byte),
+     * 6 sharpen more (centre 13, /5), 7 maximum, 8 minimum, 9 cross sharpen (centre 5),
+     * 10 full sharpen (centre 9), 11 Laplacian, 12 Sobel horizontal, 13 Sobel vertical,
+     * 14 adaptive sharpen (only where mode 3 would change a channel by more than 7),
+     * 15 adaptive smooth (mode 4 only where mode 3 would change it by less than 5).
+     * Refused: mode 2 and modes above 15.  Results are clamped to 0..255. */
+    int filter_3x3(tagRECT* rect, unsigned mode);
+    /* Nine row-major weights (null: refused), result clamp(sum / divisor) per channel,
+     * divisor 0 taken as 1; sums wrap in 32 bits. */
+    int filter_custom3x3(tagRECT* rect, int* kernel, int divisor);
+    /* Kernel -1s around centre s + 8, divisor s; strength s in 1..40, else 10. */
+    int filter_sharpen(tagRECT* rect, int strength);
+    /* Kernel 1s around centre s, divisor s + 8; strength s in 1..40, else 10. */
+    int filter_soften(tagRECT* rect, int strength);
+    /* Gradient magnitude (rounded integer square root of gx^2 + gy^2) times 10 / strength,
+     * clamped; strength below 1 (or NaN) counts as 1.  Neighbours come from the whole
+     * image, coordinates clamped to it.  Alpha of the rectangle becomes 0. */
+    int edge(tagRECT* rect, double strength);
+    /* Relief lit from (azimuth, elevation), heights from the red channel of the whole image
+     * (coordinates clamped to it).  param null: azimuth 30, elevation 45, depth 20, mono 1.
+     * mono: grey shade; else each colour of the pixel above scaled by shade / 256.  Only the
+     * low 16 bits of depth count (unsigned); refused when they are 0 or the angles are not
+     * finite.  Alpha of the rectangle becomes 0. */
+    int emboss(tagRECT* rect, tagKIV_EMBOSS* param);
+    /* Bevelled frame n pixels wide: top and left lightened, bottom and right darkened,
+     * mitred corners.  Refused when n < 0 or the rectangle is narrower or lower than 2n. */
+    int raise_edge(tagRECT* rect, int n);
+
+    /* Sharpening.  Alpha kept; depth raised to 24. */
+    /* Adjustable 3x3 sharpen: O + (8 O - sum of the 8 neighbours) * strength / 800,
+     * clamped, per channel; strength in percent 0..1000 (0: no change; else refused).
+     * Rectangle border repeated outward as in filter_3x3. */
+    int sharpen2(tagRECT* rect, int strength);
+    /* Unsharp mask: B = recursive Gaussian of the rectangle (sigma = radius pixels, lines
+     * extended by their ends), D = O - B; where |D| >= threshold the channel becomes
+     * clamp(O + D * amount / 100).  radius > 0 and <= 1000, amount 0..1000 percent,
+     * threshold 0..255; anything else refused.  Progress as blur_gauss_iir. */
+    int unsharp_mask(tagRECT* rect, double radius, int amount, int threshold);
+    /* The same on lightness L = (max + min) / 2 only: the same change is added to red,
+     * green and blue (clamped), so edges get no colour fringes. */
+    int unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold);
+    /* Local contrast: each pixel's lightness is pushed away from the mean of the
+     * (2 radius + 1)^2 box around it (clipped to the rectangle) by a gain that grows where
+     * the box's standard deviation is low: gain = 1 + amount / 100 * (g - 1), g = 40 /
+     * (deviation + 1) limited to 1..3.  The change is added to red, green and blue
+     * (clamped).  radius 1..1000 pixels, amount 0..100; anything else refused. */
+    int enhance(tagRECT* rect, int radius, int amount);
+
+    /* Motion and directional blurs.  Samples come from the whole image (coordinates
+     * clamped to it); only the rectangle is written.  Each colour channel becomes the
+     * rounded mean of its samples; alpha kept; depth raised to 24. */
+    /* Straight motion: distance + 1 samples spaced one pixel apart along the line through
+     * the pixel at angle degrees (0 = horizontal, 90 = up), centred on it.  distance 0..1000
+     * pixels (0: no change); angle finite; else refused. */
+    int mblur_linear(tagRECT* rect, double angle, int distance);
+    /* Spin about (cx, cy): each pixel averaged over an arc of angle degrees (0..360)
+     * centred on it, sampled at about one pixel spacing at the rectangle's farthest corner
+     * (at most 256 samples).  Refused for angle outside 0..360 or NaN. */
+    int mblur_radial(tagRECT* rect, int cx, int cy, double angle);
+    /* Circular motion about (cx, cy) of the same length everywhere: each pixel averaged
+     * over an arc amount pixels long (at most a full turn), samples one pixel apart.
+     * amount 0..1000 (0: no change); else refused. */
+    int mblur_round(tagRECT* rect, int cx, int cy, int amount);
+    /* Zoom towards (cx, cy): each pixel averaged along the ray to the centre over amount
+     * percent of its distance (0..100; 0: no change), at most 256 samples. */
+    int mblur_zoom(tagRECT* rect, int cx, int cy, int amount);
+    /* Wind: bright pixels leave streaks that fade over about `strength` pixels (1..1000) in
+     * the direction the wind blows to: 0 right (from the left), 1 left, 2 down, 3 up.  The
+     * streak length varies from line to line (fixed pattern, so the result is repeatable).
+     * Only the rectangle is read.  Refused outside those ranges. */
+    int sblur_wind(tagRECT* rect, int direction, int strength);
+    /* Blast: a stronger wind; each pixel becomes the brighter of itself and the mean of the
+     * upwind streak (about `strength` pixels, varying per line), per channel.  Parameters
+     * as sblur_wind. */
+    int sblur_blast(tagRECT* rect, int direction, int strength);
 
     /* ---- Effects -------------------------------------------------------------------- */
 
@@ -231,6 +713,10 @@ protected:
 extern "C" {
 #endif
 /* ---- Free functions ------------------------------------------------------------------ */
+/* A new packed DIB holding the part of the packed DIB dib inside *rect (null or empty: all
+ * of it), at the depth the DIB is read at; null when the DIB cannot be read or the clipped
+ * rectangle is empty.  dib is left as it was. */
+KIV_API void* kivCrop(void* dib, tagRECT* rect);
 
 #ifdef __cplusplus
 }

@@ -54,13 +54,31 @@ std::uint32_t le32(const unsigned char* p) {
 }
 
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
-    // A BMP file is a 14-byte file header and a packed DIB: hand the DIB to the library.
+    // A BMP file is a 14-byte file header and a packed DIB whose rows start at bfOffBits.
+    // The library reads rows right after the colour table, so a file with a gap there is
+    // re-packed first. Sizes are checked here only as far as the re-packing needs; the
+    // library's reader checks the rest against the block size.
     if (bytes.size() < 14 + 40) throw CliError("truncated BMP file");
-    std::size_t dib_size = bytes.size() - 14;
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, dib_size);
+    const unsigned char* dib = bytes.data() + 14;
+    const std::size_t avail = bytes.size() - 14;
+    std::uint32_t bi_size = le32(dib);
+    std::uint32_t bits = dib[14] | (dib[15] << 8);
+    std::uint32_t used = le32(dib + 32);
+    std::uint32_t off = le32(bytes.data() + 10);
+    if (bi_size < 40 || bi_size > avail) throw CliError("malformed BMP header");
+    std::size_t table = bits <= 8 ? 4u * (used ? std::min<std::uint32_t>(used, 256) : (1u << bits)) : 0;
+    std::size_t rows_at = bi_size + table;  // where the library expects the rows
+    std::vector<unsigned char> packed;
+    if (off >= 14 && off - 14 != rows_at && off - 14 <= avail && rows_at <= avail) {
+        packed.assign(dib, dib + rows_at);
+        packed.insert(packed.end(), bytes.begin() + off, bytes.end());
+    } else {
+        packed.assign(dib, dib + avail);
+    }
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, packed.size());
     if (!h) throw CliError("out of memory");
     void* p = GlobalLock(h);
-    std::memcpy(p, bytes.data() + 14, dib_size);
+    std::memcpy(p, packed.data(), packed.size());
     GlobalUnlock(h);
     int ok = img.attachdib(h);
     GlobalFree(h);

@@ -1,0 +1,125 @@
+// Helpers shared by the filter family: rectangle normalisation, depth changes, clamps and
+// the line counter behind the progress calls.
+#ifndef KIV_FILTER_FILTER_H
+#define KIV_FILTER_FILTER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "kiv.h"
+
+namespace kivfilter {
+
+// A clipped, non-empty rectangle of an image.
+struct Area {
+    int left, top, right, bottom;
+    int w() const { return right - left; }
+    int h() const { return bottom - top; }
+};
+
+// Clips rect against img into *out. False for an image without pixels or an empty clip;
+// nothing is changed either way.
+inline bool normalise(kiv* img, tagRECT* rect, Area* out) {
+    if (!img->m_pixels || img->m_width < 1 || img->m_height < 1) return false;
+    tagRECT r;
+    if (!img->validaterect(rect, &r)) return false;
+    if (r.right <= r.left || r.bottom <= r.top) return false;
+    *out = Area{static_cast<int>(r.left), static_cast<int>(r.top), static_cast<int>(r.right),
+                static_cast<int>(r.bottom)};
+    return true;
+}
+
+// Filters work on full colour: a palettized image is declared 24-bit (its pixels already
+// hold the colours; the map is kept for whoever reads it).
+inline void set_depth_24(kiv* img) { img->m_bits = 24; }
+inline void raise_depth_24(kiv* img) {
+    if (img->m_bits < 24) img->m_bits = 24;
+}
+
+inline tagRGBA* row_ptr(kiv* img, int y) {
+    return img->m_pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(img->m_width);
+}
+
+inline int clamp255(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+inline int clamp_index(int v, int n) { return v < 0 ? 0 : (v >= n ? n - 1 : v); }
+
+// Double to byte: clamp to 0..255, then truncate. NaN gives 0 instead of undefined.
+inline unsigned char clamp_trunc_byte(double v) {
+    if (!(v >= 0.0)) return 0;
+    if (v > 255.0) return 255;
+    return static_cast<unsigned char>(v);
+}
+
+// The running line count of the progress calls: init((lines of all passes) >> 3), one
+// continue each time the count of finished lines reaches a multiple of 8, term at the end.
+// Used only on the calling thread; parallel passes report each finished batch here.
+class LineProgress {
+public:
+    LineProgress(kiv* img, long long total_lines) : img_(img) {
+        img_->progress_init(static_cast<int>(total_lines >> 3));
+    }
+    void done(long long lines) {
+        long long before = count_ >> 3;
+        count_ += lines;
+        for (long long k = before; k < (count_ >> 3); ++k) img_->progress_continue();
+    }
+    void term() { img_->progress_term(); }
+
+private:
+    kiv* img_;
+    long long count_ = 0;
+};
+
+// Passes that report progress run in batches of this many lines: large enough to keep
+// every worker busy, small enough for a responsive progress bar.
+constexpr int kProgressBatch = 256;
+
+// Copy of a rectangle's pixels, row-major at width w.
+inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {
+    std::vector<tagRGBA> buf(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
+    img->getpacket(buf.data(), a.left, a.top, a.w(), a.h());
+    return buf;
+}
+
+// ---- Gaussian building blocks shared by the blurs and the sharpening members ----------
+
+// Recursive (Deriche) Gaussian on a w x h block of RGB bytes, stride in pixels: columns,
+// then rows, each line extended by its end pixels. src and dst may be the same block.
+// Channel 3 is left alone. Reports each finished line to *progress when it is not null.
+// False (nothing written) when a sigma gives no finite coefficients.
+bool iir_blur_block(const tagRGBA* src, std::ptrdiff_t src_stride, tagRGBA* dst,
+                    std::ptrdiff_t dst_stride, int w, int h, double sx, double sy,
+                    LineProgress* progress);
+bool iir_sigma_ok(double s);
+
+}  // namespace kivfilter
+
+#endif
+
+namespace kivfilter {
+
+// The 3x3 neighbourhood of one buffer row, channel-planar: row[r][c][i + 1] is channel c of
+// pixel i in row j - 1 + r (r = 0, 1, 2), with rows and columns outside the rectangle
+// replaced by the nearest border row/column, so the filter never sees outside pixels.
+struct Rows3 {
+    const unsigned char* row[3][3];
+};
+
+// Lifts the rectangle out, runs kernel(rows, w, out) for every row (in parallel), where the
+// kernel writes channel c of pixel i to out[c][i], and stores the result back with each
+// pixel's alpha carried over from the source.
+template <class Kernel>
+void run_3x3(kiv* img, const Area& a, Kernel kernel);
+
+}  // namespace kivfilter
+
+#include "filter/filter_3x3_impl.h"
+
+namespace kivfilter {
+
+// Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give
+// 0 1 1 2 2 2 2 3 3 3 3 3 3.
+unsigned isqrt_rounded(unsigned n);
+
+}  // namespace kivfilter

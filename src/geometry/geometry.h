@@ -1,0 +1,51 @@
+// What the resampling, orientation and layout files share.
+#ifndef KIV_GEOMETRY_GEOMETRY_H
+#define KIV_GEOMETRY_GEOMETRY_H
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/checked.h"
+#include "kiv.h"
+
+#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+#  define KIV_GEOM_SSE2 1
+#endif
+
+namespace kivgeom {
+
+// Filtered two-pass resampling of src's bytes 0..2 into dst, made w x h at 24 bits (in the
+// mapped-file store when mapped). src is only read. False, dst empty, when the method has
+// no filter, a size is below 1 or too large, or memory runs out.
+bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst);
+
+// Forces the plain scalar loops instead of the SSE2 ones (the results are the same; tests
+// run both). Process-wide, for tests only.
+void set_force_scalar(bool on);
+bool force_scalar();
+
+// dst gets src's colour map: its colors entries and the count itself (callers decide for
+// which depths).
+inline void copy_colour_map(kiv& src, kiv& dst) {
+    int n = src.m_map ? src.m_colors : 0;
+    if (n > 0 && (!dst.m_map || dst.m_colors < n)) dst.alloccmap(n);
+    if (n > 0 && dst.m_map) std::memcpy(dst.m_map, src.m_map, static_cast<std::size_t>(n) * sizeof(tagRGBA));
+    dst.m_colors = dst.m_map ? std::max(n, 0) : 0;
+}
+
+// The rectangle (x, y, x + w, y + h) of the x, y, w, h forms; the sums saturate instead of
+// wrapping, so a huge w or h reaches to the image's edge.
+inline tagRECT rect_from_xywh(int x, int y, int w, int h) {
+    tagRECT r;
+    r.left = x;
+    r.top = y;
+    r.right = kivcore::clamp_int(static_cast<long long>(x) + w);
+    r.bottom = kivcore::clamp_int(static_cast<long long>(y) + h);
+    return r;
+}
+
+inline tagRGBA* row_ptr(kiv& img, int y) { return img.m_pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(img.m_width); }
+
+}  // namespace kivgeom
+
+#endif

@@ -1,0 +1,300 @@
+// Filtered resampling (zoom): two separable passes through a 24-bit intermediate image.
+//
+// Each output pixel is Sum(weight * byte) over its contribution list, in list order, as
+// doubles, then + 0.5, truncated and clamped. The lists are built once per output column
+// (or row) and shared by every line; the SSE2 loops run the channels (horizontal pass) or
+// the pixels (vertical pass) in lanes, each lane doing exactly the scalar sequence.
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <new>
+#include <vector>
+
+#include "core/parallel.h"
+#include "geometry/geometry.h"
+#include "geometry/resample_filters.h"
+
+#if KIV_GEOM_SSE2
+#  include <emmintrin.h>
+#endif
+
+namespace kivgeom {
+namespace {
+
+std::atomic<bool> g_force_scalar{false};
+
+// Most list entries one pass may hold (about 24 GB of weights): larger requests, which only
+// absurd shrink factors make, are refused rather than attempted.
+constexpr long long kMaxEntries = 2LL << 30;
+
+// Pixels a vertical-pass accumulator strip covers: 256 pixels = 8 KB of doubles, which
+// stays in L1 while every contributing row is added in.
+constexpr int kStripPixels = 256;
+
+// A weighted sum to a byte: add a half, truncate toward zero, clamp to 0..255 (NaN gives 0).
+inline BYTE sum_to_byte(double v) {
+    v += 0.5;
+    if (v >= 255.0) return 255;
+    if (v >= 1.0) return static_cast<BYTE>(static_cast<int>(v));
+    return 0;
+}
+
+// Source index j reflected into 0..n-1: -1 reads 1, n reads n - 1. Indices that one
+// reflection does not bring inside (tiny sources under wide filters) are clamped.
+inline int mirror_index(long long j, long long n) {
+    if (j < 0) j = -j;
+    if (j >= n) j = 2 * n - j - 1;
+    return static_cast<int>(std::clamp<long long>(j, 0, n - 1));
+}
+
+// Contribution lists of one pass: output index i owns count[i] (source index, weight)
+// pairs starting at entry i * cap.
+struct Contributions {
+    long long cap = 0;
+    std::vector<int> count;
+    std::vector<int> index;
+    std::vector<double> weight;
+    const int* idx(int i) const { return index.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap); }
+    const double* wt(int i) const { return weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap); }
+};
+
+bool build_contributions(Contributions& c, int n_out, int n_src, double scale, const ResampleFilter& f) {
+    double width = f.support, fscale = 1.0;
+    if (scale < 1.0) {  // shrinking widens the filter to cover every source pixel
+        width = f.support / scale;
+        fscale = 1.0 / scale;
+    }
+    std::vector<long long> left(static_cast<std::size_t>(n_out));
+    c.count.assign(static_cast<std::size_t>(n_out), 0);
+    long long cap = 0;
+    for (int i = 0; i < n_out; ++i) {
+        double centre = i / scale;
+        double l = centre - width + 0.5, r = centre + width + 0.5;
+        if (!(std::fabs(l) < 9e15 && std::fabs(r) < 9e15)) return false;
+        long long li = static_cast<long long>(l), ri = static_cast<long long>(r);  // truncation
+        left[static_cast<std::size_t>(i)] = li;
+        cap = std::max(cap, ri - li);
+        c.count[static_cast<std::size_t>(i)] = static_cast<int>(std::clamp<long long>(ri - li, 0, kMaxEntries));
+    }
+    if (cap > kMaxEntries / std::max(n_out, 1)) return false;
+    c.cap = std::max<long long>(cap, 1);
+    std::size_t entries = static_cast<std::size_t>(c.cap) * static_cast<std::size_t>(n_out);
+    c.index.assign(entries, 0);
+    c.weight.assign(entries, 0.0);
+    kivcore::parallel_for(0, n_out, [&](int i) {
+        const double centre = i / scale;
+        const long long l = left[static_cast<std::size_t>(i)];
+        const int n = c.count[static_cast<std::size_t>(i)];
+        int* ix = c.index.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
+        double* w = c.weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
+        double sum = 0.0;
+        for (int k = 0; k < n; ++k) {
+            const long long j = l + k;
+            const double v = f.fn((static_cast<double>(j) - centre + 0.5) / fscale) / fscale;
+            ix[k] = mirror_index(j, n_src);
+            w[k] = v;
+            sum += v;
+        }
+        // Normalise so flat areas keep their value; a NaN sum also divides (and poisons).
+        if (sum != 0.0 && sum != 1.0)
+            for (int k = 0; k < n; ++k) w[k] /= sum;
+    });
+    return true;
+}
+
+// ---- Horizontal pass: every row of src (width = source length) to dst (width n_out).
+
+void hpass_rows_scalar(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+        const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, y));
+        tagRGBA* d = row_ptr(dst, y);
+        for (int i = 0; i < dst.m_width; ++i) {
+            const int* ix = c.idx(i);
+            const double* w = c.wt(i);
+            double a0 = 0.0, a1 = 0.0, a2 = 0.0;
+            for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) {
+                const BYTE* p = s + 4 * static_cast<std::size_t>(ix[k]);
+                a0 += w[k] * p[0];
+                a1 += w[k] * p[1];
+                a2 += w[k] * p[2];
+            }
+            d[i] = tagRGBA{sum_to_byte(a0), sum_to_byte(a1), sum_to_byte(a2), 0};
+        }
+    }
+}
+
+#if KIV_GEOM_SSE2
+// Four bytes (one pixel) to four doubles in two registers.
+inline void pixel_to_pd(const BYTE* p, __m128d& lo, __m128d& hi) {
+    int v;
+    std::memcpy(&v, p, 4);
+    const __m128i z = _mm_setzero_si128();
+    __m128i q = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(v), z), z);
+    lo = _mm_cvtepi32_pd(q);
+    hi = _mm_cvtepi32_pd(_mm_shuffle_epi32(q, 0xEE));
+}
+
+// Sums of channels (0, 1) and (2, 3) to a pixel: + 0.5, clamp, truncate; alpha becomes 0.
+// max(v, 0) returns 0 for NaN, as the scalar rule does.
+inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
+    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
+    a01 = _mm_min_pd(_mm_max_pd(_mm_add_pd(a01, half), zero), top);
+    a23 = _mm_min_pd(_mm_max_pd(_mm_add_pd(a23, half), zero), top);
+    __m128i i = _mm_unpacklo_epi64(_mm_cvttpd_epi32(a01), _mm_cvttpd_epi32(a23));
+    i = _mm_packs_epi32(i, i);
+    i = _mm_packus_epi16(i, i);
+    int v = _mm_cvtsi128_si32(i) & 0x00FFFFFF;
+    std::memcpy(out, &v, 4);
+}
+
+void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+    // The source row as doubles, converted once and read by every output pixel.
+    std::vector<double> row(static_cast<std::size_t>(src.m_width) * 4);
+    for (int y = y0; y < y1; ++y) {
+        const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, y));
+        for (int x = 0; x < src.m_width; ++x) {
+            __m128d lo, hi;
+            pixel_to_pd(s + 4 * static_cast<std::size_t>(x), lo, hi);
+            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x)], lo);
+            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x) + 2], hi);
+        }
+        tagRGBA* d = row_ptr(dst, y);
+        for (int i = 0; i < dst.m_width; ++i) {
+            const int* ix = c.idx(i);
+            const double* w = c.wt(i);
+            __m128d a01 = _mm_setzero_pd(), a23 = _mm_setzero_pd();
+            for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) {
+                const double* p = &row[4 * static_cast<std::size_t>(ix[k])];
+                const __m128d wk = _mm_set1_pd(w[k]);
+                a01 = _mm_add_pd(a01, _mm_mul_pd(wk, _mm_loadu_pd(p)));
+                a23 = _mm_add_pd(a23, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+            }
+            store_pixel(a01, a23, d + i);
+        }
+    }
+}
+#endif
+
+void hpass(kiv& src, kiv& dst, const Contributions& c) {
+    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
+#if KIV_GEOM_SSE2
+        if (!force_scalar()) return hpass_rows_sse2(src, dst, c, y0, y1);
+#endif
+        hpass_rows_scalar(src, dst, c, y0, y1);
+    });
+}
+
+// ---- Vertical pass: dst row i is the weighted sum of the listed rows of src. Rows are
+// streamed strip by strip: one accumulator strip per chunk, each source row added in whole.
+
+void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+    const std::size_t line = static_cast<std::size_t>(dst.m_width) * 4;  // bytes of a row
+    const std::size_t strip = static_cast<std::size_t>(kStripPixels) * 4;
+    std::vector<double> acc(strip);
+#if KIV_GEOM_SSE2
+    const bool sse = !force_scalar();
+#endif
+    for (int y = y0; y < y1; ++y) {
+        const int* ix = c.idx(y);
+        const double* w = c.wt(y);
+        const int n = c.count[static_cast<std::size_t>(y)];
+        BYTE* d = reinterpret_cast<BYTE*>(row_ptr(dst, y));
+        for (std::size_t x0 = 0; x0 < line; x0 += strip) {
+            const std::size_t len = std::min(strip, line - x0);  // a multiple of 4
+            std::fill(acc.begin(), acc.begin() + static_cast<std::ptrdiff_t>(len), 0.0);
+            for (int k = 0; k < n; ++k) {
+                const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, ix[k])) + x0;
+                const double wk = w[k];
+                std::size_t j = 0;
+#if KIV_GEOM_SSE2
+                if (sse) {
+                    const __m128i z = _mm_setzero_si128();
+                    const __m128d wv = _mm_set1_pd(wk);
+                    for (; j + 16 <= len; j += 16) {
+                        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + j));
+                        __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
+                        __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z),
+                                        _mm_unpacklo_epi16(hi, z), _mm_unpackhi_epi16(hi, z)};
+                        double* a = acc.data() + j;
+                        for (int t = 0; t < 4; ++t) {
+                            __m128d v0 = _mm_cvtepi32_pd(q[t]);
+                            __m128d v1 = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[t], 0xEE));
+                            _mm_storeu_pd(a + 4 * t, _mm_add_pd(_mm_loadu_pd(a + 4 * t), _mm_mul_pd(wv, v0)));
+                            _mm_storeu_pd(a + 4 * t + 2,
+                                          _mm_add_pd(_mm_loadu_pd(a + 4 * t + 2), _mm_mul_pd(wv, v1)));
+                        }
+                    }
+                }
+#endif
+                for (; j < len; ++j) acc[j] += wk * s[j];
+            }
+            std::size_t j = 0;
+#if KIV_GEOM_SSE2
+            if (sse)
+                for (; j < len; j += 4)
+                    store_pixel(_mm_loadu_pd(&acc[j]), _mm_loadu_pd(&acc[j + 2]),
+                                reinterpret_cast<tagRGBA*>(d + x0 + j));
+#endif
+            for (; j < len; j += 4) {
+                d[x0 + j] = sum_to_byte(acc[j]);
+                d[x0 + j + 1] = sum_to_byte(acc[j + 1]);
+                d[x0 + j + 2] = sum_to_byte(acc[j + 2]);
+                d[x0 + j + 3] = 0;
+            }
+        }
+    }
+}
+
+void vpass(kiv& src, kiv& dst, const Contributions& c) {
+    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
+}
+
+}  // namespace
+
+void set_force_scalar(bool on) { g_force_scalar.store(on); }
+bool force_scalar() { return g_force_scalar.load(std::memory_order_relaxed); }
+
+bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
+    dst.destroy();
+    const ResampleFilter* f = resample_filter(method);
+    if (!f || !src.m_pixels || src.m_width < 1 || src.m_height < 1) return false;
+    if (kivcore::checked_packets(w, h) < 0) return false;
+    const int W = src.m_width, H = src.m_height;
+    try {
+        const double xscale = static_cast<double>(w) / W, yscale = static_cast<double>(h) / H;
+        Contributions cx, cy;
+        if (!build_contributions(cx, w, W, xscale, *f) || !build_contributions(cy, h, H, yscale, *f)) return false;
+        // Shrinking vertically goes first, so the intermediate is the smaller of the two.
+        const bool vertical_first = h < H;
+        kiv mid;
+        if (!mid.create(vertical_first ? W : w, vertical_first ? h : H, 24)) return false;
+        if (vertical_first)
+            vpass(src, mid, cy);
+        else
+            hpass(src, mid, cx);
+        if (!(mapped ? dst.create_width_mapfile(w, h, 24) : dst.create(w, h, 24))) return false;
+        if (vertical_first)
+            hpass(mid, dst, cx);
+        else
+            vpass(mid, dst, cy);
+        return true;
+    } catch (const std::bad_alloc&) {
+        dst.destroy();
+        return false;
+    }
+}
+
+}  // namespace kivgeom
+
+int kiv::zoom(int w, int h, int method, int mapped) {
+    if (!m_pixels || w < 1 || h < 1 || (w == m_width && h == m_height)) return 0;
+    if (static_cast<unsigned>(method) >= static_cast<unsigned>(kivgeom::kResampleMethods)) return 0;
+    const bool shrink_both = w < m_width && h < m_height;
+    kiv result;
+    // The result is true colour; a palettized image's map goes with the old buffer.
+    if (!kivgeom::resample(*this, w, h, method, mapped != 0, result)) return 0;
+    movefrom(&result);
+    if (shrink_both) sharpen(nullptr);
+    return 1;
+}

@@ -1,0 +1,169 @@
+// The direct resizers: pixel replication, nearest neighbour, bilinear, shrink to a frame.
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <vector>
+
+#include "core/parallel.h"
+#include "geometry/geometry.h"
+
+#if KIV_GEOM_SSE2
+#  include <emmintrin.h>
+#endif
+
+namespace {
+
+using kivgeom::row_ptr;
+
+// Sample position of output index x on an axis of n source pixels resized to m, in single
+// precision: i = trunc(n * x / m) and its fraction, except that positions at or past the
+// last pixel sample halfway between the last two. A one-pixel axis would then start at -1;
+// callers clamp their reads.
+struct Sample {
+    int i;
+    float frac;
+};
+
+Sample sample_at(int x, int n, int m) {
+    const float f = static_cast<float>(n) * static_cast<float>(x) / static_cast<float>(m);
+    // trunc(f) >= n - 1 exactly when f >= n - 1; comparing first keeps the conversion in range.
+    if (static_cast<double>(f) >= static_cast<double>(n) - 1.0) return Sample{n - 2, 0.5f};
+    const int i = static_cast<int>(f);
+    return Sample{i, f - static_cast<float>(i)};
+}
+
+int clamp_index(long long i, int n) { return static_cast<int>(std::clamp<long long>(i, 0, n - 1)); }
+
+// Nearest-neighbour index: the sample rounded up from a fraction of one half.
+int nearest_at(int x, int n, int m) {
+    Sample s = sample_at(x, n, m);
+    return clamp_index(static_cast<long long>(s.i) + (s.frac >= 0.5f ? 1 : 0), n);
+}
+
+// Shared frame of zoom_pixel and zoom_near: result of the same depth and map, each pixel a
+// whole copy of the source pixel (cols[x], rows[y]).
+int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const std::vector<int>& rows) {
+    kiv result;
+    if (!result.create(w, h, img.m_bits)) return 0;
+    if (img.m_bits < 9) kivgeom::copy_colour_map(img, result);
+    kivcore::parallel_for(0, h, [&](int y) {
+        const tagRGBA* s = row_ptr(img, rows[static_cast<std::size_t>(y)]);
+        tagRGBA* d = row_ptr(result, y);
+        for (int x = 0; x < w; ++x) d[x] = s[cols[static_cast<std::size_t>(x)]];
+    });
+    result.validate_rgb();
+    img.movefrom(&result);
+    return 1;
+}
+
+bool valid_target(kiv& img, int w, int h) { return img.m_pixels && kivcore::checked_packets(w, h) > 0; }
+
+}  // namespace
+
+int kiv::zoom_pixel(int w, int h) {
+    if (!valid_target(*this, w, h)) return 0;
+    try {
+        const long long W = m_width, H = m_height;
+        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
+        // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
+        // enlarging by 2 or more, so they are clamped to the last row.
+        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = clamp_index(W * x / w, m_width);
+        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = clamp_index((H * y + h / 2) / h, m_height);
+        return resize_by_table(*this, w, h, cols, rows);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+int kiv::zoom_near(int w, int h) {
+    if (!valid_target(*this, w, h)) return 0;
+    try {
+        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
+        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = nearest_at(x, m_width, w);
+        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = nearest_at(y, m_height, h);
+        return resize_by_table(*this, w, h, cols, rows);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+int kiv::zoom_linear(int w, int h) {
+    if (!valid_target(*this, w, h)) return 0;
+    try {
+        // Per axis, once per call: the two neighbours read and the fraction toward the second.
+        struct Tap {
+            int i0, i1;
+            float f;
+        };
+        auto taps = [](int m, int n) {
+            std::vector<Tap> t(static_cast<std::size_t>(m));
+            for (int x = 0; x < m; ++x) {
+                Sample s = sample_at(x, n, m);
+                t[static_cast<std::size_t>(x)] = Tap{clamp_index(s.i, n), clamp_index(static_cast<long long>(s.i) + 1, n), s.frac};
+            }
+            return t;
+        };
+        const std::vector<Tap> tx = taps(w, m_width), ty = taps(h, m_height);
+        kiv result;
+        if (!result.create(w, h, 24)) return 0;
+        m_bits = 24;
+        kivcore::parallel_for(0, h, [&](int y) {
+            const Tap& v = ty[static_cast<std::size_t>(y)];
+            const tagRGBA* r0 = row_ptr(*this, v.i0);
+            const tagRGBA* r1 = row_ptr(*this, v.i1);
+            const float fy = v.f, gy = 1.0f - v.f;
+            tagRGBA* d = row_ptr(result, y);
+#if KIV_GEOM_SSE2
+            if (!kivgeom::force_scalar()) {
+                // Channels in lanes; each lane runs the scalar expression below.
+                const __m128i z = _mm_setzero_si128();
+                auto load = [&](const tagRGBA* p) {
+                    int bits;
+                    std::memcpy(&bits, p, 4);
+                    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), z), z));
+                };
+                const __m128 vfy = _mm_set1_ps(fy), vgy = _mm_set1_ps(gy);
+                for (int x = 0; x < w; ++x) {
+                    const Tap& u = tx[static_cast<std::size_t>(x)];
+                    const __m128 fx = _mm_set1_ps(u.f), gx = _mm_set1_ps(1.0f - u.f);
+                    __m128 top = _mm_add_ps(_mm_mul_ps(load(r0 + u.i0), gx), _mm_mul_ps(load(r0 + u.i1), fx));
+                    __m128 bot = _mm_add_ps(_mm_mul_ps(load(r1 + u.i0), gx), _mm_mul_ps(load(r1 + u.i1), fx));
+                    __m128 s = _mm_add_ps(_mm_mul_ps(bot, vfy), _mm_mul_ps(top, vgy));
+                    __m128i i = _mm_cvttps_epi32(_mm_min_ps(s, _mm_set1_ps(255.0f)));
+                    i = _mm_packus_epi16(_mm_packs_epi32(i, i), z);
+                    int out = _mm_cvtsi128_si32(i) & 0x00FFFFFF;
+                    std::memcpy(d + x, &out, 4);
+                }
+                return;
+            }
+#endif
+            for (int x = 0; x < w; ++x) {
+                const Tap& u = tx[static_cast<std::size_t>(x)];
+                const float fx = u.f, gx = 1.0f - u.f;
+                const BYTE* p00 = &r0[u.i0].r;
+                const BYTE* p01 = &r0[u.i1].r;
+                const BYTE* p10 = &r1[u.i0].r;
+                const BYTE* p11 = &r1[u.i1].r;
+                BYTE out[3];
+                for (int c = 0; c < 3; ++c) {
+                    float s = (p10[c] * gx + p11[c] * fx) * fy + (p00[c] * gx + p01[c] * fx) * gy;
+                    out[c] = static_cast<BYTE>(std::min(s, 255.0f));  // a convex mix: never negative
+                }
+                d[x] = tagRGBA{out[0], out[1], out[2], 0};
+            }
+        });
+        movefrom(&result);
+        return 1;
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+int kiv::zoom_inframe(int w, int h) {
+    if (!m_pixels) return 0;
+    if (w >= m_width && h >= m_height) return 1;  // already fits
+    const double s = std::min(std::min(static_cast<double>(w) / m_width, 1.0), std::min(static_cast<double>(h) / m_height, 1.0));
+    const double nw = std::floor(m_width * s), nh = std::floor(m_height * s);
+    if (!(nw >= 1.0 && nh >= 1.0)) return 0;  // the frame leaves no whole pixel
+    return zoom_linear(static_cast<int>(nw), static_cast<int>(nh));
+}

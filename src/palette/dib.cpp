@@ -1,0 +1,277 @@
+// Packed DIBs in movable global memory: the hardened reader, the writer, 32-bit pixel
+// buffers, the DIB form of blt and kivCrop.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "core/checked.h"
+#include "core/parallel.h"
+#include "kiv.h"
+#include "palette/dibformat.h"
+
+using kivpal::kHeaderBytes;
+
+namespace {
+
+// Channel masks and shifts of 16- and 32-bit BI_RGB rows. The shift is the mask moved down
+// to its lowest set bit and then used as a count (mod 32), which gives 31 for all six
+// default masks: every channel reads as 0 and such DIBs come in black. This is the reader's
+// defined behaviour; hosts with real 16/32-bit data convert it themselves.
+struct ChannelMasks {
+    std::uint32_t mask[3];
+    unsigned shift[3];
+};
+
+ChannelMasks default_masks(unsigned depth) {
+    ChannelMasks m = depth == 16 ? ChannelMasks{{0x7C00, 0x3E0, 0x1F}, {0, 0, 0}}
+                                 : ChannelMasks{{0xFF0000, 0xFF00, 0xFF}, {0, 0, 0}};
+    for (int c = 0; c < 3; ++c) {
+        std::uint32_t v = m.mask[c];
+        while (v && !(v & 1)) v >>= 1;
+        m.shift[c] = v % 32;
+    }
+    return m;
+}
+
+// One DIB row (bottom-up source) into one image row.
+struct RowReader {
+    const BYTE* pixels;  // first DIB row
+    std::uint64_t stride;
+    int width, height;
+    unsigned depth;
+    tagRGBA lut[256];  // map entries by index (zero past the map)
+    ChannelMasks masks;
+
+    void operator()(tagRGBA* dst, int y) const {
+        const BYTE* s = pixels + static_cast<std::uint64_t>(height - 1 - y) * stride;
+        const auto w = static_cast<std::size_t>(width);
+        auto indexed = [&](std::size_t x, unsigned idx) {
+            dst[x] = tagRGBA{lut[idx].r, lut[idx].g, lut[idx].b, static_cast<BYTE>(idx)};
+        };
+        switch (depth) {
+            case 32:
+                for (std::size_t x = 0; x < w; ++x, s += 4) {
+                    const std::uint32_t v = std::uint32_t(s[0]) | std::uint32_t(s[1]) << 8 |
+                                            std::uint32_t(s[2]) << 16 | std::uint32_t(s[3]) << 24;
+                    dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
+                    dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
+                    dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
+                }
+                break;
+            case 24:
+                // The fourth byte of a fresh image is 0 already: writing it lets the loop
+                // move whole pixels.
+                for (std::size_t x = 0; x < w; ++x, s += 3) dst[x] = tagRGBA{s[2], s[1], s[0], 0};
+                break;
+            case 16:
+                for (std::size_t x = 0; x < w; ++x, s += 2) {
+                    const std::uint32_t v = std::uint32_t(s[0]) | std::uint32_t(s[1]) << 8;
+                    dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
+                    dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
+                    dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
+                }
+                break;
+            case 8:
+                for (std::size_t x = 0; x < w; ++x) indexed(x, s[x]);
+                break;
+            case 4:
+                for (std::size_t x = 0; x < w; ++x) indexed(x, (x & 1) ? s[x >> 1] & 15u : s[x >> 1] >> 4);
+                break;
+            case 2:
+                for (std::size_t x = 0; x < w; ++x) indexed(x, (s[x >> 2] >> ((3 - (x & 3)) * 2)) & 3u);
+                break;
+            case 1:
+                for (std::size_t x = 0; x < w; ++x) indexed(x, (s[x >> 3] >> (7 - (x & 7))) & 1u);
+                break;
+            default:
+                break;  // other depths: no pixel is converted, the image stays zero
+        }
+    }
+};
+
+// One image row into one DIB row (bottom-up target). Only the depths the format writes.
+void write_row(BYTE* d, const tagRGBA* p, std::size_t w, int bits) {
+    switch (bits) {
+        case 32:
+            for (std::size_t x = 0; x < w; ++x, d += 4) {
+                d[0] = p[x].b;
+                d[1] = p[x].g;
+                d[2] = p[x].r;
+                d[3] = p[x].a;
+            }
+            break;
+        case 24:
+            for (std::size_t x = 0; x < w; ++x, d += 3) {
+                d[0] = p[x].b;
+                d[1] = p[x].g;
+                d[2] = p[x].r;
+            }
+            break;
+        case 8:
+            for (std::size_t x = 0; x < w; ++x) d[x] = p[x].a;
+            break;
+        case 4:
+            for (std::size_t x = 0; x < w; ++x) {
+                if (x & 1)
+                    d[x >> 1] = static_cast<BYTE>(d[x >> 1] | (p[x].a & 15));
+                else
+                    d[x >> 1] = static_cast<BYTE>(p[x].a * 16);  // the high nibble; truncated to 8 bits
+            }
+            break;
+        case 1:
+            for (std::size_t x = 0; x < w; ++x) {
+                if ((x & 7) == 0) d[x >> 3] = 0;
+                d[x >> 3] = static_cast<BYTE>(d[x >> 3] | ((p[x].a & 1) << (7 - (x & 7))));
+            }
+            break;
+        default:
+            break;  // 2, 16, ...: the pixel area stays zero
+    }
+}
+
+}  // namespace
+
+kiv::kiv(void* dib) {
+    clearparam();
+    attachdib(dib);
+}
+
+int kiv::attachdib(void* dib) { return _attachdib(dib, 0); }
+int kiv::attachdib_width_mapfile(void* dib) { return _attachdib(dib, 1); }
+
+int kiv::_attachdib(void* dib, int mapped) {
+    if (!dib) return 0;
+    const std::uint64_t size = GlobalSize(dib);
+    const kivpal::LockedDib lock(dib);  // unlocked on every path out
+    const BYTE* base = lock.data();
+    if (!base || size < kHeaderBytes) return 0;
+    const BITMAPINFOHEADER h = kivpal::read_header(base);
+    if (h.biCompression != BI_RGB) return 0;
+    const unsigned depth = h.biBitCount;
+    const int bits = depth <= 8 ? (depth == 2 ? 4 : static_cast<int>(depth)) : 24;
+
+    // What create would refuse empties the image, as the failed create does.
+    if (kivcore::checked_packets(h.biWidth, h.biHeight) < 0 || bits < 1) {
+        destroy();
+        return 0;
+    }
+
+    // The block must hold everything the header claims; a DIB that lies is refused before
+    // the image is touched and nothing past the block is ever read.
+    const std::uint64_t entries = kivpal::dib_table_entries(h);
+    const std::uint64_t max_entries = depth <= 8 ? (std::uint64_t(1) << depth) : (std::uint64_t(1) << 24);
+    if (h.biSize < kHeaderBytes || entries > max_entries) return 0;
+    const std::uint64_t offbits = std::uint64_t(h.biSize) + 4 * entries;  // pixel rows start here
+    const std::uint64_t stride = kivpal::dib_stride(h.biWidth, depth);
+    if (offbits > size || stride > (size - offbits) / static_cast<std::uint64_t>(h.biHeight)) return 0;
+
+    if (!(mapped ? create_width_mapfile(h.biWidth, h.biHeight, bits) : create(h.biWidth, h.biHeight, bits)))
+        return 0;
+
+    auto reader = std::make_unique<RowReader>();
+    reader->pixels = base + offbits;
+    reader->stride = stride;
+    reader->width = m_width;
+    reader->height = m_height;
+    reader->depth = depth;
+    reader->masks = default_masks(depth);
+    std::memset(reader->lut, 0, sizeof reader->lut);
+    if (bits < 9 && m_map) {
+        // The table starts at 40 whatever biSize says; entries <= 1 << depth <= the map.
+        m_colors = static_cast<int>(std::min<std::uint64_t>(entries, 256));
+        const BYTE* t = base + kHeaderBytes;
+        for (int i = 0; i < m_colors; ++i) m_map[i] = tagRGBA{t[4 * i + 2], t[4 * i + 1], t[4 * i], 0};
+        for (int i = 0; i < m_colors; ++i) reader->lut[i] = m_map[i];
+    }
+    tagRGBA* px = m_pixels;
+    const auto w = static_cast<std::size_t>(m_width);
+    const RowReader& r = *reader;
+    kivcore::parallel_for(0, m_height, [&](int y) { r(px + static_cast<std::size_t>(y) * w, y); });
+    return 1;
+}
+
+int kiv::attachdib32(int width, int height, void* src) {
+    if (!src) return 0;
+    if (!create(width, height, 24)) return 0;
+    const auto* s = static_cast<const BYTE*>(src);
+    tagRGBA* px = m_pixels;
+    const auto w = static_cast<std::size_t>(m_width);
+    const int hgt = m_height;
+    // Row y of the buffer becomes image row height - 1 - y; bytes keep their order.
+    kivcore::parallel_for(0, hgt, [&](int y) {
+        const BYTE* row = s + static_cast<std::size_t>(y) * w * 4;
+        tagRGBA* d = px + static_cast<std::size_t>(hgt - 1 - y) * w;
+        for (std::size_t x = 0; x < w; ++x) {
+            d[x].r = row[4 * x];
+            d[x].g = row[4 * x + 1];
+            d[x].b = row[4 * x + 2];
+        }
+    });
+    return 1;
+}
+
+void* kiv::createdib() {
+    if (!m_pixels || m_width < 1 || m_height < 1) return nullptr;
+    const int b = m_bits;
+    const unsigned depth = b < 2 ? 1 : b <= 4 ? 4 : b <= 8 ? 8 : b <= 24 ? 24 : b <= 32 ? 32 : 4;
+    // Below 24 bits the table is the map, cut to what the depth can index so the DIB stays
+    // readable; without a map a zero table of the full size keeps the layout valid.
+    std::uint64_t entries = 0;
+    if (b < 24) {
+        const std::uint64_t cap = std::uint64_t(1) << std::min(depth, 24u);
+        entries = (m_map && m_colors > 0) ? std::min<std::uint64_t>(static_cast<std::uint64_t>(m_colors), cap)
+                                          : (depth <= 8 ? cap : 0);
+    }
+    const std::uint64_t stride = kivpal::dib_stride(m_width, depth);
+    std::size_t rows_bytes = 0, bytes = 0;
+    // Sixteen rows of slack beyond the image belong to the format's allocation.
+    if (!kivcore::checked_mul(static_cast<long long>(stride), static_cast<long long>(m_height) + 16, &rows_bytes) ||
+        !kivcore::checked_add(rows_bytes, static_cast<std::size_t>(kHeaderBytes + 4 * entries), &bytes))
+        return nullptr;
+    HGLOBAL hdib = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes);
+    if (!hdib) return nullptr;
+    {
+        const kivpal::LockedDib lock(hdib);
+        BYTE* base = lock.data();
+        if (!base) {
+            GlobalFree(hdib);
+            return nullptr;
+        }
+        BITMAPINFOHEADER hdr{};
+        hdr.biSize = static_cast<DWORD>(kHeaderBytes);
+        hdr.biWidth = m_width;
+        hdr.biHeight = m_height;
+        hdr.biPlanes = 1;
+        hdr.biBitCount = static_cast<WORD>(depth);
+        hdr.biCompression = BI_RGB;
+        hdr.biClrUsed = static_cast<DWORD>(entries);
+        std::memcpy(base, &hdr, sizeof hdr);
+        BYTE* t = base + kHeaderBytes;
+        if (m_map && m_colors > 0)
+            for (std::uint64_t i = 0; i < entries; ++i) {
+                t[4 * i] = m_map[i].b;
+                t[4 * i + 1] = m_map[i].g;
+                t[4 * i + 2] = m_map[i].r;
+            }
+        BYTE* rows = t + 4 * entries;
+        const tagRGBA* px = m_pixels;
+        const auto w = static_cast<std::size_t>(m_width);
+        const int hgt = m_height;
+        kivcore::parallel_for(0, hgt, [&](int y) {
+            write_row(rows + static_cast<std::size_t>(hgt - 1 - y) * stride, px + static_cast<std::size_t>(y) * w, w, b);
+        });
+    }
+    return hdib;
+}
+
+void kiv::blt(int x, int y, int w, int h, void* dib, int sx, int sy) {
+    kiv src(dib);
+    blt(x, y, w, h, &src, sx, sy);
+}
+
+extern "C" void* kivCrop(void* dib, tagRECT* rect) {
+    kiv tmp;
+    if (!tmp.attachdib(dib) || !tmp.crop(rect)) return nullptr;
+    return tmp.createdib();
+}

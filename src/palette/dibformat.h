@@ -1,0 +1,60 @@
+// Layout of packed DIBs (header, colour table, rows), shared by the DIB reader and writer,
+// the BMP file helper and the GDI bitmap code.  All sizes are 64-bit and overflow-free for
+// any header values.
+#ifndef KIV_PALETTE_DIBFORMAT_H
+#define KIV_PALETTE_DIBFORMAT_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "kiv.h"
+
+namespace kivpal {
+
+constexpr std::uint64_t kHeaderBytes = 40;  // BITMAPINFOHEADER; the table starts here
+
+// Bytes of one row of depth-bit pixels, padded to 4 bytes; width may be any 32-bit value
+// (negative widths give 0).
+inline std::uint64_t dib_stride(std::int64_t width, std::uint32_t depth) {
+    if (width <= 0) return 0;
+    return ((static_cast<std::uint64_t>(width) * depth + 31) / 32) * 4;
+}
+
+// Entries of the colour table a header announces: biClrUsed, or 1 << depth when that is 0
+// and the depth is at most 8.
+inline std::uint64_t dib_table_entries(const BITMAPINFOHEADER& h) {
+    if (h.biClrUsed) return h.biClrUsed;
+    return h.biBitCount <= 8 ? (std::uint64_t(1) << h.biBitCount) : 0;
+}
+
+// Bytes of the colour table, with the three masks of BI_BITFIELDS.
+inline std::uint64_t dib_table_bytes(const BITMAPINFOHEADER& h) {
+    return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS ? 12 : 0);
+}
+
+// Header read without assuming alignment of the block.
+inline BITMAPINFOHEADER read_header(const void* p) {
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, p, sizeof h);
+    return h;
+}
+
+// Unlocks a global-memory handle on every path out of a scope.
+class LockedDib {
+public:
+    explicit LockedDib(void* h) : h_(h), p_(h ? static_cast<BYTE*>(GlobalLock(h)) : nullptr) {}
+    ~LockedDib() {
+        if (p_) GlobalUnlock(h_);
+    }
+    LockedDib(const LockedDib&) = delete;
+    LockedDib& operator=(const LockedDib&) = delete;
+    BYTE* data() const { return p_; }
+
+private:
+    void* h_;
+    BYTE* p_;
+};
+
+}  // namespace kivpal
+
+#endif

@@ -1,0 +1,142 @@
+// blur and blur_simple against literal per-pixel references; their edge rules and refusals.
+#include <cmath>
+#include <vector>
+
+#include "filter_test_util.h"
+
+using namespace kivtest;
+using namespace kivfiltertest;
+
+namespace {
+
+void ref_blur(kiv& img, tagRECT* rect, int dx, int dy) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    img.m_bits = 24;
+    kiv copy(img);
+    const int hx = std::max(dx, 0) >> 1, hy = std::max(dy, 0) >> 1;
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            int s[3] = {0, 0, 0}, n = 0;
+            auto take = [&](int sx, int sy) {
+                tagRGBA p = px(img, sx, sy);
+                s[0] += p.r, s[1] += p.g, s[2] += p.b, ++n;
+            };
+            if (x - hx >= 0 && y - hy >= 0) take(x - hx, y - hy);
+            if (x - hx >= 0 && y + hy < img.m_height) take(x - hx, y + hy);
+            if (x + hx < img.m_width && y - hy >= 0) take(x + hx, y - hy);
+            if (x + hx < img.m_width && y + hy < img.m_height) take(x + hx, y + hy);
+            tagRGBA& o = copy.m_pixels[y * img.m_width + x];
+            if (n) o.r = BYTE(s[0] / n), o.g = BYTE(s[1] / n), o.b = BYTE(s[2] / n);
+        }
+    img.blt(r.left, r.top, r.right - r.left, r.bottom - r.top, &copy, r.left, r.top);
+}
+
+void ref_blur_simple(kiv& img, tagRECT* rect, int rad) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    const int w = r.right - r.left, h = r.bottom - r.top;
+    kiv scratch(w, h, 24);
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            long long s[3] = {0, 0, 0}, t = 0;
+            for (int k = -rad; k <= rad; ++k) {
+                if (x + k < 0 || x + k >= img.m_width) continue;
+                const long long wk = rad + 1 - std::abs(k);
+                tagRGBA p = px(img, x + k, y);
+                s[0] += wk * p.r, s[1] += wk * p.g, s[2] += wk * p.b, t += wk;
+            }
+            scratch.m_pixels[(y - r.top) * w + x - r.left] = tagRGBA{BYTE(s[0] / t), BYTE(s[1] / t), BYTE(s[2] / t), 0};
+        }
+    for (int x = 0; x < w; ++x)
+        for (int j = 0; j < h; ++j) {
+            long long s[3] = {0, 0, 0}, t = 0;
+            for (int k = -rad; k <= rad; ++k) {
+                if (j + k < 0 || j + k >= h) continue;
+                const long long wk = rad + 1 - std::abs(k);
+                tagRGBA p = px(scratch, x, j + k);
+                s[0] += wk * p.r, s[1] += wk * p.g, s[2] += wk * p.b, t += wk;
+            }
+            img.m_pixels[(r.top + j) * img.m_width + r.left + x] = tagRGBA{BYTE(s[0] / t), BYTE(s[1] / t), BYTE(s[2] / t), 0};
+        }
+    if (img.m_bits < 24) img.m_bits = 24;
+}
+
+}  // namespace
+
+TEST(FilterBlur, MatchesReferenceOnRandomImages) {
+    const int spans[][2] = {{1, 1}, {4, 0}, {0, 3}, {5, 7}, {-3, 2}, {30, 30}};
+    for (Case c : cases())
+        for (auto& s : spans) {
+            kiv got = random_image(c.w, c.h, 8, c.w * 31 + c.h), want(got);
+            ASSERT_EQ(got.blur(rect_of(c), s[0], s[1]), 1);
+            ref_blur(want, rect_of(c), s[0], s[1]);
+            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " span " << s[0] << "," << s[1];
+            EXPECT_EQ(got.m_bits, 24);
+        }
+}
+
+TEST(FilterBlur, SpansOfOneKeepColoursAndWideSpansUseOneSide) {
+    kiv img = random_image(9, 5, 32, 3), orig(img);
+    ASSERT_EQ(img.blur(nullptr, 1, 1), 1);
+    EXPECT_TRUE(images_equal(img, orig));
+    // dx = 4, dy = 0: at x = 0 only (2, y) exists, counted twice.
+    kiv b = random_image(9, 5, 24, 4), src(b);
+    ASSERT_EQ(b.blur(nullptr, 4, 0), 1);
+    EXPECT_EQ(px(b, 0, 2).g, px(src, 2, 2).g);
+    EXPECT_EQ(px(b, 4, 2).r, (px(src, 2, 2).r + px(src, 6, 2).r) / 2);
+    EXPECT_EQ(px(b, 4, 2).a, px(src, 4, 2).a);
+}
+
+TEST(FilterBlurSimple, MatchesReferenceOnRandomImages) {
+    for (Case c : cases())
+        for (int rad : {0, 1, 2, 5, 40}) {
+            kiv got = random_image(c.w, c.h, 4, c.w * 7 + c.h * 3 + rad), want(got);
+            ASSERT_EQ(got.blur_simple(rect_of(c), rad), 1);
+            ref_blur_simple(want, rect_of(c), rad);
+            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " r " << rad;
+        }
+}
+
+TEST(FilterBlurSimple, RowsOutsideTheRectangleNeverCountColumnsDo) {
+    // Bright pixels above/below the rectangle must not leak in; left/right ones must.
+    kiv img = flat_image(9, 9, tagRGBA{0, 0, 0, 9});
+    for (int x = 0; x < 9; ++x) img.m_pixels[x] = img.m_pixels[8 * 9 + x] = tagRGBA{255, 255, 255, 9};
+    for (int y = 0; y < 9; ++y) img.m_pixels[y * 9] = tagRGBA{255, 255, 255, 9};
+    tagRECT r{1, 1, 8, 8};
+    ASSERT_EQ(img.blur_simple(&r, 2), 1);
+    EXPECT_EQ(px(img, 4, 1).r, 0);
+    EXPECT_GT(px(img, 1, 4).r, 0);
+    EXPECT_EQ(px(img, 1, 4).a, 0);
+    EXPECT_EQ(px(img, 0, 4).a, 9);  // outside the rectangle: untouched
+}
+
+TEST(FilterBlurFamily, Refusals) {
+    kiv img = random_image(6, 5, 8, 9), orig(img);
+    tagRECT outside{10, 10, 20, 20};
+    struct {
+        const char* what;
+        int got;
+    } rows[] = {
+        {"blur both spans < 1", img.blur(nullptr, 0, -5)},
+        {"blur outside", img.blur(&outside, 3, 3)},
+        {"blur_simple r < 0", img.blur_simple(nullptr, -1)},
+        {"blur_simple huge r", img.blur_simple(nullptr, 2000000000)},
+        {"iir sigma 0", img.blur_gauss_iir(nullptr, 0.0, 1.0)},
+        {"iir sigma NaN", img.blur_gauss_iir(nullptr, 1.0, std::nan(""))},
+        {"iir sigma inf", img.blur_gauss_iir(nullptr, INFINITY, 1.0)},
+        {"rle sigma -1", img.blur_gauss_rle(nullptr, -1.0)},
+        {"rle sigma NaN", img.blur_gauss_rle_plane(nullptr, std::nan(""), 15)},
+        {"rle sigma huge", img.blur_gauss_rle(nullptr, 1e9)},
+        {"sel radius > 127", img.blur_gauss_sel(nullptr, 127.5, 10)},
+        {"sel radius NaN", img.blur_gauss_sel(nullptr, std::nan(""), 10)},
+        {"sel outside", img.blur_gauss_sel(&outside, 3, 10)},
+    };
+    for (auto& r : rows) EXPECT_EQ(r.got, 0) << r.what;
+    EXPECT_TRUE(images_equal(img, orig));
+    EXPECT_EQ(img.m_bits, 8);  // refused before the depth changes
+    kiv empty;
+    EXPECT_EQ(empty.blur(nullptr, 3, 3) + empty.blur_simple(nullptr, 2) + empty.blur_gauss_iir(nullptr, 1, 1) +
+                  empty.blur_gauss_rle(nullptr, 1) + empty.blur_gauss_sel(nullptr, 2, 9),
+              0);
+}

@@ -1,0 +1,314 @@
+// 3x3 kernels, edge, emboss and raise_edge against literal references and hand-checked
+// anchors.
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "filter/filter.h"
+#include "filter_test_util.h"
+
+using namespace kivtest;
+using namespace kivfiltertest;
+
+namespace {
+
+int clamp8(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+
+// filter_3x3 as written: rectangle into a buffer, replicated borders, serial.
+void ref_3x3(kiv& img, tagRECT* rect, unsigned mode, const int* custom = nullptr, int divisor = 1) {
+    static const int K[16][9] = {
+        {1, 1, 1, 1, 1, 1, 1, 1, 1}, {}, {}, {-1, -1, -1, -1, 18, -1, -1, -1, -1}, {8, 12, 8, 12, 20, 12, 8, 12, 8},
+        {-1, 0, 0, 0, 0, 0, 0, 0, 1}, {-1, -1, -1, -1, 13, -1, -1, -1, -1}, {}, {}, {0, -1, 0, -1, 5, -1, 0, -1, 0},
+        {-1, -1, -1, -1, 9, -1, -1, -1, -1}, {1, 1, 1, 1, -8, 1, 1, 1, 1}, {1, 0, -1, 2, 0, -2, 1, 0, -1},
+        {1, 2, 1, 0, 0, 0, -1, -2, -1}, {}, {}};
+    tagRECT r;
+    img.validaterect(rect, &r);
+    img.m_bits = 24;
+    const int w = r.right - r.left, h = r.bottom - r.top;
+    std::vector<tagRGBA> in(w * h), out(w * h);
+    img.getpacket(in.data(), r.left, r.top, w, h);
+    out = in;
+    for (int j = 0; j < h; ++j)
+        for (int i = 0; i < w; ++i) {
+            for (int c = 0; c < 3; ++c) {
+                int nb[9];
+                for (int k = 0; k < 9; ++k) {
+                    int ni = i + k % 3 - 1, nj = j + k / 3 - 1;
+                    if (ni < 0 || ni >= w) ni = i;
+                    if (nj < 0 || nj >= h) nj = j;
+                    nb[k] = reinterpret_cast<unsigned char*>(&in[nj * w + ni])[c];
+                }
+                auto S = [&](const int* k) {
+                    int s = 0;
+                    for (int q = 0; q < 9; ++q) s += k[q] * nb[q];
+                    return s;
+                };
+                int v = 0;
+                const int O = nb[4], Sh = clamp8(S(K[3]) / 10), Bl = clamp8(S(K[4]) / 100), d = std::abs(O - Sh);
+                std::vector<int> sorted(nb, nb + 9);
+                std::sort(sorted.begin(), sorted.end());
+                if (custom) {
+                    v = clamp8(S(custom) / divisor);
+                } else {
+                    switch (mode) {
+                        case 0: v = S(K[0]) / 9; break;
+                        case 1: v = sorted[4]; break;
+                        case 3: v = Sh; break;
+                        case 4: v = Bl; break;
+                        case 5: v = (S(K[5]) + 128) % 256; if (v < 0) v += 256; break;
+                        case 6: v = clamp8(S(K[6]) / 5); break;
+                        case 7: v = sorted[8]; break;
+                        case 8: v = sorted[0]; break;
+                        case 14:
+                            v = d <= 7 ? O : d == 8 ? clamp8(((Sh + 4 * O) * 2) / 10) : d == 9 ? clamp8((4 * Sh + 6 * O) / 10)
+                                : d == 10 ? clamp8((6 * Sh + 4 * O) / 10) : d == 11 ? clamp8(((O + 4 * Sh) * 2) / 10) : Sh;
+                            break;
+                        case 15:
+                            v = d <= 4 ? Bl : d == 5 ? clamp8(((O + 4 * Bl) * 2) / 10) : d == 6 ? clamp8((6 * Bl + 4 * O) / 10)
+                                : d == 7 ? clamp8((4 * Bl + 6 * O) / 10) : d == 8 ? clamp8(((Bl + 4 * O) * 2) / 10) : O;
+                            break;
+                        default: v = clamp8(S(K[mode])); break;
+                    }
+                }
+                reinterpret_cast<unsigned char*>(&out[j * w + i])[c] = static_cast<unsigned char>(v);
+            }
+        }
+    img.setpacket(out.data(), r.left, r.top, w, h);
+}
+
+// Bit-by-bit only, with the small-value table, as the reference for the library's root.
+unsigned ref_isqrt(unsigned n) {
+    static const unsigned small[13] = {0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3};
+    if (n <= 12) return small[n];
+    unsigned long long r = 0;
+    while ((r + 1) * (r + 1) <= n) ++r;
+    return n - r * r > r ? static_cast<unsigned>(r + 1) : static_cast<unsigned>(r);
+}
+
+void ref_edge(kiv& img, tagRECT* rect, double strength) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    img.m_bits = 24;
+    const int F = static_cast<int>(655360.0 / std::max(1.0, strength));
+    kiv src(img);
+    auto at = [&](int x, int y, int c) {
+        x = std::clamp(x, 0, img.m_width - 1), y = std::clamp(y, 0, img.m_height - 1);
+        return int(reinterpret_cast<unsigned char*>(&src.m_pixels[y * img.m_width + x])[c]);
+    };
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            tagRGBA o{0, 0, 0, 0};
+            for (int c = 0; c < 3; ++c) {
+                const int gx = 2 * (at(x + 1, y, c) - at(x - 1, y, c)) - at(x - 1, y - 1, c) + at(x + 1, y + 1, c);
+                const int gy = (at(x - 1, y + 1, c) + 2 * at(x, y + 1, c) + at(x + 1, y + 1, c)) -
+                               (at(x - 1, y - 1, c) + 2 * at(x, y - 1, c) + at(x + 1, y - 1, c));
+                const int m = static_cast<int>(ref_isqrt(static_cast<unsigned>(gx * gx + gy * gy)));
+                reinterpret_cast<unsigned char*>(&o)[c] = static_cast<unsigned char>(clamp8((m * F) >> 16));
+            }
+            img.m_pixels[y * img.m_width + x] = o;
+        }
+}
+
+void ref_emboss(kiv& img, tagRECT* rect, tagKIV_EMBOSS p) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    img.m_bits = 24;
+    kiv src(img);
+    const double k = 0.017453292519943295;
+    const double Lx = std::cos(p.azimuth * k) * std::cos(p.elevation * k) * 255.9;
+    const double Ly = std::sin(p.azimuth * k) * std::cos(p.elevation * k) * 255.9;
+    const double Lz = std::sin(p.elevation * k) * 255.9;
+    const int Nz = static_cast<int>(1530u / (static_cast<unsigned>(p.depth) & 0xFFFFu));
+    auto at = [&](int x, int y) {
+        return px(src, std::clamp(x, 0, img.m_width - 1), std::clamp(y, 0, img.m_height - 1));
+    };
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            const int TL = at(x - 1, y - 1).r, T = at(x, y - 1).r, TR = at(x + 1, y - 1).r, L = at(x - 1, y).r;
+            const int R = at(x + 1, y).r, BL = at(x - 1, y + 1).r, B = at(x, y + 1).r, BR = at(x + 1, y + 1).r;
+            const int Nx = (TL + L + BL) - (TR + R + BR), Ny = (BL + B + BR) - (TL + T + TR);
+            int shade;
+            if (Nx == 0 && Ny == 0) {
+                shade = static_cast<int>(Lz);
+            } else {
+                const int d = static_cast<int>(Nx * Lx + Ny * Ly + Nz * Lz);
+                shade = d < 0 ? 0 : static_cast<int>(d / std::sqrt(double(Nx * Nx + Ny * Ny + Nz * Nz)));
+            }
+            const tagRGBA s = at(x, y - 1);
+            img.m_pixels[y * img.m_width + x] =
+                p.mono ? tagRGBA{BYTE(shade), BYTE(shade), BYTE(shade), 0}
+                       : tagRGBA{BYTE((s.r * shade) >> 8), BYTE((s.g * shade) >> 8), BYTE((s.b * shade) >> 8), 0};
+        }
+}
+
+}  // namespace
+
+TEST(FilterKernel3x3, EveryModeMatchesReference) {
+    for (Case c : cases())
+        for (unsigned mode = 0; mode <= 15; ++mode) {
+            if (mode == 2) continue;
+            kiv got = random_image(c.w, c.h, 8, c.w * 17 + c.h + mode), want(got);
+            ASSERT_EQ(got.filter_3x3(rect_of(c), mode), 1);
+            ref_3x3(want, rect_of(c), mode);
+            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " mode " << mode;
+        }
+}
+
+TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
+    // Low-contrast noise puts |O - Sh| into every band of modes 14 and 15.
+    for (unsigned mode : {14u, 15u}) {
+        kiv got(61, 43, 24);
+        Rng rng(mode);
+        for (int i = 0; i < got.m_packets; ++i) {
+            const BYTE v = BYTE(120 + rng.below(9));
+            got.m_pixels[i] = tagRGBA{v, BYTE(v + rng.below(3)), BYTE(v - rng.below(2)), 5};
+        }
+        kiv want(got);
+        got.filter_3x3(nullptr, mode);
+        ref_3x3(want, nullptr, mode);
+        EXPECT_TRUE(images_equal(got, want)) << mode;
+    }
+}
+
+TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
+    const struct {
+        unsigned mode;
+        tagRGBA want;
+    } rows[] = {{0, {10, 200, 77, 3}}, {11, {0, 0, 0, 3}}, {5, {128, 128, 128, 3}}, {1, {10, 200, 77, 3}}};
+    for (auto& r : rows) {
+        kiv img = flat_image(1, 1, tagRGBA{10, 200, 77, 3});
+        ASSERT_EQ(img.filter_3x3(nullptr, r.mode), 1);
+        EXPECT_TRUE(same_rgba(img.m_pixels[0], r.want)) << r.mode << " " << rgba_str(img.m_pixels[0]);
+    }
+    // Bottom-right exceeds top-left by 200: 328 is stored as 72.
+    kiv img = flat_image(3, 3, tagRGBA{20, 20, 20, 0});
+    img.m_pixels[8] = tagRGBA{220, 220, 220, 0};
+    img.filter_3x3(nullptr, 5);
+    EXPECT_EQ(px(img, 1, 1).r, 72);
+}
+
+TEST(FilterKernel3x3, RefusedModesOnlyRaiseDepthAndOutsidePixelsStay) {
+    kiv img = random_image(12, 9, 8, 2), orig(img);
+    EXPECT_EQ(img.filter_3x3(nullptr, 2), 0);
+    EXPECT_EQ(img.filter_3x3(nullptr, 16), 0);
+    EXPECT_EQ(img.filter_3x3(nullptr, 0xFFFFFFFFu), 0);
+    EXPECT_TRUE(images_equal(img, orig));
+    EXPECT_EQ(img.m_bits, 24);
+    tagRECT r{3, 2, 8, 6};
+    img.filter_3x3(&r, 7);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 12; ++x)
+            if (x < 3 || x >= 8 || y < 2 || y >= 6) {
+                ASSERT_TRUE(same_rgba(px(img, x, y), px(orig, x, y)));
+            }
+}
+
+TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
+    for (Case c : cases()) {
+        kiv base = random_image(c.w, c.h, 24, c.w + 99 * c.h);
+        auto run = [&](auto f) {
+            kiv img(base);
+            f(img);
+            return img;
+        };
+        kiv mode3 = run([&](kiv& i) { i.filter_3x3(rect_of(c), 3); });
+        for (int s : {0, 10, -5, 41}) {
+            kiv sh = run([&](kiv& i) { EXPECT_EQ(i.filter_sharpen(rect_of(c), s), 1); });
+            EXPECT_TRUE(images_equal(sh, mode3)) << "sharpen " << s;
+        }
+        const int soft[9] = {1, 1, 1, 1, 10, 1, 1, 1, 1};
+        kiv soft41 = run([&](kiv& i) { i.filter_soften(rect_of(c), 41); });
+        kiv softref = run([&](kiv& i) { ref_3x3(i, rect_of(c), 0, soft, 18); });
+        EXPECT_TRUE(images_equal(soft41, softref));
+        int odd[9] = {3, -7, 0, 100000, -2, 5, 1, 1, -40};
+        kiv d0 = run([&](kiv& i) { i.filter_custom3x3(rect_of(c), odd, 0); });
+        kiv d1 = run([&](kiv& i) { ref_3x3(i, rect_of(c), 0, odd, 1); });
+        EXPECT_TRUE(images_equal(d0, d1));
+        kiv dn = run([&](kiv& i) { i.filter_custom3x3(rect_of(c), odd, -3); });
+        kiv dnr = run([&](kiv& i) { ref_3x3(i, rect_of(c), 0, odd, -3); });
+        EXPECT_TRUE(images_equal(dn, dnr));
+    }
+    kiv img = random_image(4, 4, 24, 1), orig(img);
+    EXPECT_EQ(img.filter_custom3x3(nullptr, nullptr, 1), 0);
+    EXPECT_TRUE(images_equal(img, orig));
+}
+
+TEST(FilterEdge, RoundedSquareRoot) {
+    const unsigned small[13] = {0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3};
+    for (unsigned n = 0; n <= 12; ++n) EXPECT_EQ(kivfilter::isqrt_rounded(n), small[n]);
+    for (unsigned n = 13; n < 200000; n += 7) ASSERT_EQ(kivfilter::isqrt_rounded(n), ref_isqrt(n)) << n;
+    for (unsigned r : {255u, 1000u, 46340u, 65535u}) {
+        EXPECT_EQ(kivfilter::isqrt_rounded(r * r + r), r);
+        EXPECT_EQ(kivfilter::isqrt_rounded(r * r + r + 1), r + 1);
+    }
+    EXPECT_EQ(kivfilter::isqrt_rounded(0xFFFFFFFFu), 65536u);
+}
+
+TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
+    for (Case c : cases())
+        for (double s : {10.0, 0.5, 3.7, 40.0, std::nan("")}) {
+            kiv got = random_image(c.w, c.h, 24, c.w * 3 + c.h * 5), want(got);
+            ASSERT_EQ(got.edge(rect_of(c), s), 1);
+            ref_edge(want, rect_of(c), s);
+            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " strength " << s;
+        }
+    // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
+    kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
+    for (int y = 0; y < 4; ++y)
+        for (int x = 4; x < 8; ++x) img.m_pixels[y * 8 + x] = tagRGBA{100, 100, 100, 50};
+    img.edge(nullptr, 10.0);
+    EXPECT_EQ(px(img, 3, 1).r, 255);
+    EXPECT_EQ(px(img, 1, 1).r, 0);
+    EXPECT_EQ(px(img, 1, 1).a, 0);
+}
+
+TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
+    const tagKIV_EMBOSS params[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 0x10005, 1}, {10, 10, 2000, 0}};
+    for (Case c : cases())
+        for (const tagKIV_EMBOSS& p : params) {
+            kiv got = random_image(c.w, c.h, 24, c.w * 11 + c.h), want(got);
+            tagKIV_EMBOSS q = p;
+            ASSERT_EQ(got.emboss(rect_of(c), &q), 1);
+            ref_emboss(want, rect_of(c), p);
+            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " azimuth " << p.azimuth;
+        }
+    kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
+    ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
+    for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
+    kiv img = random_image(5, 4, 24, 3), orig(img);
+    tagKIV_EMBOSS zero{30, 45, 0x30000, 1}, nan{std::nan(""), 45, 20, 1};
+    EXPECT_EQ(img.emboss(nullptr, &zero), 0);
+    EXPECT_EQ(img.emboss(nullptr, &nan), 0);
+    EXPECT_TRUE(images_equal(img, orig));
+}
+
+TEST(FilterRaiseEdge, BandsOnWhite) {
+    // Expected rule per pixel of a 7x6 rectangle with n = 2: L left, T top, R right, B bottom.
+    const char* want[6] = {"TTTTTTT", "LTTTTTR", "LL...RR", "LL...RR", "LLBBBRR", "LBBBBBR"};
+    kiv img = flat_image(9, 8, tagRGBA{255, 255, 255, 4});
+    tagRECT r{1, 1, 8, 7};
+    ASSERT_EQ(img.raise_edge(&r, 2), 1);
+    const int value[] = {255, 255, 190, 135, 255};
+    const char* rules = "LTRB.";
+    for (int j = 0; j < 6; ++j)
+        for (int i = 0; i < 7; ++i) {
+            const int v = value[std::string(rules).find(want[j][i])];
+            EXPECT_EQ(px(img, i + 1, j + 1).r, v) << i << "," << j;
+            EXPECT_EQ(px(img, i + 1, j + 1).a, 4);
+        }
+    EXPECT_EQ(px(img, 0, 0).r, 255);
+    EXPECT_EQ(px(img, 8, 7).r, 255);
+    // Grey 100: left 139, top 172, right 74, bottom 52.
+    kiv g = flat_image(4, 4, tagRGBA{100, 100, 100, 0});
+    ASSERT_EQ(g.raise_edge(nullptr, 1), 1);
+    EXPECT_EQ(px(g, 1, 0).r, 172);
+    EXPECT_EQ(px(g, 0, 1).r, 139);
+    EXPECT_EQ(px(g, 3, 1).r, 74);
+    EXPECT_EQ(px(g, 1, 3).r, 52);
+    kiv orig(g);
+    EXPECT_EQ(g.raise_edge(nullptr, 0), 1);
+    EXPECT_EQ(g.raise_edge(nullptr, 3), 0);
+    EXPECT_EQ(g.raise_edge(nullptr, -1), 0);
+    EXPECT_EQ(g.raise_edge(nullptr, 0x7FFFFFFF), 0);
+    EXPECT_TRUE(images_equal(g, orig));
+}

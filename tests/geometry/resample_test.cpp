@@ -1,0 +1,234 @@
+// zoom: filter values, the two-pass resampler against a plain column-by-column model,
+// mirrored edges, refusals and the final sharpening.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "filter/sharpen_reference.h"
+#include "geometry/geometry.h"
+#include "geometry/resample_filters.h"
+#include "kiv.h"
+#include "support/test_images.h"
+
+using kivtest::images_equal;
+using kivtest::random_image;
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// J1 from its power series, independent of the runtime's Bessel function.
+double series_j1(double x) {
+    double term = x / 2.0, sum = 0.0;
+    for (int m = 0; m < 40; ++m) {
+        sum += term;
+        term *= -(x * x / 4.0) / ((m + 1.0) * (m + 2.0));
+    }
+    return sum;
+}
+
+// One pass of the resampler exactly as described: for every output index a fresh list of
+// mirrored source indices and weights, normalised, then each pixel of that column (or row)
+// summed in list order.
+void reference_pass(kiv& in, kiv& out, bool horizontal, int method) {
+    const kivgeom::ResampleFilter* f = kivgeom::resample_filter(method);
+    const int n_src = horizontal ? in.m_width : in.m_height;
+    const int n_out = horizontal ? out.m_width : out.m_height;
+    const int lines = horizontal ? out.m_height : out.m_width;
+    const double s = static_cast<double>(n_out) / n_src;
+    double width = f->support, fscale = 1.0;
+    if (s < 1.0) {
+        width = f->support / s;
+        fscale = 1.0 / s;
+    }
+    for (int i = 0; i < n_out; ++i) {
+        double centre = i / s;
+        long long left = static_cast<long long>(centre - width + 0.5);
+        long long right = static_cast<long long>(centre + width + 0.5);
+        std::vector<int> idx;
+        std::vector<double> wt;
+        double sum = 0.0;
+        for (long long j = left; j < right; ++j) {
+            double w = f->fn((static_cast<double>(j) - centre + 0.5) / fscale) / fscale;
+            long long m = j;
+            if (m < 0) m = -m;
+            if (m >= n_src) m = 2LL * n_src - m - 1;
+            EXPECT_TRUE(m >= 0 && m < n_src) << "test sizes must keep one reflection inside";
+            idx.push_back(static_cast<int>(m));
+            wt.push_back(w);
+            sum += w;
+        }
+        if (sum != 0.0 && sum != 1.0)
+            for (double& w : wt) w /= sum;
+        for (int line = 0; line < lines; ++line) {
+            tagRGBA& o = horizontal ? out.m_pixels[(std::size_t)line * out.m_width + i]
+                                    : out.m_pixels[(std::size_t)i * out.m_width + line];
+            for (int c = 0; c < 3; ++c) {
+                double acc = 0.0;
+                for (std::size_t k = 0; k < idx.size(); ++k) {
+                    const tagRGBA& p = horizontal ? in.m_pixels[(std::size_t)line * in.m_width + idx[k]]
+                                                  : in.m_pixels[(std::size_t)idx[k] * in.m_width + line];
+                    acc += wt[k] * (&p.r)[c];
+                }
+                double v = std::trunc(acc + 0.5);
+                (&o.r)[c] = static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 255 : v);
+            }
+            o.a = 0;
+        }
+    }
+}
+
+kiv reference_resample(kiv& src, int w, int h, int method) {
+    kiv out(w, h, 24);
+    if (h < src.m_height) {
+        kiv mid(src.m_width, h, 24);
+        reference_pass(src, mid, false, method);
+        reference_pass(mid, out, true, method);
+    } else {
+        kiv mid(w, src.m_height, 24);
+        reference_pass(src, mid, true, method);
+        reference_pass(mid, out, false, method);
+    }
+    return out;
+}
+
+struct ScalarPath {
+    explicit ScalarPath(bool on) { kivgeom::set_force_scalar(on); }
+    ~ScalarPath() { kivgeom::set_force_scalar(false); }
+};
+
+}  // namespace
+
+TEST(ResampleFilters, ValuesAtChosenPointsFollowTheFormulas) {
+    struct Case {
+        int method;
+        double x, expect;
+    } cases[] = {
+        {0, 0.0, 1.0},          {0, 0.5, 1.0},        {0, -0.5, 0.0},         {0, 0.51, 0.0},
+        {1, 0.25, 0.75},        {1, -0.5, 0.5},       {1, 1.0, 0.0},          {2, 0.5, 0.5},
+        {2, 0.0, 1.0},          {2, -1.0, 0.0},       {3, 0.0, 1.0},          {3, 1.0, 0.0},
+        {4, 0.0, 1.0},          {4, 1.0, 0.08},       {5, 0.0, 1.0},          {5, 0.5, 0.34},
+        {5, 1.0, 0.0},          {6, 0.0, std::sqrt(2.0 / kPi)},               {6, 0.5, std::exp(-0.5) * std::sqrt(2.0 / kPi)},
+        {7, 0.0, 0.75},         {7, 0.5, 0.5},        {7, -1.0, 0.125},       {7, 1.5, 0.0},
+        {8, 0.0, 2.0 / 3.0},    {8, 1.0, 1.0 / 6.0},  {8, 1.5, 0.125 / 6.0},  {8, 2.0, 0.0},
+        {9, 0.0, 1.0},          {9, 0.5, 0.5625},     {9, 1.0, 0.0},          {9, -1.5, -0.0625},
+        {10, 0.0, 8.0 / 9.0},   {10, 1.0, 1.0 / 18.0}, {10, 1.5, -0.125 / 3.6}, {10, 2.0, 0.0},
+        {11, 0.0, 1.0},         {11, 1.0, 0.0},       {11, -1.5, -2.0 / (1.5 * kPi * kPi)}, {11, 3.0, 0.0},
+        {12, 0.0, kPi / 4.0},   {12, 0.5, series_j1(kPi / 2.0)}, {12, -1.0, series_j1(kPi) / 2.0},
+        {13, 0.0, 1.0},         {13, 0.5, 2.0 / kPi}, {13, 4.5, 1.0 / (4.5 * kPi)}, {13, 2.0, 0.0},
+    };
+    for (const Case& c : cases) {
+        const kivgeom::ResampleFilter* f = kivgeom::resample_filter(c.method);
+        ASSERT_NE(nullptr, f);
+        EXPECT_NEAR(c.expect, f->fn(c.x), 1e-14) << "method " << c.method << " at " << c.x;
+    }
+    const double supports[] = {0.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.25, 1.5, 2.0, 2.0, 2.0, 3.0, 3.2383, 4.0};
+    for (int m = 0; m < 14; ++m) EXPECT_EQ(supports[m], kivgeom::resample_filter(m)->support) << m;
+    EXPECT_EQ(nullptr, kivgeom::resample_filter(14));
+    EXPECT_EQ(nullptr, kivgeom::resample_filter(15));
+    EXPECT_EQ(nullptr, kivgeom::resample_filter(-1));
+}
+
+TEST(Resample, MatchesThePlainModelForEveryFilterAndDirection) {
+    // Each axis shrunk, kept and enlarged, at odd sizes; both code paths.
+    const int shapes[][4] = {{17, 13, 7, 13},  {17, 13, 29, 13}, {17, 13, 17, 5},  {17, 13, 17, 31},
+                             {17, 13, 9, 29},  {17, 13, 31, 6},  {23, 19, 11, 9},  {9, 11, 40, 37},
+                             {37, 9, 36, 10}};
+    for (int scalar = 0; scalar < 2; ++scalar) {
+        ScalarPath path(scalar != 0);
+        for (int method = 0; method < 14; ++method)
+            for (auto& s : shapes) {
+                kiv src = random_image(s[0], s[1], 32, 1000 + method * 31 + s[2]);
+                kiv before(src), got;
+                ASSERT_TRUE(kivgeom::resample(src, s[2], s[3], method, false, got));
+                kiv expect = reference_resample(src, s[2], s[3], method);
+                ASSERT_TRUE(images_equal(expect, got))
+                    << "method " << method << " " << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3]
+                    << (scalar ? " scalar" : " sse2");
+                ASSERT_TRUE(images_equal(before, src));  // the source is only read
+            }
+    }
+}
+
+TEST(Resample, LongRowsCrossTheStripBoundary) {
+    for (int scalar = 0; scalar < 2; ++scalar) {
+        ScalarPath path(scalar != 0);
+        kiv src = random_image(601, 5, 24, 77);
+        kiv got;
+        ASSERT_TRUE(kivgeom::resample(src, 603, 3, 11, false, got));
+        kiv expect = reference_resample(src, 603, 3, 11);
+        EXPECT_TRUE(images_equal(expect, got));
+    }
+}
+
+TEST(Zoom, MirroredEdgesReadTheNeighbourInside) {
+    // Catmull-Rom at scale 1 across. Column 0 draws on j = -1, 0, 1 with weights 0.5625,
+    // 0.5625, -0.0625 over their sum 1.0625, and j = -1 reads column 1. Column 4 draws on
+    // j = 2..5 with weights -0.0625, 0.5625, 0.5625, -0.0625, and j = 5 reads column 4.
+    kiv img(5, 1, 24);
+    img.m_pixels[1] = tagRGBA{170, 0, 0, 0};
+    ASSERT_EQ(1, img.zoom(5, 2, 9, 0));
+    EXPECT_EQ(80, img.m_pixels[0].r);  // (0.5625 * 0 + 0.5 * 170) / 1.0625
+    kiv img2(5, 1, 24);
+    img2.m_pixels[4] = tagRGBA{160, 0, 0, 0};
+    ASSERT_EQ(1, img2.zoom(5, 2, 9, 0));
+    EXPECT_EQ(80, img2.m_pixels[4].r);  // (0.5625 - 0.0625) * 160
+    EXPECT_EQ(img.m_pixels[0].r, img.m_pixels[5].r);
+}
+
+TEST(Zoom, SharpensOnlyWhenBothSidesShrink) {
+    kiv src = random_image(21, 17, 24, 5);
+    const int targets[][2] = {{9, 7}, {9, 17}, {21, 8}, {30, 8}};
+    for (auto& t : targets) {
+        kiv img(src);
+        ASSERT_EQ(1, img.zoom(t[0], t[1], 10, 0));
+        kiv expect = reference_resample(src, t[0], t[1], 10);
+        if (t[0] < 21 && t[1] < 17) kivtest::reference_sharpen(expect, 0, 0, t[0], t[1]);
+        EXPECT_TRUE(images_equal(expect, img)) << t[0] << "x" << t[1];
+        EXPECT_EQ(24, img.bits());
+    }
+}
+
+TEST(Zoom, FlatImagesStayFlatEvenFromTinySources) {
+    // Normalised weights keep a constant; sources narrower than the filter reflect into
+    // range instead of reading outside.
+    const int shapes[][4] = {{1, 1, 5, 7}, {1, 6, 9, 2}, {2, 3, 1, 40}, {40, 3, 1, 1}, {3, 1, 2, 9}};
+    for (int method = 0; method < 14; ++method)
+        for (auto& s : shapes) {
+            kiv img(s[0], s[1], 8);
+            img.m_map[3] = tagRGBA{10, 128, 250, 0};
+            for (int i = 0; i < img.m_packets; ++i) img.m_pixels[i] = tagRGBA{10, 128, 250, 3};
+            ASSERT_EQ(1, img.zoom(s[2], s[3], method, 0)) << method;
+            ASSERT_EQ(24, img.bits());
+            ASSERT_EQ(nullptr, img.map());
+            for (int i = 0; i < img.m_packets; ++i)
+                ASSERT_TRUE(kivtest::same_rgba(tagRGBA{10, 128, 250, 0}, img.m_pixels[i]))
+                    << "method " << method << " " << s[2] << "x" << s[3] << " at " << i << " "
+                    << kivtest::rgba_str(img.m_pixels[i]);
+        }
+}
+
+TEST(Zoom, RefusalsLeaveTheImageAsItWas) {
+    kiv img = random_image(8, 6, 8, 9);
+    kiv before(img);
+    EXPECT_EQ(0, img.zoom(8, 6, 1, 0));   // same size
+    EXPECT_EQ(0, img.zoom(4, 3, 14, 0));  // the empty slot
+    EXPECT_EQ(0, img.zoom(4, 3, 15, 0));
+    EXPECT_EQ(0, img.zoom(4, 3, -1, 0));
+    EXPECT_EQ(0, img.zoom(0, 3, 1, 0));
+    EXPECT_EQ(0, img.zoom(4, -3, 1, 0));
+    EXPECT_EQ(0, img.zoom(0x7FFFFFFF, 0x7FFFFFFF, 1, 0));
+    EXPECT_TRUE(images_equal(before, img));
+    EXPECT_EQ(8, img.bits());
+    kiv empty;
+    EXPECT_EQ(0, empty.zoom(4, 4, 1, 0));
+}
+
+TEST(Zoom, MappedResultHoldsTheSamePixels) {
+    kiv a = random_image(13, 11, 24, 10);
+    kiv b(a);
+    ASSERT_EQ(1, a.zoom(20, 5, 11, 0));
+    ASSERT_EQ(1, b.zoom(20, 5, 11, 1));
+    EXPECT_TRUE(images_equal(a, b));
+}

@@ -1,0 +1,87 @@
+// rotate_any: the library's own sine and cosine, quarter turns equal to rotate, sizes,
+// background corners and refusals.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "geometry/geom_math.h"
+#include "kiv.h"
+#include "support/test_images.h"
+
+using kivtest::images_equal;
+using kivtest::px;
+using kivtest::random_image;
+
+TEST(RotateAny, SeriesSineAndCosineAreAccurateAndExactAtQuarterTurns) {
+    double s, c;
+    for (double d = -725.0; d <= 725.0; d += 0.37) {
+        ASSERT_TRUE(kivgeom::gmath::sincos_degrees(d, &s, &c));
+        // Reduced exactly in degrees, then converted in extended precision where available.
+        const long double r = std::fmod(d, 360.0) * (3.14159265358979323846264338327950288L / 180.0L);
+        EXPECT_NEAR(static_cast<double>(std::sin(r)), s, 8e-16) << d;  // a few ulps
+        EXPECT_NEAR(static_cast<double>(std::cos(r)), c, 8e-16) << d;
+    }
+    const double quarter[][3] = {{0, 0, 1}, {90, 1, 0}, {180, 0, -1}, {270, -1, 0}, {-90, -1, 0}, {450, 1, 0}, {-720, 0, 1}};
+    for (auto& q : quarter) {
+        ASSERT_TRUE(kivgeom::gmath::sincos_degrees(q[0], &s, &c));
+        EXPECT_EQ(q[1], s) << q[0];
+        EXPECT_EQ(q[2], c) << q[0];
+    }
+    EXPECT_FALSE(kivgeom::gmath::sincos_degrees(std::numeric_limits<double>::quiet_NaN(), &s, &c));
+    EXPECT_FALSE(kivgeom::gmath::sincos_degrees(std::numeric_limits<double>::infinity(), &s, &c));
+}
+
+TEST(RotateAny, QuarterTurnsEqualTheExactOperations) {
+    const int sizes[][2] = {{1, 1}, {7, 4}, {6, 9}};
+    for (auto& sz : sizes)
+        for (int method = 0; method < 2; ++method) {
+            kiv src = random_image(sz[0], sz[1], 32, 90 + method);
+            kiv ccw(src), cw(src), half(src), same(src);
+            ccw.rotate(1);
+            cw.rotate(0);
+            half.rotate180(0, 0, 0, 0);
+            const struct {
+                double deg;
+                kiv* expect;
+            } cases[] = {{90, &ccw}, {-270, &ccw}, {270, &cw}, {-90, &cw}, {0, &same}, {360, &same}};
+            for (auto& c : cases) {
+                kiv img(src);
+                ASSERT_EQ(1, img.rotate_any(c.deg, 0, method));
+                EXPECT_TRUE(images_equal(*c.expect, img)) << c.deg << " method " << method;
+            }
+            if (sz[1] % 2 == 0) {  // rotate180 leaves an odd middle row; compare even heights only
+                kiv img(src);
+                ASSERT_EQ(1, img.rotate_any(180, 0, method));
+                EXPECT_TRUE(images_equal(half, img)) << "180 method " << method;
+            }
+        }
+}
+
+TEST(RotateAny, GrowsToHoldTheTurnAndFillsCornersWithBackground) {
+    kiv img(10, 10, 8);
+    for (int i = 0; i < img.m_packets; ++i) img.m_pixels[i] = tagRGBA{40, 50, 60, 0};
+    ASSERT_EQ(1, img.rotate_any(45, RGB(1, 2, 3), 1));
+    EXPECT_EQ(15, img.width());  // ceil(10 * sqrt 2)
+    EXPECT_EQ(15, img.height());
+    EXPECT_EQ(24, img.bits());
+    EXPECT_EQ(nullptr, img.map());
+    EXPECT_TRUE(kivtest::same_rgba(tagRGBA{1, 2, 3, 0}, px(img, 0, 0)));
+    EXPECT_TRUE(kivtest::same_rgba(tagRGBA{40, 50, 60, 0}, px(img, 7, 7)));
+    kiv slight = random_image(30, 20, 24, 91);
+    ASSERT_EQ(1, slight.rotate_any(1e-9, 0, 0));  // no spurious extra column
+    EXPECT_EQ(30, slight.width());
+    EXPECT_EQ(20, slight.height());
+}
+
+TEST(RotateAny, Refusals) {
+    kiv img = random_image(5, 4, 24, 92);
+    kiv before(img);
+    EXPECT_EQ(0, img.rotate_any(30, 0, 2));
+    EXPECT_EQ(0, img.rotate_any(30, 0, -1));
+    EXPECT_EQ(0, img.rotate_any(std::numeric_limits<double>::quiet_NaN(), 0, 0));
+    EXPECT_EQ(0, img.rotate_any(-std::numeric_limits<double>::infinity(), 0, 1));
+    EXPECT_TRUE(images_equal(before, img));
+    kiv empty;
+    EXPECT_EQ(0, empty.rotate_any(30, 0, 0));
+}

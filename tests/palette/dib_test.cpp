@@ -1,0 +1,371 @@
+// Packed DIBs: round trips at every depth, the reader's required quirks, the writer's
+// layout, malformed blocks, the DIB form of blt and kivCrop.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <vector>
+
+#include "kiv.h"
+#include "support/test_images.h"
+
+using kivtest::images_equal;
+using kivtest::px;
+using kivtest::random_image;
+using kivtest::same_rgba;
+
+namespace {
+
+// A DIB assembled by hand: header fields, a table of (r, g, b) entries and a pixel value per
+// (x, y), packed high bits first into bottom-up rows.  exact_size lets a test cut the block.
+struct DibSpec {
+    int width = 3, height = 2, depth = 8;
+    DWORD compression = BI_RGB, clr_used = 0, bi_size = 40;
+    std::vector<tagRGBA> table;
+    std::vector<unsigned> values;  // width * height, top row first; 24/32: 0xRRGGBB
+};
+
+std::size_t stride_of(int width, int depth) { return ((std::size_t(width) * depth + 31) / 32) * 4; }
+
+std::vector<BYTE> dib_bytes(const DibSpec& s) {
+    std::vector<BYTE> b(s.bi_size + 4 * s.table.size() + stride_of(s.width, s.depth) * s.height, 0);
+    BITMAPINFOHEADER h{};
+    h.biSize = s.bi_size;
+    h.biWidth = s.width;
+    h.biHeight = s.height;
+    h.biPlanes = 1;
+    h.biBitCount = WORD(s.depth);
+    h.biCompression = s.compression;
+    h.biClrUsed = s.clr_used;
+    std::memcpy(b.data(), &h, sizeof h);
+    for (std::size_t i = 0; i < s.table.size(); ++i) {
+        b[40 + 4 * i] = s.table[i].b;
+        b[41 + 4 * i] = s.table[i].g;
+        b[42 + 4 * i] = s.table[i].r;
+    }
+    BYTE* rows = b.data() + s.bi_size + 4 * s.table.size();
+    for (int y = 0; y < s.height && !s.values.empty(); ++y)
+        for (int x = 0; x < s.width; ++x) {
+            BYTE* row = rows + stride_of(s.width, s.depth) * (s.height - 1 - y);
+            unsigned v = s.values[std::size_t(y) * s.width + x];
+            if (s.depth >= 24) {
+                row[x * (s.depth / 8)] = BYTE(v), row[x * (s.depth / 8) + 1] = BYTE(v >> 8), row[x * (s.depth / 8) + 2] = BYTE(v >> 16);
+            } else if (s.depth == 16) {
+                row[2 * x] = BYTE(v), row[2 * x + 1] = BYTE(v >> 8);
+            } else {
+                std::size_t bit = std::size_t(x) * s.depth;
+                row[bit / 8] = BYTE(row[bit / 8] | (v << (8 - s.depth - bit % 8)));
+            }
+        }
+    return b;
+}
+
+HGLOBAL to_global(const std::vector<BYTE>& bytes, std::size_t size) {
+    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, size);
+    if (!h) return nullptr;
+    std::memcpy(GlobalLock(h), bytes.data(), std::min(size, bytes.size()));
+    GlobalUnlock(h);
+    return h;
+}
+HGLOBAL to_global(const std::vector<BYTE>& bytes) { return to_global(bytes, bytes.size()); }
+
+std::vector<BYTE> global_bytes(HGLOBAL h) {
+    std::vector<BYTE> v(GlobalSize(h));
+    std::memcpy(v.data(), GlobalLock(h), v.size());
+    GlobalUnlock(h);
+    return v;
+}
+
+BITMAPINFOHEADER header_of(const std::vector<BYTE>& b) {
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, b.data(), sizeof h);
+    return h;
+}
+
+// Value of pixel (x, y) of a bottom-up packed row set, read the plain way.
+unsigned dib_value(const BYTE* rows, int width, int height, int depth, int x, int y) {
+    const BYTE* row = rows + stride_of(width, depth) * (height - 1 - y);
+    if (depth >= 24) {
+        const BYTE* p = row + x * (depth / 8);
+        return unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 | (depth == 32 ? unsigned(p[3]) << 24 : 0);
+    }
+    std::size_t bit = std::size_t(x) * depth;
+    return (row[bit / 8] >> (8 - depth - bit % 8)) & ((1u << depth) - 1);
+}
+
+}  // namespace
+
+// createdib at each written depth matches the plain packing, then attachdib gives the image
+// back: colours with alpha 0 at 24 bits, indices and maps below; 32-bit DIBs read black.
+TEST(Dib, RoundTripsAtEveryWrittenDepth) {
+    kivtest::Rng rng(5);
+    for (int bits : {1, 4, 8, 24, 32})
+        for (int w = 1; w <= 19; w += 3)
+            for (int h = 1; h <= 3; ++h) {
+                kiv img = random_image(w, h, bits, std::uint64_t(bits * 1000 + w * 10 + h));
+                HGLOBAL dib = img.createdib();
+                ASSERT_NE(nullptr, dib);
+                std::vector<BYTE> b = global_bytes(dib);
+                const BITMAPINFOHEADER hd = header_of(b);
+                EXPECT_EQ(40u, hd.biSize);
+                EXPECT_EQ(w, hd.biWidth);
+                EXPECT_EQ(h, hd.biHeight);
+                EXPECT_EQ(1, hd.biPlanes);
+                EXPECT_EQ(bits, hd.biBitCount);
+                EXPECT_EQ(0u, hd.biCompression);
+                const unsigned entries = bits < 24 ? unsigned(img.colors()) : 0u;
+                EXPECT_EQ(entries, hd.biClrUsed);
+                // Sixteen rows of slack are part of the block.
+                EXPECT_GE(b.size(), 40 + 4 * entries + stride_of(w, bits) * (h + 16));
+                for (unsigned i = 0; i < entries; ++i) {
+                    EXPECT_EQ(img.map()[i].b, b[40 + 4 * i]);
+                    EXPECT_EQ(img.map()[i].r, b[42 + 4 * i]);
+                }
+                const BYTE* rows = b.data() + 40 + 4 * entries;
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x) {
+                        const tagRGBA p = px(img, x, y);
+                        const unsigned want = bits < 24 ? p.a : unsigned(p.r) << 16 | unsigned(p.g) << 8 | p.b |
+                                                                     (bits == 32 ? unsigned(p.a) << 24 : 0u);
+                        ASSERT_EQ(want, dib_value(rows, w, h, bits, x, y)) << bits << " " << x << "," << y;
+                    }
+                kiv back(dib);
+                GlobalFree(dib);
+                if (bits == 32) {  // 32-bit BI_RGB rows read black by definition
+                    ASSERT_NE(nullptr, back.pixels());
+                    EXPECT_EQ(24, back.bits());
+                    continue;
+                }
+                if (bits == 24)
+                    for (int i = 0; i < img.packets(); ++i) img.pixels()[i].a = 0;
+                EXPECT_EQ(bits, back.bits());
+                EXPECT_EQ(img.colors(), back.colors());
+                for (int i = 0; i < img.colors(); ++i) ASSERT_TRUE(same_rgba(img.map()[i], back.map()[i]));
+                ASSERT_TRUE(images_equal(img, back)) << bits << " " << w << "x" << h;
+            }
+}
+
+TEST(Dib, ReaderQuirks) {
+    // 2 bits become a 4-bit image; colours from the table, index in the fourth byte.
+    DibSpec two;
+    two.depth = 2;
+    two.width = 5;
+    two.table = {{10, 20, 30, 0}, {40, 50, 60, 0}, {70, 80, 90, 0}};
+    two.clr_used = 3;
+    two.values = {0, 1, 2, 1, 0, 2, 2, 1, 0, 0};
+    HGLOBAL h = to_global(dib_bytes(two));
+    kiv img(h);
+    GlobalFree(h);
+    ASSERT_NE(nullptr, img.pixels());
+    EXPECT_EQ(4, img.bits());
+    EXPECT_EQ(3, img.colors());
+    for (int i = 0; i < 10; ++i) {
+        const tagRGBA& t = two.table[two.values[i]];
+        EXPECT_TRUE(same_rgba(tagRGBA{t.r, t.g, t.b, BYTE(two.values[i])}, img.pixels()[i])) << i;
+    }
+
+    // 16 and 32 bits: right size, 24 bits, every pixel 0.
+    for (int depth : {16, 32}) {
+        DibSpec s;
+        s.depth = depth;
+        s.width = 4;
+        s.values.assign(8, 0xFFFFFFFFu);
+        HGLOBAL d = to_global(dib_bytes(s));
+        kiv k(d);
+        GlobalFree(d);
+        ASSERT_NE(nullptr, k.pixels()) << depth;
+        EXPECT_EQ(24, k.bits());
+        EXPECT_EQ(4, k.width());
+        EXPECT_EQ(2, k.height());
+        for (int i = 0; i < k.packets(); ++i) EXPECT_TRUE(same_rgba(tagRGBA{0, 0, 0, 0}, k.pixels()[i]));
+    }
+
+    // Table entries default to 1 << depth; depths the reader does not convert stay zero.
+    DibSpec four;
+    four.depth = 4;
+    four.table.assign(16, tagRGBA{1, 2, 3, 0});
+    four.values = {15, 0, 7, 1, 2, 3};
+    HGLOBAL f = to_global(dib_bytes(four));
+    kiv k4(f);
+    GlobalFree(f);
+    EXPECT_EQ(16, k4.colors());
+    EXPECT_EQ(7, px(k4, 2, 0).a);
+    EXPECT_EQ(1, px(k4, 2, 0).r);
+}
+
+TEST(Dib, WriterQuirks) {
+    // A 2-bit image: a 4-bit header and a zero pixel area.
+    kiv two = random_image(6, 3, 2, 8);
+    HGLOBAL d = two.createdib();
+    ASSERT_NE(nullptr, d);
+    std::vector<BYTE> b = global_bytes(d);
+    GlobalFree(d);
+    EXPECT_EQ(4, header_of(b).biBitCount);
+    EXPECT_EQ(4u, header_of(b).biClrUsed);
+    for (std::size_t i = 40 + 16; i < b.size(); ++i) ASSERT_EQ(0, b[i]) << i;
+
+    kiv empty;
+    EXPECT_EQ(nullptr, empty.createdib());
+
+    // A map longer than the depth can index is cut to 1 << depth, so the DIB stays readable.
+    kiv one = random_image(9, 2, 1, 9);
+    one.alloccmap(256);
+    one.validate_rgb();
+    d = one.createdib();
+    EXPECT_EQ(2u, header_of(global_bytes(d)).biClrUsed);
+    kiv back(d);
+    GlobalFree(d);
+    EXPECT_TRUE(images_equal(one, back));
+}
+
+TEST(Dib, AttachDib32KeepsByteOrderAndTurnsRows) {
+    const int w = 3, h = 2;
+    std::vector<BYTE> buf(w * h * 4);
+    for (std::size_t i = 0; i < buf.size(); ++i) buf[i] = BYTE(i * 7 + 1);
+    kiv img;
+    ASSERT_EQ(1, img.attachdib32(w, h, buf.data()));
+    EXPECT_EQ(24, img.bits());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const BYTE* s = &buf[(std::size_t(h - 1 - y) * w + x) * 4];
+            EXPECT_TRUE(same_rgba(tagRGBA{s[0], s[1], s[2], 0}, px(img, x, y)));
+        }
+    EXPECT_EQ(0, img.attachdib32(w, h, nullptr));
+    EXPECT_EQ(0, img.attachdib32(0, h, buf.data()));
+    EXPECT_EQ(nullptr, img.pixels());
+}
+
+TEST(Dib, MappedReaderGivesTheSamePixels) {
+    kiv img = random_image(33, 17, 8, 12);
+    HGLOBAL d = img.createdib();
+    kiv mapped;
+    ASSERT_EQ(1, mapped.attachdib_width_mapfile(d));
+    GlobalFree(d);
+    EXPECT_TRUE(images_equal(img, mapped));
+    EXPECT_EQ(256, mapped.colors());
+}
+
+// Every refusal: the header and the block are checked before anything is read, nothing past
+// the block is touched (the sanitizer build sees any stray read), and the lock count is back
+// where it was.
+TEST(Dib, MalformedBlocksAreRefused) {
+    DibSpec base;
+    base.width = 5;
+    base.height = 3;
+    base.table.assign(256, tagRGBA{9, 9, 9, 0});
+    base.values.assign(15, 3);
+    const std::vector<BYTE> good = dib_bytes(base);
+
+    enum Result { kUntouched, kEmptied };
+    struct Case {
+        const char* name;
+        void (*patch)(BITMAPINFOHEADER&);
+        long cut;  // bytes taken off the block's end
+        Result result;
+    } cases[] = {
+        {"truncated by a byte", [](BITMAPINFOHEADER&) {}, 1, kUntouched},
+        {"last row short", [](BITMAPINFOHEADER&) {}, 5, kUntouched},
+        {"header only", [](BITMAPINFOHEADER&) {}, long(good.size() - 40), kUntouched},
+        {"shorter than a header", [](BITMAPINFOHEADER&) {}, long(good.size() - 39), kUntouched},
+        {"biSize lies high", [](BITMAPINFOHEADER& h) { h.biSize = 0xFFFFFFF0u; }, 0, kUntouched},
+        {"biSize below 40", [](BITMAPINFOHEADER& h) { h.biSize = 12; }, 0, kUntouched},
+        {"biSize zero", [](BITMAPINFOHEADER& h) { h.biSize = 0; }, 0, kUntouched},
+        {"biClrUsed huge", [](BITMAPINFOHEADER& h) { h.biClrUsed = 0xFFFFFFFFu; }, 0, kUntouched},
+        {"biClrUsed above depth", [](BITMAPINFOHEADER& h) { h.biClrUsed = 257; }, 0, kUntouched},
+        {"biClrUsed too many for 1 bit", [](BITMAPINFOHEADER& h) { h.biBitCount = 1, h.biClrUsed = 3; }, 0, kUntouched},
+        {"24-bit table beyond the block", [](BITMAPINFOHEADER& h) { h.biBitCount = 24, h.biClrUsed = 1u << 24; }, 0, kUntouched},
+        {"rows beyond the block", [](BITMAPINFOHEADER& h) { h.biHeight = 4; }, 0, kUntouched},
+        {"wide rows beyond the block", [](BITMAPINFOHEADER& h) { h.biBitCount = 32, h.biClrUsed = 256; }, 0, kUntouched},
+        {"stride overflow", [](BITMAPINFOHEADER& h) { h.biWidth = INT_MAX, h.biHeight = 1, h.biBitCount = 65535; }, 0, kUntouched},
+        {"width x height overflow", [](BITMAPINFOHEADER& h) { h.biWidth = 65536, h.biHeight = 65536; }, 0, kEmptied},
+        {"huge both", [](BITMAPINFOHEADER& h) { h.biWidth = INT_MAX, h.biHeight = INT_MAX; }, 0, kEmptied},
+        {"zero width", [](BITMAPINFOHEADER& h) { h.biWidth = 0; }, 0, kEmptied},
+        {"negative width", [](BITMAPINFOHEADER& h) { h.biWidth = -5; }, 0, kEmptied},
+        {"top-down", [](BITMAPINFOHEADER& h) { h.biHeight = -3; }, 0, kEmptied},
+        {"zero height", [](BITMAPINFOHEADER& h) { h.biHeight = 0; }, 0, kEmptied},
+        {"INT_MIN height", [](BITMAPINFOHEADER& h) { h.biHeight = INT_MIN; }, 0, kEmptied},
+        {"depth 0", [](BITMAPINFOHEADER& h) { h.biBitCount = 0; }, 0, kEmptied},
+        {"run-length", [](BITMAPINFOHEADER& h) { h.biCompression = BI_RLE8; }, 0, kUntouched},
+        {"bit fields", [](BITMAPINFOHEADER& h) { h.biCompression = BI_BITFIELDS; }, 0, kUntouched},
+        {"unknown compression", [](BITMAPINFOHEADER& h) { h.biCompression = 0x7FFFFFFF; }, 0, kUntouched},
+    };
+    for (const Case& c : cases) {
+        std::vector<BYTE> bytes = good;
+        BITMAPINFOHEADER h = header_of(bytes);
+        c.patch(h);
+        std::memcpy(bytes.data(), &h, sizeof h);
+        HGLOBAL dib = to_global(bytes, bytes.size() - std::size_t(c.cut));
+        ASSERT_NE(nullptr, dib) << c.name;
+        for (int mapped = 0; mapped < 2; ++mapped) {
+            kiv img = random_image(4, 4, 24, 1);
+            kiv before(img);
+            GlobalLock(dib);  // one lock of our own: the reader must leave exactly this one
+            EXPECT_EQ(0, mapped ? img.attachdib_width_mapfile(dib) : img.attachdib(dib)) << c.name;
+            EXPECT_FALSE(GlobalUnlock(dib)) << c.name << ": the reader left a lock";
+            if (c.result == kUntouched)
+                EXPECT_TRUE(images_equal(before, img)) << c.name;
+            else
+                EXPECT_EQ(nullptr, img.pixels()) << c.name;
+        }
+        GlobalFree(dib);
+    }
+    kiv img;
+    EXPECT_EQ(0, img.attachdib(nullptr));
+#ifndef _WIN32
+    int not_a_block[16] = {};
+    EXPECT_EQ(0, img.attachdib(not_a_block));
+#endif
+    // The exact size is enough: no slack required.
+    HGLOBAL exact = to_global(good);
+    GlobalLock(exact);
+    EXPECT_EQ(1, img.attachdib(exact));
+    EXPECT_FALSE(GlobalUnlock(exact));
+    GlobalFree(exact);
+    // biSize above 40 moves the rows, not the table.
+    DibSpec big = base;
+    big.bi_size = 64;
+    HGLOBAL moved = to_global(dib_bytes(big));
+    ASSERT_EQ(1, img.attachdib(moved));
+    GlobalFree(moved);
+    EXPECT_EQ(3, px(img, 4, 2).a);
+    EXPECT_EQ(9, px(img, 4, 2).r);
+}
+
+TEST(Dib, BltFromDibAndKivCrop) {
+    kiv src = random_image(11, 7, 8, 21);
+    HGLOBAL dib = src.createdib();
+    kiv dst = random_image(6, 5, 24, 22), expect(dst);
+    dst.blt(-1, 2, 9, 9, dib, 3, 1);
+    expect.blt(-1, 2, 9, 9, &src, 3, 1);
+    EXPECT_TRUE(images_equal(expect, dst));
+    dst.blt(0, 0, 6, 5, static_cast<void*>(nullptr), 0, 0);
+    dst.blt(0, 0, 6, 5, nullptr, 0, 0);
+    EXPECT_TRUE(images_equal(expect, dst));
+
+    struct Case {
+        tagRECT rect;
+        bool ok;
+    } cases[] = {{{2, 1, 9, 6}, true}, {{-5, -5, 3, 100}, true}, {{0, 0, 0, 0}, true},
+                 {{11, 0, 20, 7}, false}, {{0, 7, 11, 9}, false}};
+    for (const Case& c : cases) {
+        tagRECT r = c.rect;
+        HGLOBAL out = kivCrop(dib, &r);
+        ASSERT_EQ(c.ok, out != nullptr) << r.left << "," << r.top;
+        if (!out) continue;
+        kiv got(out), want(src);
+        GlobalFree(out);
+        ASSERT_EQ(1, want.crop(&r));
+        EXPECT_EQ(8, got.bits());
+        EXPECT_EQ(want.colors(), got.colors());
+        EXPECT_TRUE(images_equal(want, got));
+    }
+    HGLOBAL whole = kivCrop(dib, nullptr);
+    kiv all(whole);
+    GlobalFree(whole);
+    EXPECT_TRUE(images_equal(src, all));
+    kiv again(dib);  // the caller's DIB is left as it was
+    EXPECT_TRUE(images_equal(src, again));
+    GlobalFree(dib);
+    tagRECT r{0, 0, 2, 2};
+    EXPECT_EQ(nullptr, kivCrop(nullptr, &r));
+}
