@@ -717,6 +717,21 @@ extern "C" {
  * of it), at the depth the DIB is read at; null when the DIB cannot be read or the clipped
  * rectangle is empty.  dib is left as it was. */
 KIV_API void* kivCrop(void* dib, tagRECT* rect);
+/* Quantization of a packed DIB (a movable global-memory handle, as attachdib reads it) into
+ * a new packed DIB (createdib; the caller frees it with GlobalFree).  dib is only read, never
+ * changed or freed.  The modes, palettes and threading are those of kiv::quantize.  Null
+ * when dib cannot be read, for mode outside 0..4, or when memory runs out; besides:
+ *   kivQuantize       colors outside 1..256; palette chosen from the image;
+ *   kivQuantizeWcp    pal null or with 0 or more than 256 entries; palette = pal;
+ *   kivQuantizeWdp    fixed palette `which` (kiv::quantize_wdp); for which outside 0..8
+ *                     the result is the DIB as read, unquantized;
+ *   kivQuantizeWin256 kivQuantizeWdp(dib, mode, 1): the 256-colour system palette;
+ *   kivQuantizeWin16  kivQuantizeWdp(dib, mode, 0): the 16 VGA colours. */
+KIV_API void* kivQuantize(void* dib, int mode, int colors);
+KIV_API void* kivQuantizeWcp(void* dib, int mode, tagLOGPALETTE* pal);
+KIV_API void* kivQuantizeWdp(void* dib, int mode, int which);
+KIV_API void* kivQuantizeWin256(void* dib, int mode);
+KIV_API void* kivQuantizeWin16(void* dib, int mode);
 
 #ifdef __cplusplus
 }
