@@ -25,16 +25,16 @@ constexpr long long kEagerPixels = 1 << 18;
 inline unsigned wsq(int w, int d) { return static_cast<unsigned>(w * d) * static_cast<unsigned>(w * d); }
 
 // Weighted distance from v to the interval [lo, hi] (with centre c): nearest and farthest.
-inline void bound_dist(int v, int lo, int hi, int c, int w, unsigned* near, unsigned* far) {
+inline void bound_dist(int v, int lo, int hi, int c, int w, unsigned* nearest, unsigned* farthest) {
     if (v < lo) {
-        *near = wsq(w, lo - v);
-        *far = wsq(w, hi - v);
+        *nearest = wsq(w, lo - v);
+        *farthest = wsq(w, hi - v);
     } else if (v > hi) {
-        *near = wsq(w, v - hi);
-        *far = wsq(w, v - lo);
+        *nearest = wsq(w, v - hi);
+        *farthest = wsq(w, v - lo);
     } else {
-        *near = 0;
-        *far = v <= c ? wsq(w, hi - v) : wsq(w, v - lo);
+        *nearest = 0;
+        *farthest = v <= c ? wsq(w, hi - v) : wsq(w, v - lo);
     }
 }
 
