@@ -274,6 +274,43 @@ protected:
 public:
 
     /* ---- Quantization --------------------------------------------------------------- */
+    /* Reduce the whole image to a palette of at most 256 colours.  Afterwards the image is
+     * palettized: bits = 1 for a palette of 1..2 entries, 4 for 3..16, 8 for 17..256; the
+     * colour map holds the palette; every pixel's red, green, blue are its entry's colour
+     * and byte 3 is its index.
+     *
+     * mode: how pixels are mapped to the palette:
+     *   0  nearest colour (weights red 30, green 59, blue 11), no dithering;
+     *   1  Floyd-Steinberg error diffusion, serpentine, errors limited to +-190;
+     *   2  exact match: a pixel whose colour is not in the palette takes the index of the
+     *      pixel before it (0 for the first);
+     *   3  Floyd-Steinberg with a strong limit (identity below 24, half-slope to 48);
+     *   4  ordered dither with a 128 x 128 threshold matrix.
+     * pal null: the palette is chosen from the image, at most `colors` (1..256) entries.
+     *   An image with at most `colors` distinct colours gets exactly those colours in order
+     *   of first appearance and is mapped by exact match whatever `mode` says; otherwise a
+     *   variance-driven median cut picks the palette (sorted by lightness), and it may have
+     *   fewer entries than asked (a single colour gives one entry).
+     * pal non-null: `colors` is ignored; the palette is pal's palNumEntries (1..256)
+     *   entries (peRed, peGreen, peBlue) in their order.
+     * Refused, image unchanged: an empty image, mode outside 0..4, colors outside 1..256
+     * without a palette, a palette of 0 or more than 256 entries.
+     * Threads: all working state belongs to the call, so different images may be quantized
+     * on several threads at once (the results are those of one call at a time).  Modes 0,
+     * 2 and 4 spread rows over the pool; error diffusion runs on the calling thread. */
+    void quantize(int mode, int colors, tagLOGPALETTE* pal);
+    /* quantize(mode, 0, palette of the n colours cols[0..n-1]).  Refused, image unchanged:
+     * cols null, n outside 1..256, or what quantize refuses. */
+    void quantize_wpal(int mode, const tagSYSCOL* cols, int n);
+    /* Quantize to fixed palette `which` through quantize_wpal:
+     *   0  the 16 VGA colours;             1  the 256-colour system palette;
+     *   2  web cube (descending) + ramps;  3  the 216-colour web cube (ascending);
+     *   4  hue wheel, 256 entries;         5  pastel wheel, 256 entries;
+     *   6  heat ramp black-red-yellow-white; 7 cold ramp black-blue-cyan-white;
+     *   8  warm ramp (255,255,128) to black.
+     * 1 when done; 0, image unchanged, for which outside 0..8, mode outside 0..4 or an
+     * empty image. */
+    int quantize_wdp(int mode, int which);
 
     /* ---- Fills and gradients -------------------------------------------------------- */
     /* Blend modes (mode), d the existing pixel and s the fill colour, per channel 0..255:
@@ -680,6 +717,21 @@ extern "C" {
  * of it), at the depth the DIB is read at; null when the DIB cannot be read or the clipped
  * rectangle is empty.  dib is left as it was. */
 KIV_API void* kivCrop(void* dib, tagRECT* rect);
+/* Quantization of a packed DIB (a movable global-memory handle, as attachdib reads it) into
+ * a new packed DIB (createdib; the caller frees it with GlobalFree).  dib is only read, never
+ * changed or freed.  The modes, palettes and threading are those of kiv::quantize.  Null
+ * when dib cannot be read, for mode outside 0..4, or when memory runs out; besides:
+ *   kivQuantize       colors outside 1..256; palette chosen from the image;
+ *   kivQuantizeWcp    pal null or with 0 or more than 256 entries; palette = pal;
+ *   kivQuantizeWdp    fixed palette `which` (kiv::quantize_wdp); for which outside 0..8
+ *                     the result is the DIB as read, unquantized;
+ *   kivQuantizeWin256 kivQuantizeWdp(dib, mode, 1): the 256-colour system palette;
+ *   kivQuantizeWin16  kivQuantizeWdp(dib, mode, 0): the 16 VGA colours. */
+KIV_API void* kivQuantize(void* dib, int mode, int colors);
+KIV_API void* kivQuantizeWcp(void* dib, int mode, tagLOGPALETTE* pal);
+KIV_API void* kivQuantizeWdp(void* dib, int mode, int which);
+KIV_API void* kivQuantizeWin256(void* dib, int mode);
+KIV_API void* kivQuantizeWin16(void* dib, int mode);
 
 #ifdef __cplusplus
 }
