@@ -2,6 +2,7 @@
 // through a histogram that slides along each row (cost per pixel grows with the radius,
 // not with its square).
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "core/parallel.h"
@@ -44,9 +45,13 @@ public:
             if (h_[static_cast<std::size_t>(k)].n > h_[static_cast<std::size_t>(best)].n) best = k;
         best_ = best;
     }
-    tagRGBA mean(BYTE alpha) const {
+    // recip[n] = floor(2^40 / n) + 1 makes (sum * recip[n]) >> 40 equal sum / n exactly
+    // whenever sum * n < 2^40; here sum <= 255 n and n <= 201^2.
+    tagRGBA mean(BYTE alpha, const std::uint64_t* recip) const {
         const Bucket& b = h_[static_cast<std::size_t>(best_)];
-        return tagRGBA{static_cast<BYTE>(b.r / b.n), static_cast<BYTE>(b.g / b.n), static_cast<BYTE>(b.b / b.n), alpha};
+        const std::uint64_t m = recip[b.n];
+        auto q = [m](int sum) { return static_cast<BYTE>((static_cast<std::uint64_t>(sum) * m) >> 40); };
+        return tagRGBA{q(b.r), q(b.g), q(b.b), alpha};
     }
 
 private:
@@ -63,35 +68,50 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
     Area a;
     if (!normalise(this, rect, &a) || radius < 1 || radius > 100 || levels < 2 || levels > 256) return 0;
     raise_depth_24(this);
-    const int W = m_width, H = m_height, r = radius;
-    // Buckets of every pixel any window reaches, computed once.
+    const int W = m_width, H = m_height, r = radius, K = 2 * radius + 1;
     const int bx0 = std::max(0, a.left - r), bx1 = std::min(W, a.right + r);
-    const int by0 = std::max(0, a.top - r), by1 = std::min(H, a.bottom + r);
     const std::size_t bw = static_cast<std::size_t>(bx1 - bx0);
-    std::vector<BYTE> bucket(bw * static_cast<std::size_t>(by1 - by0));
-    kivcore::parallel_for(by0, by1, [&](int y) {
-        const tagRGBA* s = row_ptr(this, y) + bx0;
-        BYTE* o = bucket.data() + static_cast<std::size_t>(y - by0) * bw;
-        for (std::size_t i = 0; i < bw; ++i) o[i] = static_cast<BYTE>((intensity(s[i]) * levels) >> 8);
-    });
     const int w = a.w();
     std::vector<tagRGBA> out(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()));
+    std::vector<std::uint64_t> recip(static_cast<std::size_t>(K) * static_cast<std::size_t>(K) + 1, 0);
+    for (std::size_t n = 1; n < recip.size(); ++n) recip[n] = (std::uint64_t(1) << 40) / n + 1;
     kivcore::parallel_chunks(a.top, a.bottom, [&](int b, int e) {
+        // The window's K rows, column-major: ring[x * K + s] is the pixel of column bx0 + x
+        // in the row held by slot s (row yy sits in slot yy mod K), its fourth byte replaced
+        // by its bucket. Walking an image column directly strides by the row length, which
+        // for power-of-two widths keeps hitting the same cache sets.
+        std::vector<tagRGBA> ring(bw * static_cast<std::size_t>(K));
+        std::vector<int> slot_row(static_cast<std::size_t>(K), -1);
+        auto load = [&](int yy) {
+            const int slot = ((yy % K) + K) % K;
+            slot_row[static_cast<std::size_t>(slot)] = yy;
+            if (yy < 0 || yy >= H) return;
+            const tagRGBA* s = row_ptr(this, yy) + bx0;
+            tagRGBA* o = ring.data() + slot;
+            for (std::size_t i = 0; i < bw; ++i, o += K)
+                *o = tagRGBA{s[i].r, s[i].g, s[i].b, static_cast<BYTE>((intensity(s[i]) * levels) >> 8)};
+        };
+        std::vector<int> valid;  // slots holding rows inside the image
         Histogram hist(levels);
+        auto column = [&](int x, bool add) {
+            const tagRGBA* c = ring.data() + static_cast<std::size_t>(x - bx0) * static_cast<std::size_t>(K);
+            for (int s : valid) {
+                if (add)
+                    hist.add(c[s].a, c[s]);
+                else
+                    hist.remove(c[s].a, c[s]);
+            }
+        };
+        for (int yy = b - r; yy < b + r; ++yy) load(yy);
         for (int y = b; y < e; ++y) {
-            const int y0 = std::max(0, y - r), y1 = std::min(H - 1, y + r);
-            auto column = [&](int x, bool add) {
-                for (int yy = y0; yy <= y1; ++yy) {
-                    const tagRGBA& p = m_pixels[static_cast<std::size_t>(yy) * W + x];
-                    const int k = bucket[static_cast<std::size_t>(yy - by0) * bw + static_cast<std::size_t>(x - bx0)];
-                    if (add)
-                        hist.add(k, p);
-                    else
-                        hist.remove(k, p);
-                }
-            };
+            load(y + r);  // takes the slot of row y - r - 1, which has left the window
+            valid.clear();
+            for (int s = 0; s < K; ++s) {
+                const int yy = slot_row[static_cast<std::size_t>(s)];
+                if (yy >= 0 && yy < H) valid.push_back(s);
+            }
             hist.clear();
-            for (int x = std::max(0, a.left - r); x <= std::min(W - 1, a.left + r); ++x) column(x, true);
+            for (int x = bx0; x <= std::min(W - 1, a.left + r); ++x) column(x, true);
             const tagRGBA* src = row_ptr(this, y);
             tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * w;
             for (int x = a.left; x < a.right; ++x) {
@@ -100,7 +120,7 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
                     hist.settle();
                     if (x + r < W) column(x + r, true);
                 }
-                o[x - a.left] = hist.mean(src[x].a);
+                o[x - a.left] = hist.mean(src[x].a, recip.data());
             }
         }
     });
