@@ -73,12 +73,13 @@ struct tagKIV_NOISE {
                           0: an independent value per channel */
     unsigned int seed; /* any value; the same seed gives the same bytes everywhere */
 };
-/* Lighting of a relief, as kiv::emboss lights it (texturize, bumpmap). */
+/* Lighting of kiv::texturize and its file and resource forms, as kiv::emboss lights. */
 struct tagKIV_TEXTURE {
     double azimuth;   /* light direction, degrees counter-clockwise from the right (90: top) */
     double elevation; /* light elevation above the image plane, degrees, finite */
     int depth;        /* relief depth 1..1530 */
 };
+/* Lighting of kiv::bumpmap and kiv::bumpmap_merge. */
 struct tagKIV_BUMPMAP {
     double azimuth;   /* as tagKIV_TEXTURE */
     double elevation;
