@@ -11,53 +11,47 @@
 namespace kiveffect {
 namespace {
 
-struct Bucket {
-    int n, r, g, b;
-};
-
-// The window histogram of one row position. `best` is the most frequent bucket (the lowest
-// index among equals) after every completed step.
+// The window histogram of one row position: counts and colour sums per bucket, apart so
+// that the search for the most frequent bucket reads the counts alone.
 class Histogram {
 public:
-    explicit Histogram(int levels) : h_(static_cast<std::size_t>(levels)) {}
+    explicit Histogram(int levels) : n_(static_cast<std::size_t>(levels)), sum_(3 * static_cast<std::size_t>(levels)) {}
     void clear() {
-        std::fill(h_.begin(), h_.end(), Bucket{0, 0, 0, 0});
-        best_ = 0;
+        std::fill(n_.begin(), n_.end(), 0);
+        std::fill(sum_.begin(), sum_.end(), 0);
     }
     void add(int k, const tagRGBA& p) {
-        Bucket& b = h_[static_cast<std::size_t>(k)];
-        ++b.n, b.r += p.r, b.g += p.g, b.b += p.b;
-        const int bn = h_[static_cast<std::size_t>(best_)].n;
-        if (b.n > bn || (b.n == bn && k < best_)) best_ = k;
+        ++n_[static_cast<std::size_t>(k)];
+        int* s = sum_.data() + 3 * static_cast<std::size_t>(k);
+        s[0] += p.r, s[1] += p.g, s[2] += p.b;
     }
-    // Removing from the best bucket may hand the lead to another: rescan after the
-    // removals of a step (see settle).
     void remove(int k, const tagRGBA& p) {
-        Bucket& b = h_[static_cast<std::size_t>(k)];
-        --b.n, b.r -= p.r, b.g -= p.g, b.b -= p.b;
-        if (k == best_) dirty_ = true;
+        --n_[static_cast<std::size_t>(k)];
+        int* s = sum_.data() + 3 * static_cast<std::size_t>(k);
+        s[0] -= p.r, s[1] -= p.g, s[2] -= p.b;
     }
-    void settle() {
-        if (!dirty_) return;
-        dirty_ = false;
-        int best = 0;
-        for (int k = 1; k < static_cast<int>(h_.size()); ++k)
-            if (h_[static_cast<std::size_t>(k)].n > h_[static_cast<std::size_t>(best)].n) best = k;
-        best_ = best;
+    // The most frequent bucket, the lowest index among equals.
+    int best() const {
+        const int* n = n_.data();
+        const int levels = static_cast<int>(n_.size());
+        int top = 0;
+        for (int k = 0; k < levels; ++k) top = n[k] > top ? n[k] : top;
+        int k = 0;
+        while (n[k] != top) ++k;
+        return k;
     }
     // recip[n] = floor(2^40 / n) + 1 makes (sum * recip[n]) >> 40 equal sum / n exactly
     // whenever sum * n < 2^40; here sum <= 255 n and n <= 201^2.
     tagRGBA mean(BYTE alpha, const std::uint64_t* recip) const {
-        const Bucket& b = h_[static_cast<std::size_t>(best_)];
-        const std::uint64_t m = recip[b.n];
+        const int k = best();
+        const std::uint64_t m = recip[n_[static_cast<std::size_t>(k)]];
+        const int* s = sum_.data() + 3 * static_cast<std::size_t>(k);
         auto q = [m](int sum) { return static_cast<BYTE>((static_cast<std::uint64_t>(sum) * m) >> 40); };
-        return tagRGBA{q(b.r), q(b.g), q(b.b), alpha};
+        return tagRGBA{q(s[0]), q(s[1]), q(s[2]), alpha};
     }
 
 private:
-    std::vector<Bucket> h_;
-    int best_ = 0;
-    bool dirty_ = false;
+    std::vector<int> n_, sum_;
 };
 
 }  // namespace
@@ -117,7 +111,6 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
             for (int x = a.left; x < a.right; ++x) {
                 if (x > a.left) {
                     if (x - r - 1 >= 0) column(x - r - 1, false);
-                    hist.settle();
                     if (x + r < W) column(x + r, true);
                 }
                 o[x - a.left] = hist.mean(src[x].a, recip.data());
