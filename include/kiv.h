@@ -64,6 +64,29 @@ struct tagSYSCOL {
     BYTE r, g, b;
 };
 
+/* Noise of kiv::noise. */
+struct tagKIV_NOISE {
+    int amount;        /* strength 0..255: uniform noise lies in -amount..amount; Gaussian noise
+                          has a standard deviation of amount / 2 (at most 3 x amount) */
+    int gaussian;      /* 0 uniform, 1 Gaussian */
+    int mono;          /* nonzero: one value added to red, green and blue alike (grey noise);
+                          0: an independent value per channel */
+    unsigned int seed; /* any value; the same seed gives the same bytes everywhere */
+};
+/* Lighting of kiv::texturize and its file and resource forms, as kiv::emboss lights. */
+struct tagKIV_TEXTURE {
+    double azimuth;   /* light direction, degrees counter-clockwise from the right (90: top) */
+    double elevation; /* light elevation above the image plane, degrees, finite */
+    int depth;        /* relief depth 1..1530 */
+};
+/* Lighting of kiv::bumpmap and kiv::bumpmap_merge. */
+struct tagKIV_BUMPMAP {
+    double azimuth;   /* as tagKIV_TEXTURE */
+    double elevation;
+    int depth;
+    int invert;       /* nonzero: dark parts of the height field stand high */
+};
+
 struct kivMapStore; /* the mapped-file pixel store (opaque) */
 
 /* Colour-space codes of convert_colorspace / convert_rgb (and tagKIV_COLORCUT).  Each space
@@ -704,6 +727,85 @@ public:
     int sblur_blast(tagRECT* rect, int direction, int strength);
 
     /* ---- Effects -------------------------------------------------------------------- */
+    /* Effects change the pixels inside *rect (null or empty: the whole image; clipped to
+     * it) and return 1, or 0 with the image unchanged for an image without pixels, an empty
+     * clipped rectangle or a refused parameter.  A palettized image is raised to 24 bits
+     * (its pixels already hold the colours; its colour map is kept).  Alpha is kept.
+     * Intensity below is (77 R + 150 G + 29 B) >> 8.  Randomised effects take a seed and give
+     * the same bytes for the same seed on every platform and with any number of threads. */
+
+    /* Oil paint: each pixel takes the mean colour (each channel truncated) of the pixels of
+     * the (2 radius + 1)^2 square around it (clipped to the image: pixels outside the
+     * rectangle are read) whose intensity falls in the square's most frequent of `levels`
+     * equal intensity buckets (ties: the darker bucket).  radius 1..100 pixels, levels
+     * 2..256; else refused.  A flat image stays as it is. */
+    int oilpaint(tagRECT* rect, int radius, int levels);
+    /* Mosaic: size x size cells laid from the clipped rectangle's top-left corner (cells at
+     * its right and bottom edges are cut by it); every pixel of a cell takes the cell's mean
+     * red, green and blue (truncated).  size >= 1 pixels (1 changes nothing); else refused. */
+    int pixelize(tagRECT* rect, int size);
+    /* Pyramid tiles: cells as pixelize, each shaded as a four-sided pyramid lit from the top
+     * left.  A pixel belongs to the face of the cell edge nearest to it (ties in the order
+     * top, left, right, bottom); red, green and blue are raised by depth on the top face and
+     * by depth / 2 on the left face, lowered by depth / 2 on the right face and by depth on
+     * the bottom face, clamped.  size >= 2 pixels, depth 0..255 (0 changes nothing); else
+     * refused. */
+    int pyramid(tagRECT* rect, int size, int depth);
+    /* Spread (diffuse): every pixel of the rectangle, in a fixed order, swaps all four bytes
+     * with a pixel picked at random from the square of +-distance pixels around it, clipped
+     * to the rectangle.  The rectangle's pixels are only permuted: their colours as a
+     * multiset stay the same.  distance 0..10000 (0 changes nothing); else refused. */
+    int spread(tagRECT* rect, int distance, unsigned int seed);
+    /* Video display look: red, green and blue of odd image rows are scaled by
+     * (100 - darken) / 100 (scan lines); with stripes > 0 each column keeps one primary
+     * (image column x % 3: 0 red, 1 green, 2 blue) and the other two are scaled by
+     * (100 - stripes) / 100 (an aperture-grille mask).  Integer, truncated.  darken and
+     * stripes 0..100 percent; else refused. */
+    int video(tagRECT* rect, int darken, int stripes);
+    /* Add noise (see tagKIV_NOISE) to red, green and blue, clamped to 0..255.  The value of
+     * each pixel depends only on the seed and its image coordinates.  Refused: a null record,
+     * amount outside 0..255, gaussian outside 0..1.  amount 0 changes nothing. */
+    int noise(tagRECT* rect, tagKIV_NOISE* param);
+
+    /* Textures.  texturize lights the texture's intensity as a height field (as emboss does)
+     * and multiplies the rectangle's red, green and blue by the shade over the shade of a
+     * flat surface (clamped): flat parts of the texture change nothing, slopes facing the
+     * light brighten and the others darken.  The texture is tiled from the rectangle's
+     * top-left corner as given (before clipping) and its slopes wrap across tile edges.
+     * param null: azimuth 135, elevation 45, depth 4.  Refused: a null or empty texture, a
+     * depth outside 1..1530, angles that are not finite, an elevation giving a flat shade
+     * of 0.  texture may be this image. */
+    int texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param);
+    /* texturize with the texture read from a BMP file (uncompressed 1, 4, 8 or 24 bits,
+     * bottom-up or top-down).  0, image unchanged, for a null path, a missing or unreadable
+     * file, or one that is truncated or malformed (header sizes that do not add up). */
+    int texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param);
+#ifdef _WIN32
+    /* texturize with the texture read from a bitmap resource (RT_BITMAP: a packed DIB, as a
+     * BMP file without its file header) of module (null: the program's executable); name is
+     * a resource name or MAKEINTRESOURCEA(id).  0, image unchanged, for a null name, a
+     * missing resource or one the DIB reader refuses (too short for what its header
+     * claims). */
+    int texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, tagKIV_TEXTURE* param);
+#endif
+    /* Write the rectangle's pixels as a 24-bit BMP file at path, for texturize_by_file.  The
+     * file is written under a temporary name in the same directory and then renamed, so a
+     * failure never leaves a partial file under path (an existing file there is replaced
+     * only on success).  0 for a null or empty path, an empty rectangle or a write failure. */
+    int texture_save(tagRECT* rect, const char* path);
+
+    /* Bump map: light the height field given by map's intensity (inverted with invert set)
+     * from (azimuth, elevation) as emboss does, and multiply each pixel's red, green and
+     * blue by the shade / 255.  Image pixel (x, y) takes its height from map pixel (x, y),
+     * coordinates clamped to map's edges (a smaller map repeats its edge pixels); a flat
+     * height field gives every pixel the flat shade sin(elevation) x 255.9 (truncated).
+     * param null: azimuth 135, elevation 45, depth 4, invert 0.  Refused: a null or empty
+     * map, a depth outside 1..1530, angles that are not finite.  map may be this image. */
+    int bumpmap(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param);
+    /* The bump-mapped rectangle blended over the original through blend mode `mode` at
+     * `opacity` (0..255, clamped), as the fills and compositors blend (see "Fills and
+     * gradients"): opacity 255 in mode 0 equals bumpmap; opacity 0 is refused. */
+    int bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode, int opacity);
 
 protected:
     void clearparam(); /* zero every field without releasing anything */

@@ -1,0 +1,85 @@
+// Helpers shared by the effects: rectangle checks, intensity, the per-pixel random stream
+// and the relief lighting of texturize and bumpmap.
+#ifndef KIV_EFFECT_EFFECT_H
+#define KIV_EFFECT_EFFECT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "core/parallel.h"
+#include "filter/filter.h"
+#include "kiv.h"
+
+namespace kiveffect {
+
+using kivfilter::Area;
+using kivfilter::clamp255;
+using kivfilter::normalise;
+using kivfilter::raise_depth_24;
+using kivfilter::row_ptr;
+
+// The library's luminance weights (histogram adjustments use the same).
+inline int intensity(const tagRGBA& p) { return (77 * p.r + 150 * p.g + 29 * p.b) >> 8; }
+
+// Random numbers as a pure function of (seed, x, y, k): no generator state, so the bytes do
+// not depend on the order in which threads visit pixels. splitmix64's finaliser mixes.
+inline std::uint64_t mix64(std::uint64_t z) {
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+inline std::uint64_t pixel_random(std::uint32_t seed, int x, int y, std::uint32_t k) {
+    const std::uint64_t pos = (std::uint64_t(std::uint32_t(y)) << 32) | std::uint32_t(x);
+    const std::uint64_t key = (std::uint64_t(seed) << 32) | k;
+    return mix64(mix64(pos + 0x9E3779B97F4A7C15ull) ^ (key * 0xD1B54A32D192ED03ull));
+}
+// 32 random bits to 0..n-1 by a multiply (no modulo bias worth speaking of, no division).
+inline int below(std::uint32_t bits, std::uint32_t n) {
+    return static_cast<int>((std::uint64_t(bits) * n) >> 32);
+}
+
+// Light of a relief, lit as emboss lights it: the surface normal of a 3x3 neighbourhood
+// of heights h is (Nx, Ny, Nz) with Nx = left column - right column, Ny = bottom row - top
+// row (each the sum of three heights) and Nz = 1530 / depth; the shade is the dot product
+// with the light vector of length 255.9 over |N|, truncated, clamped to 0..255; a flat
+// neighbourhood takes the flat shade trunc(Lz).
+struct Light {
+    double lx, ly, nzlz;
+    int nz2;
+    int flat;
+};
+// False for angles that are not finite or a depth outside 1..1530.
+bool make_light(double azimuth, double elevation, int depth, Light* out);
+
+// Shades of a w x h block from a plane of heights with a one-pixel frame: heights has
+// (w + 2) x (h + 2) values, row-major, and shade (x, y) comes from the 3x3 block centred
+// on heights (x + 1, y + 1). Rows run through the parallel loop.
+void shade_block(const Light& light, const std::vector<int>& heights, int w, int h, std::vector<BYTE>* shade);
+
+// A relief's heights for a w x h block: block pixel (i, j) reads source (col(i), row(j))
+// for i in -1..w, j in -1..h; intensity, inverted (255 - v) when asked.
+template <class Col, class Row>
+std::vector<int> height_plane(kiv* src, int w, int h, bool invert, Col col, Row row) {
+    const std::size_t pw = static_cast<std::size_t>(w) + 2;
+    std::vector<int> plane(pw * (static_cast<std::size_t>(h) + 2));
+    std::vector<int> cols(pw);
+    for (int i = -1; i <= w; ++i) cols[static_cast<std::size_t>(i + 1)] = col(i);
+    kivcore::parallel_for(-1, h + 1, [&](int j) {
+        const tagRGBA* s = row_ptr(src, row(j));
+        int* o = plane.data() + static_cast<std::size_t>(j + 1) * pw;
+        for (std::size_t i = 0; i < pw; ++i) {
+            const int v = intensity(s[cols[i]]);
+            o[i] = invert ? 255 - v : v;
+        }
+    });
+    return plane;
+}
+
+// Reads a packed DIB held in memory (a bitmap resource, say) into img through attachdib;
+// false, img untouched, when the reader refuses it or memory runs out.
+bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img);
+
+}  // namespace kiveffect
+
+#endif
