@@ -11,6 +11,7 @@
 
 #include "kiv.h"
 #include "palette/bmpfile.h"
+#include "support/scratch_dir.h"
 #include "support/test_images.h"
 
 namespace fs = std::filesystem;
@@ -51,33 +52,12 @@ bool same_rgb(kiv& a, kiv& b) {
     return true;
 }
 
-struct Scratch {
-    fs::path dir;
-    Scratch() {
-        dir = fs::temp_directory_path() /
-              ("kiveffect_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    ~Scratch() {
-        std::error_code ec;
-        fs::remove_all(dir, ec);
-    }
-    std::string operator()(const std::string& name) const { return (dir / name).string(); }
-    std::size_t count() const {
-        std::size_t n = 0;
-        for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++n;
-        return n;
-    }
+struct Scratch : kivtest::ScratchDir {
+    Scratch() : kivtest::ScratchDir("kiveffect_") {}
+    std::size_t count() const { return files().size(); }
 };
-
-std::vector<unsigned char> read_bytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<unsigned char>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-void write_bytes(const std::string& path, const std::vector<unsigned char>& b) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
-}
+using kivtest::read_bytes;
+using kivtest::write_bytes;
 
 std::vector<unsigned char> bmp_of(kiv& img) {
     HGLOBAL dib = static_cast<HGLOBAL>(img.createdib());

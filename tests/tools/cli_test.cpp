@@ -8,6 +8,7 @@
 #include "cli.h"
 #include "image_io.h"
 #include "ops.h"
+#include "support/scratch_dir.h"
 #include "support/test_images.h"
 
 namespace fs = std::filesystem;
@@ -26,32 +27,10 @@ CliResult cli(std::vector<std::string> args) {
     return CliResult{code, out.str(), err.str()};
 }
 
-// A scratch directory per test, removed afterwards.
-struct Scratch {
-    fs::path dir;
-    Scratch() {
-        dir = fs::temp_directory_path() /
-              ("kivcli_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    ~Scratch() {
-        std::error_code ec;
-        fs::remove_all(dir, ec);
-    }
-    std::string operator()(const std::string& name) const { return (dir / name).string(); }
-    // Every file in the directory, to prove nothing (such as a temporary) was left behind.
-    std::vector<std::string> files() const {
-        std::vector<std::string> v;
-        for (const auto& e : fs::directory_iterator(dir)) v.push_back(e.path().filename().string());
-        std::sort(v.begin(), v.end());
-        return v;
-    }
+struct Scratch : kivtest::ScratchDir {
+    Scratch() : kivtest::ScratchDir("kivcli_") {}
 };
-
-void write_bytes(const std::string& path, const std::vector<unsigned char>& b) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
-}
+using kivtest::write_bytes;
 
 kiv card() {
     kiv img;
