@@ -746,7 +746,7 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
          "image (operation cache off), Pillow returns a new Image (run in a python3 child process, timed there with "
          "time.perf_counter). kivlib works on 4-byte pixels (alpha kept or set as each operation says), the peers on "
          "3-channel RGB. Pillow is single-threaded; libimagequant uses OpenMP, capped like the others when OpenMP is found at build time. The memcpy column "
-         "copies width x height x 4 bytes (the kivlib image), pooled over all rows of the table. "
+         "copies width x height x 4 bytes (the kivlib image; for the resize rows the source), pooled over all rows of the table. "
          "Ratios: above 1 means kivlib is slower.\n\n"
          "Not compared: kivlib's filter_3x3 has a median (mode 1), so the median row is present; OpenCV and vips "
          "have no palette quantizer, so those cells are empty.\n";
