@@ -2,11 +2,9 @@
 #include <array>
 #include <mutex>
 
-#if defined(__SSE2__) || defined(_M_X64) || defined(_M_AMD64)
-#define KIV_ADJUST_SSE2 1
+#include "core/simd.h"
+#if KIV_HAVE_SSE2
 #include <emmintrin.h>
-#else
-#define KIV_ADJUST_SSE2 0
 #endif
 
 #include "adjust/adjust.h"
@@ -110,7 +108,7 @@ Range rect_range(kiv& img, const tagRECT& rc) {
             std::memset(lo16, 255, sizeof lo16);
             std::memset(hi16, 0, sizeof hi16);
             std::size_t j = 0;
-#if KIV_ADJUST_SSE2
+#if KIV_HAVE_SSE2
             __m128i vlo = _mm_set1_epi8(-1), vhi = _mm_setzero_si128();
             for (; j + 16 <= nb; j += 16) {
                 const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + j));

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
+#include "core/kmath.h"
 
 using namespace kivadjust;
 
@@ -41,7 +42,7 @@ void bright_contrast_table(int brightness, int contrast, u8 (&out)[256]) {
         const bool upper = y > 0.5;
         double t = upper ? 1.0 - y : y;
         if (t < 0.0) t = 0.0;
-        double r = std::pow(2.0 * t, e) * 0.5;
+        double r = kivcore::kmath::pow(2.0 * t, e) * 0.5;
         if (upper) r = 1.0 - r;
         out[i] = entry_from_double(r * 255.0 + 0.5);
     }
@@ -49,7 +50,7 @@ void bright_contrast_table(int brightness, int contrast, u8 (&out)[256]) {
 
 // Entry i of one gamma table: i^(1/p) on the unit scale, rounded half up.
 int gamma_entry(int i, double p) {
-    const double v = std::floor(std::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
+    const double v = std::floor(kivcore::kmath::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
     if (!(v > 0.0)) return 0;  // also NaN
     return v >= 255.0 ? 255 : static_cast<int>(v);
 }

@@ -1,22 +1,23 @@
 // Lit reliefs: texturize (a tiled texture's relief modulates brightness) and bumpmap,
 // bumpmap_merge (a height field lit as emboss lights it).
+#include <cmath>
 #include <algorithm>
 #include <vector>
 
 #include "core/parallel.h"
 #include "effect/effect.h"
-#include "effect/effect_math.h"
+#include "core/kmath.h"
 #include "fill/blend.h"
 
 namespace kiveffect {
 
 bool make_light(double azimuth, double elevation, int depth, Light* out) {
-    if (!em_finite(azimuth) || !em_finite(elevation) || depth < 1 || depth > 1530) return false;
-    const double az = azimuth * kDegToRad, el = elevation * kDegToRad;
+    if (!std::isfinite(azimuth) || !std::isfinite(elevation) || depth < 1 || depth > 1530) return false;
+    const double az = azimuth * kivcore::kmath::kDegToRad, el = elevation * kivcore::kmath::kDegToRad;
     // The same expressions, in the same order, as emboss: the shades agree to the byte.
-    const double Lx = em_cos(az) * em_cos(el) * 255.9;
-    const double Ly = em_sin(az) * em_cos(el) * 255.9;
-    const double Lz = em_sin(el) * 255.9;
+    const double Lx = kivcore::kmath::cos(az) * kivcore::kmath::cos(el) * 255.9;
+    const double Ly = kivcore::kmath::sin(az) * kivcore::kmath::cos(el) * 255.9;
+    const double Lz = kivcore::kmath::sin(el) * 255.9;
     const int Nz = 1530 / depth;  // 6 * 255 over the relief depth
     *out = Light{Lx, Ly, Nz * Lz, Nz * Nz, static_cast<int>(Lz)};
     return true;
@@ -39,7 +40,7 @@ void shade_block(const Light& L, const std::vector<int>& heights, int w, int h, 
                 s = flat;
             } else {
                 const int d = static_cast<int>(Nx * L.lx + Ny * L.ly + L.nzlz);
-                s = d < 0 ? 0 : static_cast<int>(d / em_sqrt(static_cast<double>(Nx * Nx + Ny * Ny + L.nz2)));
+                s = d < 0 ? 0 : static_cast<int>(d / std::sqrt(static_cast<double>(Nx * Nx + Ny * Ny + L.nz2)));
             }
             o[i] = static_cast<BYTE>(clamp255(s));
         }

@@ -5,11 +5,9 @@
 #include <cstddef>
 #include <utility>
 
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+#include "core/simd.h"
+#if KIV_HAVE_SSE2
 #include <emmintrin.h>
-#define KIV_FILL_SSE2 1
-#else
-#define KIV_FILL_SSE2 0
 #endif
 
 namespace kivfill {
@@ -43,7 +41,7 @@ constexpr bool has_vector_blend(int m) {
            m == kDifference || m == kAdd || m == kSubtract;
 }
 
-#if KIV_FILL_SSE2
+#if KIV_HAVE_SSE2
 // (t + (t >> 8)) >> 8 on 16-bit lanes, t <= 65153: the rounding of multiply and screen.
 inline __m128i round_div255_epi16(__m128i t) { return _mm_srli_epi16(_mm_add_epi16(t, _mm_srli_epi16(t, 8)), 8); }
 
@@ -94,7 +92,7 @@ void blend_mix_run(tagRGBA* p, const tagRGBA* c, int c_step, int n, int op) {
     constexpr int green_from = source_channel(M, 1);
     BYTE* pb = reinterpret_cast<BYTE*>(p);
     int i = 0;
-#if KIV_FILL_SSE2
+#if KIV_HAVE_SSE2
     if (!force_scalar_kernels()) {
         const __m128i zero = _mm_setzero_si128();
         const __m128i one = _mm_set1_epi16(1);

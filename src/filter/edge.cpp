@@ -1,10 +1,10 @@
 // Gradient-magnitude edge detector (edge) and the rounded integer square root.
+#include <cmath>
 #include <algorithm>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
 
 namespace kivfilter {
 
@@ -33,7 +33,7 @@ namespace {
 // Squared magnitudes here stay below 2 * 1020^2, far inside the range where the double
 // square root of an integer floors exactly; the correction gives the rounded root.
 inline int rounded_root_small(int n) {
-    int r = static_cast<int>(kivfilter::fm_sqrt(static_cast<double>(n)));
+    int r = static_cast<int>(std::sqrt(static_cast<double>(n)));
     return n - r * r > r ? r + 1 : r;
 }
 

@@ -1,9 +1,10 @@
 // Lit relief (emboss) and bevelled frame (raise_edge).
+#include <cmath>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
+#include "core/kmath.h"
 
 int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
     using namespace kivfilter;
@@ -11,12 +12,12 @@ int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
     if (!normalise(this, rect, &a)) return 0;
     const tagKIV_EMBOSS p = param ? *param : tagKIV_EMBOSS{30.0, 45.0, 20, 1};
     const unsigned depth = static_cast<unsigned>(p.depth) & 0xFFFFu;
-    if (depth == 0 || !fm_finite(p.azimuth) || !fm_finite(p.elevation)) return 0;
+    if (depth == 0 || !std::isfinite(p.azimuth) || !std::isfinite(p.elevation)) return 0;
     set_depth_24(this);
-    const double az = p.azimuth * kDegToRad, el = p.elevation * kDegToRad;
-    const double Lx = fm_cos(az) * fm_cos(el) * 255.9;
-    const double Ly = fm_sin(az) * fm_cos(el) * 255.9;
-    const double Lz = fm_sin(el) * 255.9;
+    const double az = p.azimuth * kivcore::kmath::kDegToRad, el = p.elevation * kivcore::kmath::kDegToRad;
+    const double Lx = kivcore::kmath::cos(az) * kivcore::kmath::cos(el) * 255.9;
+    const double Ly = kivcore::kmath::sin(az) * kivcore::kmath::cos(el) * 255.9;
+    const double Lz = kivcore::kmath::sin(el) * 255.9;
     const int Nz = static_cast<int>(1530u / depth);  // 6 * 255 over the relief depth
     const double NzLz = Nz * Lz;
     const int Nz2 = Nz * Nz;
@@ -41,7 +42,7 @@ int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
                 shade = flat;
             } else {
                 const int d = static_cast<int>(Nx * Lx + Ny * Ly + NzLz);
-                shade = d < 0 ? 0 : static_cast<int>(d / fm_sqrt(static_cast<double>(Nx * Nx + Ny * Ny + Nz2)));
+                shade = d < 0 ? 0 : static_cast<int>(d / std::sqrt(static_cast<double>(Nx * Nx + Ny * Ny + Nz2)));
             }
             shade = clamp255(shade);
             tagRGBA q{0, 0, 0, 0};

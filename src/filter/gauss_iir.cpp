@@ -4,53 +4,54 @@
 // Every line is an independent recursion, so lines are filtered several at a time: each
 // lane of the inner loops is one channel of one line and runs exactly the scalar sequence
 // of operations, which keeps the result identical to filtering the lines one by one.
+#include <cmath>
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
+#include "core/kmath.h"
 #include "filter/gauss_iir.h"
 
 namespace kivfilter {
 
 IirCoef iir_coefficients(double s) {
     IirCoef c{};
-    const double S = fm_sqrt(2.0 * 3.141592653589793) * s;
+    const double S = std::sqrt(2.0 * 3.141592653589793) * s;
     const double a0 = 1.6803 / S, a1 = 3.735 / S, c0 = -0.6803 / S, c1 = -0.2598 / S;
     const double b0 = 1.783 / s, b1 = 1.723 / s, w0 = 0.6318 / s, w1 = 1.997 / s;
-    const double cw0 = fm_cos(w0), sw0 = fm_sin(w0), cw1 = fm_cos(w1), sw1 = fm_sin(w1);
+    const double cw0 = kivcore::kmath::cos(w0), sw0 = kivcore::kmath::sin(w0), cw1 = kivcore::kmath::cos(w1), sw1 = kivcore::kmath::sin(w1);
     c.p[0] = a0 + c0;
-    c.p[1] = fm_exp(-b1) * (c1 * sw1 - (c0 + 2 * a0) * cw1) + fm_exp(-b0) * (a1 * sw0 - (2 * c0 + a0) * cw0);
-    c.p[2] = 2 * fm_exp(-(b0 + b1)) * ((a0 + c0) * cw1 * cw0 - a1 * cw1 * sw0 - c1 * cw0 * sw1) +
-             c0 * fm_exp(-2 * b0) + a0 * fm_exp(-2 * b1);
-    c.p[3] = fm_exp(-(b1 + 2 * b0)) * (c1 * sw1 - c0 * cw1) + fm_exp(-(b0 + 2 * b1)) * (a1 * sw0 - a0 * cw0);
+    c.p[1] = kivcore::kmath::exp(-b1) * (c1 * sw1 - (c0 + 2 * a0) * cw1) + kivcore::kmath::exp(-b0) * (a1 * sw0 - (2 * c0 + a0) * cw0);
+    c.p[2] = 2 * kivcore::kmath::exp(-(b0 + b1)) * ((a0 + c0) * cw1 * cw0 - a1 * cw1 * sw0 - c1 * cw0 * sw1) +
+             c0 * kivcore::kmath::exp(-2 * b0) + a0 * kivcore::kmath::exp(-2 * b1);
+    c.p[3] = kivcore::kmath::exp(-(b1 + 2 * b0)) * (c1 * sw1 - c0 * cw1) + kivcore::kmath::exp(-(b0 + 2 * b1)) * (a1 * sw0 - a0 * cw0);
     c.p[4] = 0.0;
     c.d[0] = 0.0;
-    c.d[1] = -2 * fm_exp(-b1) * cw1 - 2 * fm_exp(-b0) * cw0;
-    c.d[2] = 4 * cw1 * cw0 * fm_exp(-(b0 + b1)) + fm_exp(-2 * b1) + fm_exp(-2 * b0);
-    c.d[3] = -2 * cw0 * fm_exp(-(b0 + 2 * b1)) - 2 * cw1 * fm_exp(-(b1 + 2 * b0));
-    c.d[4] = fm_exp(-2 * (b0 + b1));
+    c.d[1] = -2 * kivcore::kmath::exp(-b1) * cw1 - 2 * kivcore::kmath::exp(-b0) * cw0;
+    c.d[2] = 4 * cw1 * cw0 * kivcore::kmath::exp(-(b0 + b1)) + kivcore::kmath::exp(-2 * b1) + kivcore::kmath::exp(-2 * b0);
+    c.d[3] = -2 * cw0 * kivcore::kmath::exp(-(b0 + 2 * b1)) - 2 * cw1 * kivcore::kmath::exp(-(b1 + 2 * b0));
+    c.d[4] = kivcore::kmath::exp(-2 * (b0 + b1));
     c.m[0] = 0.0;
     for (int k = 1; k <= 4; ++k) c.m[k] = c.p[k] - c.d[k] * c.p[0];
     const double D = 1 + c.d[1] + c.d[2] + c.d[3] + c.d[4];
     const double gp = (c.p[0] + c.p[1] + c.p[2] + c.p[3] + c.p[4]) / D;
     const double gm = (c.m[0] + c.m[1] + c.m[2] + c.m[3] + c.m[4]) / D;
-    c.ok = fm_finite(gp) && fm_finite(gm);
+    c.ok = std::isfinite(gp) && std::isfinite(gm);
     for (int k = 0; k <= 4; ++k) {
         // Steady-state weight of a sample before the start (after the end) of the line.
         c.ep[k] = c.p[k] - gp * c.d[k];
         c.em[k] = c.m[k] - gm * c.d[k];
-        c.ok = c.ok && fm_finite(c.p[k]) && fm_finite(c.d[k]) && fm_finite(c.m[k]) &&
-               fm_finite(c.ep[k]) && fm_finite(c.em[k]);
+        c.ok = c.ok && std::isfinite(c.p[k]) && std::isfinite(c.d[k]) && std::isfinite(c.m[k]) &&
+               std::isfinite(c.ep[k]) && std::isfinite(c.em[k]);
     }
     c.gp = gp;
     c.gm = gm;
     return c;
 }
 
-bool iir_sigma_ok(double s) { return s > 0.0 && fm_finite(s) && iir_coefficients(s).ok; }
+bool iir_sigma_ok(double s) { return s > 0.0 && std::isfinite(s) && iir_coefficients(s).ok; }
 
 namespace {
 

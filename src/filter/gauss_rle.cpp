@@ -3,6 +3,7 @@
 // The weights are integers and every sum fits 32 bits, so the result is the exact integer
 // sum of tap times clamped sample, whatever the evaluation order.  That lets the lines be
 // computed as plain vectorised convolutions, rows in parallel, instead of one run at a time.
+#include <cmath>
 #include "filter/gauss_rle.h"
 
 #include <algorithm>
@@ -11,20 +12,20 @@
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
+#include "core/kmath.h"
 
 namespace kivfilter {
 
 bool rle_kernel(double sigma, RleKernel* k) {
     if (!(sigma > 0.0) || !(sigma <= kRleMaxSigma)) return false;
-    int L = static_cast<int>(fm_ceil(fm_sqrt(-(fm_log(1.0 / 255.0) * 2 * (sigma * sigma)))) * 2);
+    int L = static_cast<int>(std::ceil(std::sqrt(-(kivcore::kmath::log(1.0 / 255.0) * 2 * (sigma * sigma)))) * 2);
     if (L % 2 == 0) L = L + 1;
     const int h = L / 2;
     std::vector<int> taps(static_cast<std::size_t>(2 * h + 1));
     for (int j = -h; j <= h; ++j)
         taps[static_cast<std::size_t>(j + h)] =
             j == 0 ? 255
-                   : static_cast<int>(255.0 * fm_exp(-(static_cast<double>(j) * j) / (2 * (sigma * sigma))));
+                   : static_cast<int>(255.0 * kivcore::kmath::exp(-(static_cast<double>(j) * j) / (2 * (sigma * sigma))));
     k->h = h;
     k->prefix.assign(static_cast<std::size_t>(2 * h + 1), 0);
     for (int i = 0; i < 2 * h; ++i)

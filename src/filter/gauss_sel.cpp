@@ -5,12 +5,13 @@
 // precision; a row is computed with one lane per pixel, each offset in turn, so the order of
 // the additions for every pixel stays the scalar one.  A neighbour that does not qualify
 // adds 0.0, which leaves a non-negative sum unchanged.
+#include <cmath>
 #include <algorithm>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
+#include "core/kmath.h"
 
 int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
     using namespace kivfilter;
@@ -31,11 +32,11 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         return 1;
     }
     const double sigma = radius / 3.329042969;
-    const double norm = 1 / fm_sqrt(2 * 3.141592653589793 * sigma);
+    const double norm = 1 / std::sqrt(2 * 3.141592653589793 * sigma);
     std::vector<double> K(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < n; ++j)
-            K[static_cast<std::size_t>(i) * n + j] = fm_exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
+            K[static_cast<std::size_t>(i) * n + j] = kivcore::kmath::exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
 
     const int W = m_width, H = m_height;
     for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {

@@ -4,13 +4,14 @@
 // The sampling blurs take nearest-pixel samples from the whole image (coordinates clamped)
 // and average them with rounding; positions are computed once per call (linear, radial) or
 // per pixel, always in the same order, so the result does not depend on the threads.
+#include <cmath>
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
+#include "core/kmath.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ constexpr int kMaxArcSamples = 256;   // mblur_radial, mblur_zoom
 constexpr int kMaxStreak = 1000;      // sblur_wind, sblur_blast
 constexpr double kTwoPi = 6.283185307179586;
 
-inline int round_to_int(double v) { return static_cast<int>(fm_floor(v + 0.5)); }
+inline int round_to_int(double v) { return static_cast<int>(std::floor(v + 0.5)); }
 
 // Clamps a sample position to the image; positions far outside stay far from int overflow
 // because every caller keeps them within a few image sizes.
@@ -62,7 +63,7 @@ double farthest(const Area& a, double cx, double cy) {
     double best = 0.0;
     for (double x : {static_cast<double>(a.left), static_cast<double>(a.right - 1)})
         for (double y : {static_cast<double>(a.top), static_cast<double>(a.bottom - 1)}) {
-            const double d = fm_sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy));
+            const double d = std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy));
             best = d > best ? d : best;
         }
     return best;
@@ -115,10 +116,10 @@ bool streak_args_ok(int direction, int strength) {
 
 int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
     Area a;
-    if (!normalise(this, rect, &a) || !fm_finite(angle) || distance < 0 || distance > kMaxDistance) return 0;
+    if (!normalise(this, rect, &a) || !std::isfinite(angle) || distance < 0 || distance > kMaxDistance) return 0;
     raise_depth_24(this);
     if (distance == 0) return 1;
-    const double rad = angle * kDegToRad, c = fm_cos(rad), s = fm_sin(rad);
+    const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad), s = kivcore::kmath::sin(rad);
     std::vector<int> dx, dy;
     for (int k = 0; k <= distance; ++k) {
         const double t = k - distance / 2.0;
@@ -138,15 +139,15 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
     if (!normalise(this, rect, &a) || !(angle >= 0.0 && angle <= 360.0) || !centre_ok(this, cx, cy)) return 0;
     raise_depth_24(this);
     if (angle == 0.0) return 1;
-    const double span = angle * kDegToRad;
+    const double span = angle * kivcore::kmath::kDegToRad;
     // About one sample per pixel of arc at the farthest corner.
-    const double want = fm_ceil(farthest(a, cx, cy) * span) + 1.0;
+    const double want = std::ceil(farthest(a, cx, cy) * span) + 1.0;
     const int n = want < 2.0 ? 2 : (want > kMaxArcSamples ? kMaxArcSamples : static_cast<int>(want));
     std::vector<double> cs(static_cast<std::size_t>(n)), sn(cs.size());
     for (int k = 0; k < n; ++k) {
         const double t = span * (static_cast<double>(k) / (n - 1) - 0.5);
-        cs[static_cast<std::size_t>(k)] = fm_cos(t);
-        sn[static_cast<std::size_t>(k)] = fm_sin(t);
+        cs[static_cast<std::size_t>(k)] = kivcore::kmath::cos(t);
+        sn[static_cast<std::size_t>(k)] = kivcore::kmath::sin(t);
     }
     per_pixel(this, a, [&](int x, int y) {
         const double ox = x - cx, oy = y - cy;
@@ -164,15 +165,15 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     raise_depth_24(this);
     if (amount == 0) return 1;
     per_pixel(this, a, [&](int x, int y) {
-        const double ox = x - cx, oy = y - cy, r = fm_sqrt(ox * ox + oy * oy);
+        const double ox = x - cx, oy = y - cy, r = std::sqrt(ox * ox + oy * oy);
         const tagRGBA& self = row_ptr(this, y)[x];
         if (r < 0.5) return self;  // the centre does not move
         const double span = std::min(amount / r, kTwoPi);
         const int n = amount + 1;
-        const double step = span / amount, c = fm_cos(step), s = fm_sin(step);
+        const double step = span / amount, c = kivcore::kmath::cos(step), s = kivcore::kmath::sin(step);
         // Start half the arc back, then rotate by one step per sample.
-        double vx = ox * fm_cos(-span / 2) - oy * fm_sin(-span / 2);
-        double vy = ox * fm_sin(-span / 2) + oy * fm_cos(-span / 2);
+        double vx = ox * kivcore::kmath::cos(-span / 2) - oy * kivcore::kmath::sin(-span / 2);
+        double vy = ox * kivcore::kmath::sin(-span / 2) + oy * kivcore::kmath::cos(-span / 2);
         Mean m;
         for (int k = 0; k < n; ++k) {
             m.add(sample(this, cx + round_to_int(vx), cy + round_to_int(vy)));
@@ -193,7 +194,7 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
     const double reach = amount / 100.0;
     per_pixel(this, a, [&](int x, int y) {
         const double ox = x - cx, oy = y - cy;
-        const double want = fm_ceil(fm_sqrt(ox * ox + oy * oy) * reach) + 1.0;
+        const double want = std::ceil(std::sqrt(ox * ox + oy * oy) * reach) + 1.0;
         const int n = want < 2.0 ? 2 : (want > kMaxArcSamples ? kMaxArcSamples : static_cast<int>(want));
         Mean m;
         for (int k = 0; k < n; ++k) {

@@ -1,4 +1,5 @@
 // Sharpening and local contrast: sharpen2, unsharp_mask, unsharp_mask2, enhance.
+#include <cmath>
 #include <algorithm>
 #include <cstdint>
 #include <vector>
@@ -6,7 +7,6 @@
 #include "core/color_models.h"
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/filter_math.h"
 
 namespace {
 
@@ -144,7 +144,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
             };
             const double mean = box(s1) / n;
             const double var = box(s2) / n - mean * mean;
-            const double sd = fm_sqrt(var > 0.0 ? var : 0.0);
+            const double sd = std::sqrt(var > 0.0 ? var : 0.0);
             double g = 40.0 / (sd + 1.0);  // flat areas get the most gain
             g = g < 1.0 ? 1.0 : (g > 3.0 ? 3.0 : g);
             const double gain = 1.0 + gain_scale * (g - 1.0);

@@ -6,11 +6,8 @@
 #include <cstring>
 
 #include "core/checked.h"
+#include "core/simd.h"
 #include "kiv.h"
-
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-#  define KIV_GEOM_SSE2 1
-#endif
 
 namespace kivgeom {
 

@@ -7,7 +7,7 @@
 #include "core/parallel.h"
 #include "geometry/geometry.h"
 
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
@@ -33,7 +33,7 @@ void turn_tile_scalar(kiv& src, kiv& t, int x0, int x1, int y0, int y1, bool ccw
     }
 }
 
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
 // Full 16 x 16 tile as 4 x 4 transposes of whole pixels.
 void turn_tile_sse2(kiv& src, kiv& t, int x0, int y0, bool ccw) {
     const int W = src.m_width, H = src.m_height;
@@ -82,7 +82,7 @@ void kiv::rotate(int dir) {
         const int y0 = band * kTurnBlock, y1 = std::min(H, y0 + kTurnBlock);
         for (int x0 = 0; x0 < W; x0 += kTurnBlock) {
             const int x1 = std::min(W, x0 + kTurnBlock);
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
             if (x1 - x0 == kTurnBlock && y1 - y0 == kTurnBlock && !kivgeom::force_scalar()) {
                 turn_tile_sse2(*this, turned, x0, y0, ccw);
                 continue;

@@ -15,7 +15,7 @@
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
 
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
@@ -124,7 +124,7 @@ void hpass_rows_scalar(kiv& src, kiv& dst, const Contributions& c, int y0, int y
     }
 }
 
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
 // Four bytes (one pixel) to four doubles in two registers.
 inline void pixel_to_pd(const BYTE* p, __m128d& lo, __m128d& hi) {
     int v;
@@ -178,7 +178,7 @@ void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1)
 
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
     kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
         if (!force_scalar()) return hpass_rows_sse2(src, dst, c, y0, y1);
 #endif
         hpass_rows_scalar(src, dst, c, y0, y1);
@@ -192,7 +192,7 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     const std::size_t line = static_cast<std::size_t>(dst.m_width) * 4;  // bytes of a row
     const std::size_t strip = static_cast<std::size_t>(kStripPixels) * 4;
     std::vector<double> acc(strip);
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
     const bool sse = !force_scalar();
 #endif
     for (int y = y0; y < y1; ++y) {
@@ -207,7 +207,7 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
                 const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, ix[k])) + x0;
                 const double wk = w[k];
                 std::size_t j = 0;
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
                 if (sse) {
                     const __m128i z = _mm_setzero_si128();
                     const __m128d wv = _mm_set1_pd(wk);
@@ -230,7 +230,7 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
                 for (; j < len; ++j) acc[j] += wk * s[j];
             }
             std::size_t j = 0;
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
             if (sse)
                 for (; j < len; j += 4)
                     store_pixel(_mm_loadu_pd(&acc[j]), _mm_loadu_pd(&acc[j + 2]),

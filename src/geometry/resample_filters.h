@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "geometry/geom_math.h"
+#include "core/kmath.h"
 
 namespace kivgeom {
 
@@ -16,7 +16,8 @@ struct ResampleFilter {
 
 namespace filters {
 
-using gmath::kPi;
+namespace kmath = kivcore::kmath;
+using kmath::kPi;
 
 // The double nearest sqrt(2 / pi).
 inline constexpr double kSqrt2OverPi = 0.79788456080286535588;
@@ -24,7 +25,7 @@ inline constexpr double kSqrt2OverPi = 0.79788456080286535588;
 inline double sinc(double t) {
     if (t == 0.0) return 1.0;
     double a = kPi * t;
-    return gmath::sin(a) / a;
+    return kmath::sin(a) / a;
 }
 
 // Powers are always formed as x2 = |x| * |x| and x3 = x2 * |x|, the polynomials evaluated
@@ -42,13 +43,13 @@ inline double hermite(double x) {
     return 0.0;
 }
 
-inline double hanning(double x) { return 0.5 + 0.5 * gmath::cos(kPi * x); }
-inline double hamming(double x) { return 0.54 + 0.46 * gmath::cos(kPi * x); }
+inline double hanning(double x) { return 0.5 + 0.5 * kmath::cos(kPi * x); }
+inline double hamming(double x) { return 0.54 + 0.46 * kmath::cos(kPi * x); }
 inline double blackman(double x) {
-    return 0.42 + 0.5 * gmath::cos(kPi * x) + 0.08 * gmath::cos(2.0 * kPi * x);
+    return 0.42 + 0.5 * kmath::cos(kPi * x) + 0.08 * kmath::cos(2.0 * kPi * x);
 }
 
-inline double gaussian(double x) { return gmath::exp(-2.0 * x * x) * kSqrt2OverPi; }
+inline double gaussian(double x) { return kmath::exp(-2.0 * x * x) * kSqrt2OverPi; }
 
 inline double quadratic(double x) {
     double ax = std::fabs(x);
@@ -93,7 +94,7 @@ inline double lanczos3(double x) {
 
 inline double bessel(double x) {
     if (x == 0.0) return kPi / 4.0;
-    return gmath::bessel_j1(kPi * x) / (2.0 * x);
+    return kmath::bessel_j1(kPi * x) / (2.0 * x);
 }
 
 inline double sinc_filter(double x) { return sinc(x); }

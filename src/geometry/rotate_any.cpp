@@ -3,7 +3,7 @@
 #include <new>
 
 #include "core/parallel.h"
-#include "geometry/geom_math.h"
+#include "core/kmath.h"
 #include "geometry/geometry.h"
 
 namespace {
@@ -24,7 +24,7 @@ int turned_extent(double a, double b) {
 int kiv::rotate_any(double degrees, COLORREF background, int method) {
     if (!m_pixels || (method != 0 && method != 1)) return 0;
     double s, c;
-    if (!kivgeom::gmath::sincos_degrees(degrees, &s, &c)) return 0;
+    if (!kivcore::kmath::sincos_degrees(degrees, &s, &c)) return 0;
     const int W = m_width, H = m_height;
     const double as = std::fabs(s), ac = std::fabs(c);
     const int nw = turned_extent(W * ac, H * as), nh = turned_extent(W * as, H * ac);

@@ -7,7 +7,7 @@
 #include "core/parallel.h"
 #include "geometry/geometry.h"
 
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
@@ -113,7 +113,7 @@ int kiv::zoom_linear(int w, int h) {
             const tagRGBA* r1 = row_ptr(*this, v.i1);
             const float fy = v.f, gy = 1.0f - v.f;
             tagRGBA* d = row_ptr(result, y);
-#if KIV_GEOM_SSE2
+#if KIV_HAVE_SSE2
             if (!kivgeom::force_scalar()) {
                 // Channels in lanes; each lane runs the scalar expression below.
                 const __m128i z = _mm_setzero_si128();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/kmath.h"
 #include "kiv.h"
 #include "palette/bmpfile.h"
 #include "support/scratch_dir.h"
@@ -92,7 +93,7 @@ TEST(BumpMap, FlatHeightFieldGivesTheFlatShade) {
         tagKIV_BUMPMAP p{70, el, 9, 0};
         tagRECT r{2, 1, 40, 8};
         ASSERT_EQ(1, img.bumpmap(&r, &map, &p));
-        const int shade = static_cast<int>(std::sin(el * 0.017453292519943295) * 255.9);
+        const int shade = static_cast<int>(kivcore::kmath::sin(el * 0.017453292519943295) * 255.9);
         for (int y = 0; y < 9; ++y)
             for (int x = 0; x < 21; ++x) {
                 const tagRGBA s = px(src, x, y), q = px(img, x, y);

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/kmath.h"
 #include "filter/gauss_iir.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
@@ -60,12 +61,12 @@ void ref_iir(kiv& img, tagRECT* rect, double sx, double sy) {
 
 // The integer Gaussian's taps for offsets -h..h, computed here from the formula.
 std::vector<int> rle_taps(double sigma, int* half) {
-    int L = static_cast<int>(std::ceil(std::sqrt(-(std::log(1.0 / 255.0) * 2 * sigma * sigma))) * 2);
+    int L = static_cast<int>(std::ceil(std::sqrt(-(kivcore::kmath::log(1.0 / 255.0) * 2 * sigma * sigma))) * 2);
     if (L % 2 == 0) ++L;
     const int h = L / 2;
     std::vector<int> k(2 * h + 1);
     for (int j = -h; j <= h; ++j)
-        k[j + h] = j == 0 ? 255 : static_cast<int>(255.0 * std::exp(-(double(j) * j) / (2 * sigma * sigma)));
+        k[j + h] = j == 0 ? 255 : static_cast<int>(255.0 * kivcore::kmath::exp(-(double(j) * j) / (2 * sigma * sigma)));
     *half = h;
     return k;
 }
@@ -142,7 +143,7 @@ void ref_sel(kiv& img, tagRECT* rect, double radius, int threshold) {
                 if (x + dx < 0 || x + dx >= img.m_width) continue;
                 for (int dy = -(n - 1); dy <= n - 1; ++dy) {
                     if (y + dy < 0 || y + dy >= img.m_height) continue;
-                    const double k = std::exp((dx * dx + dy * dy) / (-2 * (sigma * sigma))) * norm;
+                    const double k = kivcore::kmath::exp((dx * dx + dy * dy) / (-2 * (sigma * sigma))) * norm;
                     const tagRGBA p = px(copy, x + dx, y + dy);
                     const int v[3] = {p.r, p.g, p.b};
                     for (int ch = 0; ch < 3; ++ch) {

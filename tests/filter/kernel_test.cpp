@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/kmath.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
 
@@ -115,9 +116,9 @@ void ref_emboss(kiv& img, tagRECT* rect, tagKIV_EMBOSS p) {
     img.m_bits = 24;
     kiv src(img);
     const double k = 0.017453292519943295;
-    const double Lx = std::cos(p.azimuth * k) * std::cos(p.elevation * k) * 255.9;
-    const double Ly = std::sin(p.azimuth * k) * std::cos(p.elevation * k) * 255.9;
-    const double Lz = std::sin(p.elevation * k) * 255.9;
+    const double Lx = kivcore::kmath::cos(p.azimuth * k) * kivcore::kmath::cos(p.elevation * k) * 255.9;
+    const double Ly = kivcore::kmath::sin(p.azimuth * k) * kivcore::kmath::cos(p.elevation * k) * 255.9;
+    const double Lz = kivcore::kmath::sin(p.elevation * k) * 255.9;
     const int Nz = static_cast<int>(1530u / (static_cast<unsigned>(p.depth) & 0xFFFFu));
     auto at = [&](int x, int y) {
         return px(src, std::clamp(x, 0, img.m_width - 1), std::clamp(y, 0, img.m_height - 1));

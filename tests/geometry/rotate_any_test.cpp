@@ -1,36 +1,16 @@
-// rotate_any: the library's own sine and cosine, quarter turns equal to rotate, sizes,
-// background corners and refusals.
+// rotate_any: quarter turns equal to rotate, sizes, background corners and refusals (its
+// sine and cosine are tested with the shared maths).
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
-#include "geometry/geom_math.h"
 #include "kiv.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
 using kivtest::px;
 using kivtest::random_image;
-
-TEST(RotateAny, SeriesSineAndCosineAreAccurateAndExactAtQuarterTurns) {
-    double s, c;
-    for (double d = -725.0; d <= 725.0; d += 0.37) {
-        ASSERT_TRUE(kivgeom::gmath::sincos_degrees(d, &s, &c));
-        // Reduced exactly in degrees, then converted in extended precision where available.
-        const long double r = std::fmod(d, 360.0) * (3.14159265358979323846264338327950288L / 180.0L);
-        EXPECT_NEAR(static_cast<double>(std::sin(r)), s, 8e-16) << d;  // a few ulps
-        EXPECT_NEAR(static_cast<double>(std::cos(r)), c, 8e-16) << d;
-    }
-    const double quarter[][3] = {{0, 0, 1}, {90, 1, 0}, {180, 0, -1}, {270, -1, 0}, {-90, -1, 0}, {450, 1, 0}, {-720, 0, 1}};
-    for (auto& q : quarter) {
-        ASSERT_TRUE(kivgeom::gmath::sincos_degrees(q[0], &s, &c));
-        EXPECT_EQ(q[1], s) << q[0];
-        EXPECT_EQ(q[2], c) << q[0];
-    }
-    EXPECT_FALSE(kivgeom::gmath::sincos_degrees(std::numeric_limits<double>::quiet_NaN(), &s, &c));
-    EXPECT_FALSE(kivgeom::gmath::sincos_degrees(std::numeric_limits<double>::infinity(), &s, &c));
-}
 
 TEST(RotateAny, QuarterTurnsEqualTheExactOperations) {
     const int sizes[][2] = {{1, 1}, {7, 4}, {6, 9}};
