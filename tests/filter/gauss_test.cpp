@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "filter/gauss_iir.h"
+#include "filter/filter.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
 
@@ -283,4 +284,30 @@ TEST(FilterGaussFamily, SingleThreadGivesTheSameBytes) {
     a.blur_gauss_rle(&r, 3);
     a.blur_gauss_sel(&r, 3, 40);
     EXPECT_TRUE(images_equal(a, b));
+}
+
+// Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,
+// on the vector and the portable paths and on one to three threads.
+TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
+    struct Big {
+        int w, h;
+        tagRECT r;
+        bool whole;
+    };
+    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}, false}, {45, 291, {2, -4, 40, 280}, false}, {300, 262, {}, true}};
+    for (int scalar = 0; scalar < 2; ++scalar)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(scalar != 0);
+            kiv::setthreads(threads);
+            for (const Big& b : bigs) {
+                tagRECT r = b.r;
+                tagRECT* rp = b.whole ? nullptr : &r;
+                kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
+                ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
+                ref_iir(want, rp, 1.5, 4.0);
+                EXPECT_TRUE(images_equal(got, want)) << "iir " << b.w << "x" << b.h << " scalar " << scalar << " threads " << threads;
+            }
+        }
+    kivfilter::set_force_scalar(false);
+    kiv::setthreads(0);
 }
