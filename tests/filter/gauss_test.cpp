@@ -1,9 +1,12 @@
 // The Gaussian blurs: numeric anchors, literal scalar references (one line at a time, run
 // by run for the integer Gaussian), progress sequences.
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <vector>
 
 #include "filter/gauss_iir.h"
+#include "core/color_models.h"
 #include "filter/filter.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
@@ -310,4 +313,66 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
         }
     kivfilter::set_force_scalar(false);
     kiv::setthreads(0);
+}
+
+namespace {
+
+int ref_unsharp_value(int O, int B, int amount, int threshold) {
+    const int D = O - B;
+    if (std::abs(D) < threshold) return O;
+    const int v = O + D * amount / 100;
+    return v < 0 ? 0 : (v > 255 ? 255 : v);
+}
+
+// unsharp_mask (grey = false) and unsharp_mask2 (grey = true) written out per pixel over the
+// reference blur.
+void ref_unsharp(kiv& img, tagRECT* rect, double radius, int amount, int threshold, bool grey) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    kiv src(img);
+    if (grey)
+        for (int i = 0; i < src.m_packets; ++i) {
+            tagRGBA& p = src.m_pixels[i];
+            const BYTE l = static_cast<BYTE>(kivcore::rgb_to_hls(p.r, p.g, p.b).l);
+            p = tagRGBA{l, l, l, 0};
+        }
+    kiv blurred(src);
+    ref_iir(blurred, &r, radius, radius);
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            tagRGBA& o = img.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            const tagRGBA& s = src.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            const tagRGBA& b = blurred.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            if (grey) {
+                const int d = ref_unsharp_value(s.r, b.r, amount, threshold) - s.r;
+                auto add = [&](BYTE& c) { c = static_cast<BYTE>(std::clamp(c + d, 0, 255)); };
+                add(o.r);
+                add(o.g);
+                add(o.b);
+            } else {
+                o.r = static_cast<BYTE>(ref_unsharp_value(s.r, b.r, amount, threshold));
+                o.g = static_cast<BYTE>(ref_unsharp_value(s.g, b.g, amount, threshold));
+                o.b = static_cast<BYTE>(ref_unsharp_value(s.b, b.b, amount, threshold));
+            }
+        }
+    if (img.m_bits < 24) img.m_bits = 24;
+}
+
+}  // namespace
+
+TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
+    const struct {
+        double radius;
+        int amount, threshold;
+    } rows[] = {{0.7, 150, 0}, {2.5, 37, 3}, {1.5, 1000, 9}, {4.0, 0, 0}, {2.0, 500, 255}};
+    for (Case c : cases())
+        for (auto& row : rows)
+            for (int grey = 0; grey < 2; ++grey) {
+                kiv got = random_image(c.w, c.h, 24, c.w * 3 + c.h), want(got);
+                ASSERT_EQ(grey ? got.unsharp_mask2(rect_of(c), row.radius, row.amount, row.threshold)
+                               : got.unsharp_mask(rect_of(c), row.radius, row.amount, row.threshold),
+                          1);
+                ref_unsharp(want, rect_of(c), row.radius, row.amount, row.threshold, grey != 0);
+                EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
+            }
 }
