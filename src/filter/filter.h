@@ -5,11 +5,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "kiv.h"
 
+#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+#  define KIV_FILTER_SSE2 1
+#else
+#  define KIV_FILTER_SSE2 0
+#endif
+
 namespace kivfilter {
+
+// Forces the portable loops instead of the SSE2 ones, so the tests can hold both to the
+// same bytes.
+void set_force_scalar(bool on);
+bool force_scalar();
 
 // A clipped, non-empty rectangle of an image.
 struct Area {
@@ -74,6 +88,33 @@ private:
 // Passes that report progress run in batches of this many lines: large enough to keep
 // every worker busy, small enough for a responsive progress bar.
 constexpr int kProgressBatch = 256;
+
+// Scratch blocks handed from chunk to chunk across the parallel loops of one operation, so a
+// worker allocates (and faults in) its line buffers once instead of once per chunk.
+template <class T>
+class ScratchPool {
+public:
+    template <class Make>
+    std::unique_ptr<T> take(Make make) {
+        {
+            std::lock_guard<std::mutex> lock(m_);
+            if (!free_.empty()) {
+                std::unique_ptr<T> p = std::move(free_.back());
+                free_.pop_back();
+                return p;
+            }
+        }
+        return make();
+    }
+    void give(std::unique_ptr<T> p) {
+        std::lock_guard<std::mutex> lock(m_);
+        free_.push_back(std::move(p));
+    }
+
+private:
+    std::mutex m_;
+    std::vector<std::unique_ptr<T>> free_;
+};
 
 // Copy of a rectangle's pixels, row-major at width w.
 inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {

@@ -14,6 +14,10 @@
 #include "core/kmath.h"
 #include "filter/gauss_iir.h"
 
+#if KIV_FILTER_SSE2
+#  include <emmintrin.h>
+#endif
+
 namespace kivfilter {
 
 IirCoef iir_coefficients(double s) {
@@ -55,126 +59,246 @@ bool iir_sigma_ok(double s) { return s > 0.0 && std::isfinite(s) && iir_coeffici
 
 namespace {
 
-// L lanes, n positions, lane-interleaved (element i * L + l). Causal pass into yp, then the
-// anticausal pass into ym, each output formed from both.
-template <int L>
-void iir_lanes(const IirCoef& c, int n, const double* x, double* yp, double* ym, unsigned char* out) {
-    const double* first = x;
-    const double* last = x + static_cast<std::size_t>(n - 1) * L;
+// L lanes, n positions, lane-interleaved bytes (element i * S + l; S >= L leaves room for a
+// whole vector load). The causal pass writes
+// yp; the anticausal pass forms each output from yp and its own value. Past inputs (and
+// past anticausal outputs) are kept in four-slot rings, slot i & 3 for position i, so the
+// only n-long arrays are the bytes in and out and yp: the working set stays in L2.
+template <int L, int S>
+void iir_lanes(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
+    double first[L], last[L], xr[4][L], yr[4][L];
+    for (int l = 0; l < L; ++l) {
+        first[l] = x[l];
+        last[l] = x[static_cast<std::size_t>(n - 1) * S + l];
+    }
     for (int i = 0; i < n; ++i) {
-        const double* xi = x + static_cast<std::size_t>(i) * L;
+        const unsigned char* xb = x + static_cast<std::size_t>(i) * S;
         double* yi = yp + static_cast<std::size_t>(i) * L;
         double acc[L];
         // d0 = 0 and the position's own output is still 0, so the k = 0 term is p0 * x.
-        for (int l = 0; l < L; ++l) acc[l] = c.p[0] * xi[l];
-        if (i >= 4) {
-            for (int k = 1; k <= 4; ++k) {
+        for (int l = 0; l < L; ++l) acc[l] = c.p[0] * xb[l];
+        for (int k = 1; k <= 4; ++k) {
+            if (k <= i) {
                 const double pk = c.p[k], dk = c.d[k];
-                const double* xk = xi - static_cast<std::size_t>(k) * L;
+                const double* xk = xr[(i - k) & 3];
                 const double* yk = yi - static_cast<std::size_t>(k) * L;
                 for (int l = 0; l < L; ++l) acc[l] += pk * xk[l] - dk * yk[l];
-            }
-        } else {
-            for (int k = 1; k <= 4; ++k) {
-                if (k <= i) {
-                    const double pk = c.p[k], dk = c.d[k];
-                    const double* xk = xi - static_cast<std::size_t>(k) * L;
-                    const double* yk = yi - static_cast<std::size_t>(k) * L;
-                    for (int l = 0; l < L; ++l) acc[l] += pk * xk[l] - dk * yk[l];
-                } else {
-                    const double e = c.ep[k];
-                    for (int l = 0; l < L; ++l) acc[l] += e * first[l];
-                }
+            } else {
+                const double e = c.ep[k];
+                for (int l = 0; l < L; ++l) acc[l] += e * first[l];
             }
         }
-        for (int l = 0; l < L; ++l) yi[l] = acc[l];
+        double* xs = xr[i & 3];
+        for (int l = 0; l < L; ++l) {
+            xs[l] = xb[l];
+            yi[l] = acc[l];
+        }
     }
     for (int i = 0; i < n; ++i) {
         const int j = n - 1 - i;
-        const double* xj = x + static_cast<std::size_t>(j) * L;
-        double* yj = ym + static_cast<std::size_t>(j) * L;
+        const unsigned char* xb = x + static_cast<std::size_t>(j) * S;
         double acc[L];
         // m0 = 0 and d0 = 0: the k = 0 term adds nothing.
         for (int l = 0; l < L; ++l) acc[l] = 0.0;
-        if (i >= 4) {
-            for (int k = 1; k <= 4; ++k) {
+        for (int k = 1; k <= 4; ++k) {
+            if (k <= i) {
                 const double mk = c.m[k], dk = c.d[k];
-                const double* xk = xj + static_cast<std::size_t>(k) * L;
-                const double* yk = yj + static_cast<std::size_t>(k) * L;
+                const double* xk = xr[(i - k) & 3];
+                const double* yk = yr[(i - k) & 3];
                 for (int l = 0; l < L; ++l) acc[l] += mk * xk[l] - dk * yk[l];
-            }
-        } else {
-            for (int k = 1; k <= 4; ++k) {
-                if (k <= i) {
-                    const double mk = c.m[k], dk = c.d[k];
-                    const double* xk = xj + static_cast<std::size_t>(k) * L;
-                    const double* yk = yj + static_cast<std::size_t>(k) * L;
-                    for (int l = 0; l < L; ++l) acc[l] += mk * xk[l] - dk * yk[l];
-                } else {
-                    const double e = c.em[k];
-                    for (int l = 0; l < L; ++l) acc[l] += e * last[l];
-                }
+            } else {
+                const double e = c.em[k];
+                for (int l = 0; l < L; ++l) acc[l] += e * last[l];
             }
         }
         const double* pj = yp + static_cast<std::size_t>(j) * L;
-        unsigned char* oj = out + static_cast<std::size_t>(j) * L;
+        unsigned char* oj = out + static_cast<std::size_t>(j) * S;
+        double* xs = xr[i & 3];
+        double* ys = yr[i & 3];
         for (int l = 0; l < L; ++l) {
-            yj[l] = acc[l];
+            xs[l] = xb[l];
+            ys[l] = acc[l];
             oj[l] = clamp_trunc_byte(pj[l] + acc[l]);
         }
     }
 }
 
-// Four lines at a time, three channels each.
+// Four lines at a time, three channels each; each position's bytes take a whole vector.
 constexpr int kLines = 4;
 constexpr int kLanes = 3 * kLines;
+constexpr int kStride = 16;
 
-struct Scratch {
-    std::vector<double> x, yp, ym;
-    std::vector<unsigned char> out;
-    explicit Scratch(int n)
-        : x(static_cast<std::size_t>(n) * kLanes), yp(x.size()), ym(x.size()), out(x.size()) {}
-};
+#if KIV_FILTER_SSE2
+// Bytes 0..11 of p as six pairs of doubles.
+inline void load_lanes(const unsigned char* p, __m128d* d) {
+    const __m128i z = _mm_setzero_si128();
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
+    const __m128i q[3] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z), _mm_unpacklo_epi16(hi, z)};
+    for (int t = 0; t < 3; ++t) {
+        d[2 * t] = _mm_cvtepi32_pd(q[t]);
+        d[2 * t + 1] = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[t], 0xEE));
+    }
+}
 
-// Filters lines [b, e) of a block. Line q, position i is pixel at(q, i). Lines beyond the
-// last fill their lanes with a copy of the last line; their results are dropped.
-template <class In, class Out>
-void iir_group(const IirCoef& c, int n, int lines, int q0, Scratch& s, In in, Out outp) {
-    for (int g = 0; g < kLines; ++g) {
-        const int q = std::min(q0 + g, lines - 1);
-        for (int i = 0; i < n; ++i) {
-            const tagRGBA& p = in(q, i);
-            double* xi = s.x.data() + static_cast<std::size_t>(i) * kLanes + 3 * g;
-            xi[0] = p.r;
-            xi[1] = p.g;
-            xi[2] = p.b;
+// iir_lanes<kLanes, kStride> with each pair of lanes in one register: the same operations
+// in the same order per lane. Clamping by max(v, 0) then min(v, 255) also sends NaN to 0.
+void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
+    __m128d first[6], last[6], xr[4][6], yr[4][6];
+    load_lanes(x, first);
+    load_lanes(x + static_cast<std::size_t>(n - 1) * kStride, last);
+    const __m128d p0 = _mm_set1_pd(c.p[0]);
+    for (int i = 0; i < n; ++i) {
+        double* yi = yp + static_cast<std::size_t>(i) * kLanes;
+        __m128d xi[6], acc[6];
+        load_lanes(x + static_cast<std::size_t>(i) * kStride, xi);
+        for (int t = 0; t < 6; ++t) acc[t] = _mm_mul_pd(p0, xi[t]);
+        for (int k = 1; k <= 4; ++k) {
+            if (k <= i) {
+                const __m128d pk = _mm_set1_pd(c.p[k]), dk = _mm_set1_pd(c.d[k]);
+                const __m128d* xk = xr[(i - k) & 3];
+                const double* yk = yi - static_cast<std::size_t>(k) * kLanes;
+                for (int t = 0; t < 6; ++t)
+                    acc[t] = _mm_add_pd(acc[t], _mm_sub_pd(_mm_mul_pd(pk, xk[t]), _mm_mul_pd(dk, _mm_loadu_pd(yk + 2 * t))));
+            } else {
+                const __m128d e = _mm_set1_pd(c.ep[k]);
+                for (int t = 0; t < 6; ++t) acc[t] = _mm_add_pd(acc[t], _mm_mul_pd(e, first[t]));
+            }
+        }
+        // Slot i & 3 held position i - 4, read above for k = 4.
+        for (int t = 0; t < 6; ++t) {
+            xr[i & 3][t] = xi[t];
+            _mm_storeu_pd(yi + 2 * t, acc[t]);
         }
     }
-    iir_lanes<kLanes>(c, n, s.x.data(), s.yp.data(), s.ym.data(), s.out.data());
-    for (int g = 0; g < kLines && q0 + g < lines; ++g)
-        for (int i = 0; i < n; ++i) {
-            tagRGBA& p = outp(q0 + g, i);
-            const unsigned char* o = s.out.data() + static_cast<std::size_t>(i) * kLanes + 3 * g;
-            p.r = o[0];
-            p.g = o[1];
-            p.b = o[2];
+    const __m128d zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
+    for (int i = 0; i < n; ++i) {
+        const int j = n - 1 - i;
+        __m128d xj[6], acc[6];
+        load_lanes(x + static_cast<std::size_t>(j) * kStride, xj);
+        for (int t = 0; t < 6; ++t) acc[t] = zero;
+        for (int k = 1; k <= 4; ++k) {
+            if (k <= i) {
+                const __m128d mk = _mm_set1_pd(c.m[k]), dk = _mm_set1_pd(c.d[k]);
+                const __m128d* xk = xr[(i - k) & 3];
+                const __m128d* yk = yr[(i - k) & 3];
+                for (int t = 0; t < 6; ++t)
+                    acc[t] = _mm_add_pd(acc[t], _mm_sub_pd(_mm_mul_pd(mk, xk[t]), _mm_mul_pd(dk, yk[t])));
+            } else {
+                const __m128d e = _mm_set1_pd(c.em[k]);
+                for (int t = 0; t < 6; ++t) acc[t] = _mm_add_pd(acc[t], _mm_mul_pd(e, last[t]));
+            }
         }
+        const double* pj = yp + static_cast<std::size_t>(j) * kLanes;
+        __m128i q[3];
+        for (int t = 0; t < 6; ++t) {
+            xr[i & 3][t] = xj[t];
+            yr[i & 3][t] = acc[t];
+            acc[t] = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_loadu_pd(pj + 2 * t), acc[t]), zero), top);
+        }
+        for (int t = 0; t < 3; ++t)
+            q[t] = _mm_unpacklo_epi64(_mm_cvttpd_epi32(acc[2 * t]), _mm_cvttpd_epi32(acc[2 * t + 1]));
+        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], _mm_setzero_si128()));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + static_cast<std::size_t>(j) * kStride), b);
+    }
+}
+#endif
+
+void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
+#if KIV_FILTER_SSE2
+    if (!force_scalar()) return iir_lanes_sse2(c, n, x, yp, out);
+#endif
+    iir_lanes<kLanes, kStride>(c, n, x, yp, out);
+}
+
+// Groups filtered together: their 16 neighbouring columns make one 64-byte row segment, so
+// the column pass reads and writes whole cache lines.
+constexpr int kSweep = 4;
+
+// Rows ahead that the column pass asks the cache for.
+constexpr int kAhead = 8;
+
+inline void prefetch(const void* p) {
+#if KIV_FILTER_SSE2
+    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
+#else
+    (void)p;
+#endif
+}
+
+struct Scratch {
+    std::vector<unsigned char> x, out;
+    std::vector<double> yp;
+    explicit Scratch(int n)
+        : x(static_cast<std::size_t>(n) * kStride * kSweep), out(x.size()), yp(static_cast<std::size_t>(n) * kLanes) {}
+};
+
+// Filters lines [q0, end) (at most kSweep groups of kLines) into out. Line q, position i is
+// pixel in(q, i). Lanes past `end` copy the last line; their results are dropped. Every
+// input is read before any output is written, so out may be the input block itself.
+// Across (columns) the positions run in the outer loop, so each row segment is read and
+// written whole; along (rows) each line is read in turn, because rows a power-of-two
+// stride apart read side by side would compete for the same cache sets.
+template <bool Across, class In, class Out>
+void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out outp) {
+    const int used = end - q0, lanes = (used + kLines - 1) / kLines * kLines;
+    const std::size_t plane = static_cast<std::size_t>(n) * kStride;
+    auto slot = [&](unsigned char* base, int g, int i) {
+        return base + static_cast<std::size_t>(g / kLines) * plane + static_cast<std::size_t>(i) * kStride + 3 * (g % kLines);
+    };
+    auto get = [&](int g, int i) {
+        const tagRGBA& p = in(q0 + std::min(g, used - 1), i);
+        unsigned char* xi = slot(s.x.data(), g, i);
+        xi[0] = p.r;
+        xi[1] = p.g;
+        xi[2] = p.b;
+    };
+    auto put = [&](int g, int i) {
+        const unsigned char* o = slot(s.out.data(), g, i);
+        tagRGBA& p = outp(q0 + g, i);
+        p.r = o[0];
+        p.g = o[1];
+        p.b = o[2];
+    };
+    if (Across) {
+        for (int i = 0; i < n; ++i) {
+            // Each row segment lies on its own page, out of the hardware prefetcher's reach.
+            if (i + kAhead < n) prefetch(&in(q0, i + kAhead));
+            for (int g = 0; g < lanes; ++g) get(g, i);
+        }
+    } else {
+        for (int g = 0; g < lanes; ++g)
+            for (int i = 0; i < n; ++i) get(g, i);
+    }
+    for (int g = 0; g < lanes / kLines; ++g)
+        iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
+    if (Across) {
+        for (int i = 0; i < n; ++i) {
+            if (i + kAhead < n) prefetch(&outp(q0, i + kAhead));
+            for (int g = 0; g < used; ++g) put(g, i);
+        }
+    } else {
+        for (int g = 0; g < used; ++g)
+            for (int i = 0; i < n; ++i) put(g, i);
+    }
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.
-template <class In, class Out>
+template <bool Across, class In, class Out>
 void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* progress) {
+    constexpr int kSpan = kLines * kSweep;
+    ScratchPool<Scratch> pool;
     for (int b0 = 0; b0 < lines; b0 += kProgressBatch) {
         const int b1 = std::min(lines, b0 + kProgressBatch);
-        const int groups = (b1 - b0 + kLines - 1) / kLines;
-        kivcore::parallel_chunks(0, groups, [&](int gb, int ge) {
-            Scratch s(n);
+        const int sweeps = (b1 - b0 + kSpan - 1) / kSpan;
+        kivcore::parallel_chunks(0, sweeps, [&](int gb, int ge) {
+            std::unique_ptr<Scratch> s = pool.take([&] { return std::make_unique<Scratch>(n); });
             for (int g = gb; g < ge; ++g) {
-                const int q0 = b0 + g * kLines;
-                // The group may not reach past this batch's last line.
-                const int q_end = std::min(b1, q0 + kLines);
-                iir_group(c, n, q_end, q0, s, in, out);
+                const int q0 = b0 + g * kSpan;
+                // A sweep may not reach past this batch's last line.
+                iir_sweep<Across>(c, n, q0, std::min(b1, q0 + kSpan), *s, in, out);
             }
+            pool.give(std::move(s));
         });
         if (progress) progress->done(b1 - b0);
     }
@@ -188,18 +312,16 @@ bool iir_blur_block(const tagRGBA* src, std::ptrdiff_t src_stride, tagRGBA* dst,
     const IirCoef cy = iir_coefficients(sy);
     const IirCoef cx = sx == sy ? cy : iir_coefficients(sx);
     if (!cy.ok || !cx.ok) return false;
-    // Columns into tmp, then rows of tmp into dst: dst may alias src.
-    std::vector<tagRGBA> tmp(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
-    tagRGBA* t = tmp.data();
-    const std::size_t tw = static_cast<std::size_t>(w);
-    iir_pass(
+    // Columns of src into dst, then rows of dst in place. A sweep reads all of its lines
+    // before it writes them and sweeps own disjoint lines, so dst may be src itself.
+    iir_pass<true>(
         cy, h, w,
         [&](int q, int i) -> const tagRGBA& { return src[static_cast<std::ptrdiff_t>(i) * src_stride + q]; },
-        [&](int q, int i) -> tagRGBA& { return t[static_cast<std::size_t>(i) * tw + static_cast<std::size_t>(q)]; },
+        [&](int q, int i) -> tagRGBA& { return dst[static_cast<std::ptrdiff_t>(i) * dst_stride + q]; },
         progress);
-    iir_pass(
+    iir_pass<false>(
         cx, w, h,
-        [&](int q, int i) -> const tagRGBA& { return t[static_cast<std::size_t>(q) * tw + static_cast<std::size_t>(i)]; },
+        [&](int q, int i) -> const tagRGBA& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
         [&](int q, int i) -> tagRGBA& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
         progress);
     return true;

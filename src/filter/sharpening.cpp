@@ -2,6 +2,7 @@
 #include <cmath>
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "core/color_models.h"
@@ -27,6 +28,15 @@ inline int unsharp_value(int O, int B, int amount, int threshold) {
     const int D = O - B;
     if ((D < 0 ? -D : D) < threshold) return O;
     return clamp255(O + D * amount / 100);
+}
+
+// unsharp_value for every (original, blurred) pair, built once per call: the per-pixel step
+// becomes one look-up per channel instead of a division.
+std::vector<unsigned char> unsharp_table(int amount, int threshold) {
+    std::vector<unsigned char> t(256 * 256);
+    for (int O = 0; O < 256; ++O)
+        for (int B = 0; B < 256; ++B) t[static_cast<std::size_t>(O) * 256 + B] = static_cast<unsigned char>(unsharp_value(O, B, amount, threshold));
+    return t;
 }
 
 inline int lightness(const tagRGBA& p) { return kivcore::rgb_to_hls(p.r, p.g, p.b).l; }
@@ -62,18 +72,23 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
     raise_depth_24(this);
     const int w = a.w(), h = a.h();
-    std::vector<tagRGBA> src = read_area(this, a), blurred(src.size());
+    const std::size_t W = static_cast<std::size_t>(m_width);
+    // The blur reads the image in place; every channel it writes is written before it is
+    // read, so the buffer needs no clearing.
+    std::unique_ptr<tagRGBA[]> blurred(new tagRGBA[static_cast<std::size_t>(w) * static_cast<std::size_t>(h)]);
+    const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     LineProgress progress(this, static_cast<long long>(w) + h);
-    iir_blur_block(src.data(), w, blurred.data(), w, w, h, radius, radius, &progress);
+    iir_blur_block(row_ptr(this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred.get(), w, w, h, radius, radius,
+                   &progress);
     progress.term();
     kivcore::parallel_for(0, h, [&](int j) {
         tagRGBA* o = row_ptr(this, a.top + j) + a.left;
-        const tagRGBA* s = src.data() + static_cast<std::size_t>(j) * w;
-        const tagRGBA* b = blurred.data() + static_cast<std::size_t>(j) * w;
+        const tagRGBA* b = blurred.get() + static_cast<std::size_t>(j) * w;
+        const unsigned char* t = lut.data();
         for (int i = 0; i < w; ++i) {
-            o[i].r = static_cast<BYTE>(unsharp_value(s[i].r, b[i].r, amount, threshold));
-            o[i].g = static_cast<BYTE>(unsharp_value(s[i].g, b[i].g, amount, threshold));
-            o[i].b = static_cast<BYTE>(unsharp_value(s[i].b, b[i].b, amount, threshold));
+            o[i].r = t[o[i].r * 256 + b[i].r];
+            o[i].g = t[o[i].g * 256 + b[i].g];
+            o[i].b = t[o[i].b * 256 + b[i].b];
         }
     });
     return 1;
@@ -84,26 +99,27 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
     if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
     raise_depth_24(this);
     const int w = a.w(), h = a.h();
-    const std::vector<tagRGBA> src = read_area(this, a);
     // Lightness as a grey image, blurred like the colour channels of unsharp_mask.
-    std::vector<tagRGBA> light(src.size());
+    std::vector<tagRGBA> light(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
     kivcore::parallel_for(0, h, [&](int j) {
         const std::size_t at = static_cast<std::size_t>(j) * w;
+        const tagRGBA* src = row_ptr(this, a.top + j) + a.left;
         for (int i = 0; i < w; ++i) {
-            const BYTE l = static_cast<BYTE>(lightness(src[at + i]));
+            const BYTE l = static_cast<BYTE>(lightness(src[i]));
             light[at + i] = tagRGBA{l, l, l, 0};
         }
     });
-    std::vector<tagRGBA> blurred(src.size());
+    std::vector<tagRGBA> blurred(light.size());
     LineProgress progress(this, static_cast<long long>(w) + h);
     iir_blur_block(light.data(), w, blurred.data(), w, w, h, radius, radius, &progress);
     progress.term();
+    const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     kivcore::parallel_for(0, h, [&](int j) {
         tagRGBA* o = row_ptr(this, a.top + j) + a.left;
         const std::size_t at = static_cast<std::size_t>(j) * w;
         for (int i = 0; i < w; ++i) {
             const int L = light[at + i].r;
-            add_to_rgb(o[i], unsharp_value(L, blurred[at + i].r, amount, threshold) - L);
+            add_to_rgb(o[i], lut[static_cast<std::size_t>(L) * 256 + blurred[at + i].r] - L);
         }
     });
     return 1;

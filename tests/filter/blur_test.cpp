@@ -98,6 +98,27 @@ TEST(FilterBlurSimple, MatchesReferenceOnRandomImages) {
         }
 }
 
+// Rows wider than one accumulator strip, radii on both sides of the 16-bit sum and product
+// limits, rectangles partly outside, one to three threads.
+TEST(FilterBlurSimple, WideRowsAndRadiusLimitsMatchReference) {
+    const tagRECT rects[] = {{-7, 2, 290, 23}, {3, -1, 700, 30}};
+    for (int threads = 1; threads <= 3; ++threads) {
+        kiv::setthreads(threads);
+        for (const tagRECT& r0 : rects)
+            for (int rad : {3, 14, 16, 256, 257}) {
+                tagRECT r = r0;
+                kiv got = random_image(531, 27, 24, static_cast<std::uint64_t>(rad * 3 + threads));
+                // Bright pixels, so sums near the limits really occur.
+                for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].g |= 0xE0;
+                kiv want(got);
+                ASSERT_EQ(got.blur_simple(&r, rad), 1);
+                ref_blur_simple(want, &r, rad);
+                EXPECT_TRUE(images_equal(got, want)) << "r " << rad << " threads " << threads;
+            }
+    }
+    kiv::setthreads(0);
+}
+
 TEST(FilterBlurSimple, RowsOutsideTheRectangleNeverCountColumnsDo) {
     // Bright pixels above/below the rectangle must not leak in; left/right ones must.
     kiv img = flat_image(9, 9, tagRGBA{0, 0, 0, 9});

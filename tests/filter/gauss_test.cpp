@@ -1,10 +1,14 @@
 // The Gaussian blurs: numeric anchors, literal scalar references (one line at a time, run
 // by run for the integer Gaussian), progress sequences.
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <vector>
 
 #include "core/kmath.h"
 #include "filter/gauss_iir.h"
+#include "core/color_models.h"
+#include "filter/filter.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
 
@@ -284,4 +288,92 @@ TEST(FilterGaussFamily, SingleThreadGivesTheSameBytes) {
     a.blur_gauss_rle(&r, 3);
     a.blur_gauss_sel(&r, 3, 40);
     EXPECT_TRUE(images_equal(a, b));
+}
+
+// Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,
+// on the vector and the portable paths and on one to three threads.
+TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
+    struct Big {
+        int w, h;
+        tagRECT r;
+        bool whole;
+    };
+    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}, false}, {45, 291, {2, -4, 40, 280}, false}, {300, 262, {}, true}};
+    for (int scalar = 0; scalar < 2; ++scalar)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(scalar != 0);
+            kiv::setthreads(threads);
+            for (const Big& b : bigs) {
+                tagRECT r = b.r;
+                tagRECT* rp = b.whole ? nullptr : &r;
+                kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
+                ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
+                ref_iir(want, rp, 1.5, 4.0);
+                EXPECT_TRUE(images_equal(got, want)) << "iir " << b.w << "x" << b.h << " scalar " << scalar << " threads " << threads;
+            }
+        }
+    kivfilter::set_force_scalar(false);
+    kiv::setthreads(0);
+}
+
+namespace {
+
+int ref_unsharp_value(int O, int B, int amount, int threshold) {
+    const int D = O - B;
+    if (std::abs(D) < threshold) return O;
+    const int v = O + D * amount / 100;
+    return v < 0 ? 0 : (v > 255 ? 255 : v);
+}
+
+// unsharp_mask (grey = false) and unsharp_mask2 (grey = true) written out per pixel over the
+// reference blur.
+void ref_unsharp(kiv& img, tagRECT* rect, double radius, int amount, int threshold, bool grey) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    kiv src(img);
+    if (grey)
+        for (int i = 0; i < src.m_packets; ++i) {
+            tagRGBA& p = src.m_pixels[i];
+            const BYTE l = static_cast<BYTE>(kivcore::rgb_to_hls(p.r, p.g, p.b).l);
+            p = tagRGBA{l, l, l, 0};
+        }
+    kiv blurred(src);
+    ref_iir(blurred, &r, radius, radius);
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) {
+            tagRGBA& o = img.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            const tagRGBA& s = src.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            const tagRGBA& b = blurred.m_pixels[static_cast<std::size_t>(y) * img.m_width + x];
+            if (grey) {
+                const int d = ref_unsharp_value(s.r, b.r, amount, threshold) - s.r;
+                auto add = [&](BYTE& c) { c = static_cast<BYTE>(std::clamp(c + d, 0, 255)); };
+                add(o.r);
+                add(o.g);
+                add(o.b);
+            } else {
+                o.r = static_cast<BYTE>(ref_unsharp_value(s.r, b.r, amount, threshold));
+                o.g = static_cast<BYTE>(ref_unsharp_value(s.g, b.g, amount, threshold));
+                o.b = static_cast<BYTE>(ref_unsharp_value(s.b, b.b, amount, threshold));
+            }
+        }
+    if (img.m_bits < 24) img.m_bits = 24;
+}
+
+}  // namespace
+
+TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
+    const struct {
+        double radius;
+        int amount, threshold;
+    } rows[] = {{0.7, 150, 0}, {2.5, 37, 3}, {1.5, 1000, 9}, {4.0, 0, 0}, {2.0, 500, 255}};
+    for (Case c : cases())
+        for (auto& row : rows)
+            for (int grey = 0; grey < 2; ++grey) {
+                kiv got = random_image(c.w, c.h, 24, c.w * 3 + c.h), want(got);
+                ASSERT_EQ(grey ? got.unsharp_mask2(rect_of(c), row.radius, row.amount, row.threshold)
+                               : got.unsharp_mask(rect_of(c), row.radius, row.amount, row.threshold),
+                          1);
+                ref_unsharp(want, rect_of(c), row.radius, row.amount, row.threshold, grey != 0);
+                EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
+            }
 }

@@ -155,6 +155,25 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
         }
 }
 
+// Rows of several vector widths plus a tail, chunk boundaries at one to three threads, the
+// vector and the portable row conversion.
+TEST(FilterKernel3x3, WideRowsOnBothPathsAndThreadCounts) {
+    for (int scalar = 0; scalar < 2; ++scalar)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(scalar != 0);
+            kiv::setthreads(threads);
+            for (unsigned mode : {0u, 1u, 5u, 12u, 14u}) {
+                tagRECT r{-3, 2, 190, 40};
+                kiv got = random_image(203, 41, 24, static_cast<std::uint64_t>(mode * 5 + threads)), want(got);
+                ASSERT_EQ(got.filter_3x3(&r, mode), 1);
+                ref_3x3(want, &r, mode);
+                EXPECT_TRUE(images_equal(got, want)) << "mode " << mode << " scalar " << scalar << " threads " << threads;
+            }
+        }
+    kivfilter::set_force_scalar(false);
+    kiv::setthreads(0);
+}
+
 TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
     // Low-contrast noise puts |O - Sh| into every band of modes 14 and 15.
     for (unsigned mode : {14u, 15u}) {
