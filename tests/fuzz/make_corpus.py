@@ -4,7 +4,8 @@
 Run once after a change to what the readers accept; the files are committed.
     tests/fuzz/make_corpus.py [PATH_TO_KIV_PROGRAM]
 The kiv program (e.g. build/linux/bin/kiv) supplies one command line per operation for the
-cli corpus from its own help texts; without it that corpus is left as it is.
+cli corpus, and the cli dictionary (cli.dict), from its own help texts; without it both are
+left as they are.
 """
 import os
 import struct
@@ -153,6 +154,11 @@ def main():
         write("cli", "rect", b"in.bmp\nrect\n2\n3\n9\n7\ninvert\nrect\n0\n0\n0\n0\nflip\n-o\nout.png")
         names = [l.split()[0] for l in subprocess.run([kiv, "--list"], capture_output=True, text=True, check=True)
                  .stdout.splitlines() if l.strip() and not l.startswith("rect ")]
+        # Words for the fuzzer to splice in: every operation name and awkward numbers.
+        words = names + ["rect", "-o", "help", "--list", "2147483647", "-2147483648", "4294967295", "0x7fffffff",
+                         "#ffffff", "1e308", "-1e308", "nan", "inf", "0.5", "-1"]
+        with open(os.path.join(HERE, "cli.dict"), "w") as f:
+            f.write("".join('"\\n%s\\n"\n' % w for w in words))
         for op in names:
             text = subprocess.run([kiv, "help", op], capture_output=True, text=True, check=True).stdout
             example = [l for l in text.splitlines() if l.strip().startswith("example: kiv ")]

@@ -1,6 +1,8 @@
 // Command-line parsing and the operation pipeline of the kiv program.
 #include "cli.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 
@@ -182,9 +184,11 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
             ++k;
         }
         if (!s.op) {
-            s.rect = tagRECT{static_cast<LONG>(s.call.args[0]), static_cast<LONG>(s.call.args[1]),
-                             static_cast<LONG>(s.call.args[0] + s.call.args[2]),
-                             static_cast<LONG>(s.call.args[1] + s.call.args[3])};
+            // X + W may pass the int range: the far edge saturates, as the library's own
+            // boxes do, instead of an out-of-range conversion.
+            auto edge = [](double v) { return static_cast<LONG>(std::clamp<double>(v, INT32_MIN, INT32_MAX)); };
+            s.rect = tagRECT{edge(s.call.args[0]), edge(s.call.args[1]), edge(s.call.args[0] + s.call.args[2]),
+                             edge(s.call.args[1] + s.call.args[3])};
         }
         steps.push_back(s);
     }
