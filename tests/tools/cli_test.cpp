@@ -282,8 +282,8 @@ TEST(Cli, EveryOperationCopesWithSmallPalettizedAndEmptyImages) {
     }
 }
 
-// `rect X Y W H` whose far edge passes the int range saturates there (the fuzzer's first
-// find: the sum was converted to int out of range).
+// `rect X Y W H` whose far edge passes the int range saturates there (the sum used to be
+// converted to int out of range).
 TEST(Cli, RectEdgesSaturateAtTheIntRange) {
     struct Case {
         std::vector<std::string> xywh;
