@@ -158,7 +158,7 @@ def main():
         words = names + ["rect", "-o", "help", "--list", "2147483647", "-2147483648", "4294967295", "0x7fffffff",
                          "#ffffff", "1e308", "-1e308", "nan", "inf", "0.5", "-1"]
         with open(os.path.join(HERE, "cli.dict"), "w") as f:
-            f.write("".join('"\\n%s\\n"\n' % w for w in words))
+            f.write("".join('"\\x0A%s\\x0A"\n' % w for w in words))
         for op in names:
             text = subprocess.run([kiv, "help", op], capture_output=True, text=True, check=True).stdout
             example = [l for l in text.splitlines() if l.strip().startswith("example: kiv ")]
