@@ -71,8 +71,8 @@ struct Snapshot {
     bool operator==(const Snapshot& o) const {
         return w == o.w && h == o.h && bits == o.bits && colors == o.colors && px.size() == o.px.size() &&
                map.size() == o.map.size() &&
-               std::memcmp(px.data(), o.px.data(), px.size() * sizeof(tagRGBA)) == 0 &&
-               std::memcmp(map.data(), o.map.data(), map.size() * sizeof(tagRGBA)) == 0;
+               (px.empty() || std::memcmp(px.data(), o.px.data(), px.size() * sizeof(tagRGBA)) == 0) &&
+               (map.empty() || std::memcmp(map.data(), o.map.data(), map.size() * sizeof(tagRGBA)) == 0);
     }
 };
 
