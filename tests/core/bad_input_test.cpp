@@ -866,9 +866,10 @@ TEST(BadInput, FreeFunctions) {
         GlobalFree(r);
         return r == nullptr;
     };
-    tagRECT far = far_rect(), neg = neg_rect(), huge = huge_rect();
+    // (windows.h defines far and near as macros)
+    tagRECT outside = far_rect(), neg = neg_rect(), huge = huge_rect();
     EXPECT_TRUE(null_result(kivCrop(nullptr, nullptr)));
-    EXPECT_TRUE(null_result(kivCrop(dib, &far)));
+    EXPECT_TRUE(null_result(kivCrop(dib, &outside)));
     EXPECT_TRUE(null_result(kivCrop(dib, &neg)));
     EXPECT_FALSE(null_result(kivCrop(dib, &huge)));
     for (int mode : {-1, 5, INT_MAX, INT_MIN}) {
