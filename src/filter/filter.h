@@ -12,11 +12,7 @@
 
 #include "kiv.h"
 
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-#  define KIV_FILTER_SSE2 1
-#else
-#  define KIV_FILTER_SSE2 0
-#endif
+#include "core/simd.h"
 
 namespace kivfilter {
 

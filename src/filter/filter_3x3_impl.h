@@ -7,7 +7,7 @@
 
 #include "core/parallel.h"
 
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
@@ -19,7 +19,7 @@ inline void planes_from_pixels(unsigned char* dst, std::size_t pw, const tagRGBA
     const unsigned char* s = reinterpret_cast<const unsigned char*>(src);
     unsigned char* d[3] = {dst + 1, dst + pw + 1, dst + 2 * pw + 1};
     std::size_t i = 0;
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
     if (!force_scalar()) {
         const __m128i lo = _mm_set1_epi32(0xFF);
         for (; i + 16 <= n; i += 16) {

@@ -14,7 +14,7 @@
 #include "core/kmath.h"
 #include "filter/gauss_iir.h"
 
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
@@ -128,7 +128,7 @@ constexpr int kLines = 4;
 constexpr int kLanes = 3 * kLines;
 constexpr int kStride = 16;
 
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
 // Bytes 0..11 of p as six pairs of doubles.
 inline void load_lanes(const unsigned char* p, __m128d* d) {
     const __m128i z = _mm_setzero_si128();
@@ -205,7 +205,7 @@ void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp,
 #endif
 
 void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
     if (!force_scalar()) return iir_lanes_sse2(c, n, x, yp, out);
 #endif
     iir_lanes<kLanes, kStride>(c, n, x, yp, out);
@@ -219,7 +219,7 @@ constexpr int kSweep = 4;
 constexpr int kAhead = 8;
 
 inline void prefetch(const void* p) {
-#if KIV_FILTER_SSE2
+#if KIV_HAVE_SSE2
     _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
 #else
     (void)p;

@@ -63,6 +63,9 @@ void turn_tile_sse2(kiv& src, kiv& t, int x0, int y0, bool ccw) {
 bool clip_xywh(kiv& img, int x, int y, int w, int h, tagRECT* out) {
     if (!img.m_pixels) return false;
     tagRECT r = kivgeom::rect_from_xywh(x, y, w, h);
+    // A real box that clamping at INT_MAX made empty starts past the last int column or row:
+    // outside the image, not the "empty means everything" case.
+    if (w > 0 && h > 0 && (r.right <= r.left || r.bottom <= r.top)) return false;
     return img.validaterect(&r, out) != 0;
 }
 

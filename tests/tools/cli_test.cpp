@@ -260,3 +260,34 @@ TEST(Cli, EveryOperationCopesWithSmallPalettizedAndEmptyImages) {
         call.rect = nullptr;
     }
 }
+
+// `rect X Y W H` whose far edge passes the int range saturates there (the sum used to be
+// converted to int out of range).
+TEST(Cli, RectEdgesSaturateAtTheIntRange) {
+    struct Case {
+        std::vector<std::string> xywh;
+        tagRECT want;
+    } cases[] = {
+        {{"2147483647", "0", "2147483647", "1"}, {INT32_MAX, 0, INT32_MAX, 1}},
+        {{"-2147483648", "-2147483648", "-2147483648", "-1"}, {INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN}},
+        {{"1", "2", "3", "4"}, {1, 2, 4, 6}},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> args{"in.bmp", "rect"};
+        args.insert(args.end(), c.xywh.begin(), c.xywh.end());
+        args.insert(args.end(), {"flip", "-o", "out.png"});
+        kivcli::Pipeline p;
+        std::ostringstream err;
+        ASSERT_EQ(kivcli::parse_pipeline(args, &p, err), kivcli::kExitOk) << err.str();
+        ASSERT_EQ(p.steps.size(), 2u);
+        const tagRECT& r = p.steps[0].rect;
+        EXPECT_EQ(r.left, c.want.left);
+        EXPECT_EQ(r.top, c.want.top);
+        EXPECT_EQ(r.right, c.want.right);
+        EXPECT_EQ(r.bottom, c.want.bottom);
+        // Running it on an image must refuse or clip, never touch memory outside.
+        kiv img = kivtest::random_image(5, 3, 24, 1);
+        kivcli::run_pipeline(p, img, err);
+        EXPECT_EQ(img.packets(), 15);
+    }
+}

@@ -1,6 +1,8 @@
 // Command-line parsing and the operation pipeline of the kiv program.
 #include "cli.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 
@@ -84,12 +86,6 @@ int help_op(const std::string& name, std::ostream& out, std::ostream& err) {
     return kExitOk;
 }
 
-struct Step {
-    const OpSpec* op;  // null for `rect`
-    OpCall call;
-    tagRECT rect;
-};
-
 }  // namespace
 
 int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -121,9 +117,28 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
         return run_demo(dir, out, err);
     }
 
+    Pipeline p;
+    if (int code = parse_pipeline(args, &p, err); code != kExitOk) return code;
+    try {
+        kiv img;
+        load_image(p.input, img);
+        if (int code = run_pipeline(p, img, err); code != kExitOk) return code;
+        save_image(p.output, img);
+    } catch (const CliError& e) {
+        err << "kiv: " << e.what() << "\n";
+        return kExitFailed;
+    } catch (const std::bad_alloc&) {
+        err << "kiv: out of memory\n";
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostream& err) {
+    std::string& input = p->input;
+    std::string& output = p->output;
+    std::vector<Step>& steps = p->steps;
     // INPUT [OP ARGS...]... -o OUTPUT
-    std::string input, output;
-    std::vector<Step> steps;
     for (std::size_t k = 0; k < args.size(); ++k) {
         const std::string& a = args[k];
         if (a == "-o") {
@@ -169,9 +184,11 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
             ++k;
         }
         if (!s.op) {
-            s.rect = tagRECT{static_cast<LONG>(s.call.args[0]), static_cast<LONG>(s.call.args[1]),
-                             static_cast<LONG>(s.call.args[0] + s.call.args[2]),
-                             static_cast<LONG>(s.call.args[1] + s.call.args[3])};
+            // X + W may pass the int range: the far edge saturates, as the library's own
+            // boxes do, instead of an out-of-range conversion.
+            auto edge = [](double v) { return static_cast<LONG>(std::clamp<double>(v, INT32_MIN, INT32_MAX)); };
+            s.rect = tagRECT{edge(s.call.args[0]), edge(s.call.args[1]), edge(s.call.args[0] + s.call.args[2]),
+                             edge(s.call.args[1] + s.call.args[3])};
         }
         steps.push_back(s);
     }
@@ -184,34 +201,27 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
         return kExitUsage;
     }
 
-    try {
-        kiv img;
-        load_image(input, img);
-        const bool tty = KIV_ISATTY(KIV_FILENO(stderr));
-        tagRECT current{0, 0, 0, 0};
-        bool have_rect = false;
-        for (Step& s : steps) {
-            if (!s.op) {
-                current = s.rect;
-                have_rect = current.right > current.left && current.bottom > current.top;
-                continue;
-            }
-            s.call.rect = have_rect ? &current : nullptr;
-            img.m_progressproc = tty ? draw_progress : nullptr;
-            int ok = s.op->run(img, s.call);
-            img.m_progressproc = nullptr;
-            if (!ok) {
-                err << "kiv: " << s.op->name << " failed (refused its arguments or the image)\n";
-                return kExitFailed;
-            }
+    return kExitOk;
+}
+
+int run_pipeline(Pipeline& p, kiv& img, std::ostream& err) {
+    const bool tty = KIV_ISATTY(KIV_FILENO(stderr));
+    tagRECT current{0, 0, 0, 0};
+    bool have_rect = false;
+    for (Step& s : p.steps) {
+        if (!s.op) {
+            current = s.rect;
+            have_rect = current.right > current.left && current.bottom > current.top;
+            continue;
         }
-        save_image(output, img);
-    } catch (const CliError& e) {
-        err << "kiv: " << e.what() << "\n";
-        return kExitFailed;
-    } catch (const std::bad_alloc&) {
-        err << "kiv: out of memory\n";
-        return kExitFailed;
+        s.call.rect = have_rect ? &current : nullptr;
+        img.m_progressproc = tty ? draw_progress : nullptr;
+        int ok = s.op->run(img, s.call);
+        img.m_progressproc = nullptr;
+        if (!ok) {
+            err << "kiv: " << s.op->name << " failed (refused its arguments or the image)\n";
+            return kExitFailed;
+        }
     }
     return kExitOk;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kiv.h"
+#include "ops.h"
 
 namespace kivcli {
 
@@ -17,6 +18,22 @@ constexpr int kExitUsage = 2;   // bad command line
 
 // args excludes the program name.
 int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+
+// One operation of a pipeline with its parsed arguments, or a `rect` (op null).
+struct Step {
+    const OpSpec* op;
+    OpCall call;
+    tagRECT rect;
+};
+struct Pipeline {
+    std::string input, output;
+    std::vector<Step> steps;
+};
+// The INPUT [OPERATION ARGS...]... -o OUTPUT form of the command line, parsed without touching
+// any file: kExitOk, or kExitUsage with the message on err.
+int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostream& err);
+// Runs the parsed operations on img in order: kExitOk, or kExitFailed at the first refusal.
+int run_pipeline(Pipeline& p, kiv& img, std::ostream& err);
 
 // The built-in test card: colour wheel, gradients, fine lines, text, smooth areas, noise.
 void make_test_card(kiv& img, int width, int height);
