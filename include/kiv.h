@@ -626,7 +626,7 @@ public:
     /* Tent blur of radius r pixels (weights r+1 .. 1), rows then columns, integer.  The row
      * pass also reads columns outside the rectangle, the column pass only rows inside it;
      * both renormalise by the weights used.  Alpha of the rectangle becomes 0.  r = 0
-     * copies the colours; refused for r < 0. */
+     * copies the colours; refused for r < 0 or r > 1000000. */
     int blur_simple(tagRECT* rect, int r);
     /* Recursive (Deriche) Gaussian, constant cost per pixel: columns with sy, then rows with
      * sx (standard deviations in pixels, > 0 and finite, else refused).  Each line is
@@ -700,7 +700,9 @@ public:
 
     /* Motion and directional blurs.  Samples come from the whole image (coordinates
      * clamped to it); only the rectangle is written.  Each colour channel becomes the
-     * rounded mean of its samples; alpha kept; depth raised to 24. */
+     * rounded mean of its samples; alpha kept; depth raised to 24.  The centred ones
+     * (mblur_radial, mblur_round, mblur_zoom) refuse a centre farther than
+     * 4 * (width + height) + 1024 pixels outside the image on either axis. */
     /* Straight motion: distance + 1 samples spaced one pixel apart along the line through
      * the pixel at angle degrees (0 = horizontal, 90 = up), centred on it.  distance 0..1000
      * pixels (0: no change); angle finite; else refused. */

@@ -693,12 +693,15 @@ TEST(BadInput, BlursKernelsSharpening) {
     add_rect_cases(v, "mblur_radial", [](kiv& im, tagRECT* r) { return im.mblur_radial(r, 500, -500, 360); });
     add_rect_cases(v, "mblur_round", [](kiv& im, tagRECT* r) { return im.mblur_round(r, -500, 500, 1000); });
     add_rect_cases(v, "mblur_zoom", [](kiv& im, tagRECT* r) { return im.mblur_zoom(r, 500, 500, 100); });
-    // Centres and radii at the ends of int: any result, but a valid image.
-    v.push_back({"motion blurs, extreme centres", CALL(im.mblur_radial(nullptr, INT_MAX, INT_MIN, 360) +
-                                                       im.mblur_round(nullptr, INT_MIN, INT_MAX, 1000) +
-                                                       im.mblur_zoom(nullptr, INT_MAX, INT_MAX, 100)),
-                 kRefused, kAnyValid, kAnyValid});
-    v.push_back({"blur_simple INT_MAX", CALL(im.blur_simple(nullptr, INT_MAX)), kRefused, kAnyValid, kAnyValid});
+    // Centres far outside the image and radii past the documented limit are refused.
+    v.push_back({"mblur_radial extreme centre", CALL(im.mblur_radial(nullptr, INT_MAX, INT_MIN, 360)), kRefused,
+                 kRefused, kRefused});
+    v.push_back({"mblur_round extreme centre", CALL(im.mblur_round(nullptr, INT_MIN, INT_MAX, 1000)), kRefused,
+                 kRefused, kRefused});
+    v.push_back({"mblur_zoom extreme centre", CALL(im.mblur_zoom(nullptr, 0, INT_MAX, 100)), kRefused, kRefused,
+                 kRefused});
+    v.push_back({"blur_simple past 1000000", CALL(im.blur_simple(nullptr, 1000001)), kRefused, kRefused, kRefused});
+    v.push_back({"blur_simple INT_MAX", CALL(im.blur_simple(nullptr, INT_MAX)), kRefused, kRefused, kRefused});
     add_rect_cases(v, "sblur_wind", [](kiv& im, tagRECT* r) { return im.sblur_wind(r, 3, 1000); });
     add_rect_cases(v, "sblur_blast", [](kiv& im, tagRECT* r) { return im.sblur_blast(r, 0, 1); });
 
