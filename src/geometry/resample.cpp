@@ -125,16 +125,6 @@ void hpass_rows_scalar(kiv& src, kiv& dst, const Contributions& c, int y0, int y
 }
 
 #if KIV_GEOM_SSE2
-// Four bytes (one pixel) to four doubles in two registers.
-inline void pixel_to_pd(const BYTE* p, __m128d& lo, __m128d& hi) {
-    int v;
-    std::memcpy(&v, p, 4);
-    const __m128i z = _mm_setzero_si128();
-    __m128i q = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(v), z), z);
-    lo = _mm_cvtepi32_pd(q);
-    hi = _mm_cvtepi32_pd(_mm_shuffle_epi32(q, 0xEE));
-}
-
 // Sums of channels (0, 1) and (2, 3) to a pixel: + 0.5, clamp, truncate; alpha becomes 0.
 // max(v, 0) returns 0 for NaN, as the scalar rule does.
 inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
@@ -148,29 +138,51 @@ inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
     std::memcpy(out, &v, 4);
 }
 
-void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
-    // The source row as doubles, converted once and read by every output pixel.
-    std::vector<double> row(static_cast<std::size_t>(src.m_width) * 4);
-    for (int y = y0; y < y1; ++y) {
-        const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, y));
-        for (int x = 0; x < src.m_width; ++x) {
-            __m128d lo, hi;
-            pixel_to_pd(s + 4 * static_cast<std::size_t>(x), lo, hi);
-            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x)], lo);
-            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x) + 2], hi);
+#endif
+
+#if KIV_GEOM_SSE2
+// Two rows at once, one per lane: the pair's source rows are converted once into
+// (row y, row y + 1) double pairs, three per pixel (alpha is never summed), so each tap of
+// an output pixel costs one weight broadcast, three loads, three products and three sums
+// for two results. A lone last row is paired with itself and written once.
+void hpass_pairs_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+    const int W = src.m_width;
+    std::vector<double> pair(static_cast<std::size_t>(W) * 6 + 2);
+    double* buf = pair.data();
+    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
+    for (int y = y0; y < y1; y += 2) {
+        const bool both = y + 1 < y1;
+        const BYTE* s0 = reinterpret_cast<const BYTE*>(row_ptr(src, y));
+        const BYTE* s1 = reinterpret_cast<const BYTE*>(row_ptr(src, both ? y + 1 : y));
+        for (int x = 0; x < W; ++x) {
+            const BYTE* p0 = s0 + 4 * static_cast<std::size_t>(x);
+            const BYTE* p1 = s1 + 4 * static_cast<std::size_t>(x);
+            double* b = buf + 6 * static_cast<std::size_t>(x);
+            b[0] = p0[0], b[1] = p1[0], b[2] = p0[1], b[3] = p1[1], b[4] = p0[2], b[5] = p1[2];
         }
-        tagRGBA* d = row_ptr(dst, y);
+        tagRGBA* d0 = row_ptr(dst, y);
+        tagRGBA* d1 = row_ptr(dst, both ? y + 1 : y);
         for (int i = 0; i < dst.m_width; ++i) {
             const int* ix = c.idx(i);
             const double* w = c.wt(i);
-            __m128d a01 = _mm_setzero_pd(), a23 = _mm_setzero_pd();
+            __m128d r = _mm_setzero_pd(), g = _mm_setzero_pd(), bl = _mm_setzero_pd();
             for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) {
-                const double* p = &row[4 * static_cast<std::size_t>(ix[k])];
+                const double* p = buf + 6 * static_cast<std::size_t>(ix[k]);
                 const __m128d wk = _mm_set1_pd(w[k]);
-                a01 = _mm_add_pd(a01, _mm_mul_pd(wk, _mm_loadu_pd(p)));
-                a23 = _mm_add_pd(a23, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+                r = _mm_add_pd(r, _mm_mul_pd(wk, _mm_loadu_pd(p)));
+                g = _mm_add_pd(g, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+                bl = _mm_add_pd(bl, _mm_mul_pd(wk, _mm_loadu_pd(p + 4)));
             }
-            store_pixel(a01, a23, d + i);
+            // The byte rule of sum_to_byte: max(v, 0) turns NaN into 0.
+            r = _mm_min_pd(_mm_max_pd(_mm_add_pd(r, half), zero), top);
+            g = _mm_min_pd(_mm_max_pd(_mm_add_pd(g, half), zero), top);
+            bl = _mm_min_pd(_mm_max_pd(_mm_add_pd(bl, half), zero), top);
+            alignas(16) int v[12];
+            _mm_store_si128(reinterpret_cast<__m128i*>(v), _mm_cvttpd_epi32(r));
+            _mm_store_si128(reinterpret_cast<__m128i*>(v + 4), _mm_cvttpd_epi32(g));
+            _mm_store_si128(reinterpret_cast<__m128i*>(v + 8), _mm_cvttpd_epi32(bl));
+            d0[i] = tagRGBA{static_cast<BYTE>(v[0]), static_cast<BYTE>(v[4]), static_cast<BYTE>(v[8]), 0};
+            if (both) d1[i] = tagRGBA{static_cast<BYTE>(v[1]), static_cast<BYTE>(v[5]), static_cast<BYTE>(v[9]), 0};
         }
     }
 }
@@ -179,7 +191,7 @@ void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1)
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
     kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
 #if KIV_GEOM_SSE2
-        if (!force_scalar()) return hpass_rows_sse2(src, dst, c, y0, y1);
+        if (!force_scalar()) return hpass_pairs_sse2(src, dst, c, y0, y1);
 #endif
         hpass_rows_scalar(src, dst, c, y0, y1);
     });
@@ -246,8 +258,116 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     }
 }
 
+#if KIV_GEOM_SSE2
+// Blocked vertical pass: up to kRowBlock output rows at a time, column strip by column
+// strip. The strip of every source row the block reads is converted to doubles once
+// (alpha dropped, so three per pixel), then each run of eight output pixels keeps its 24
+// sums in registers while all its taps are added in list order. Blocks whose source span
+// would not fit the buffer go to vpass_rows.
+constexpr int kRowBlock = 16;
+constexpr std::size_t kStripDoubles = 4096;   // 32 KB: the strip is narrowed to stay in L1
+constexpr std::size_t kSpanDoubles = 24576;   // the buffer: tall spans spill to L2
+constexpr int kMaxSpanRows = static_cast<int>(kSpanDoubles / 24);  // a strip of 8 pixels at least
+
+void vpass_block_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1, int lo, int hi,
+                      std::vector<double>& buf) {
+    const int W = dst.m_width, rows = hi - lo + 1;
+    const int strip = std::max(8, static_cast<int>(kStripDoubles / (3 * static_cast<std::size_t>(rows))) / 8 * 8);
+    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
+    for (int x0 = 0; x0 < W; x0 += strip) {
+        const int np = std::min(strip, W - x0);
+        const std::size_t line = 3 * static_cast<std::size_t>(np);
+        for (int r = 0; r < rows; ++r) {
+            const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, lo + r) + x0);
+            double* b = buf.data() + static_cast<std::size_t>(r) * line;
+            int p = 0;
+            for (; p + 4 <= np; p += 4) {  // four pixels: twelve doubles, alpha skipped
+                const __m128i z = _mm_setzero_si128();
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * p));
+                const __m128i lo = _mm_unpacklo_epi8(v, z), hi = _mm_unpackhi_epi8(v, z);
+                const __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z),
+                                      _mm_unpacklo_epi16(hi, z), _mm_unpackhi_epi16(hi, z)};
+                double* o = b + 3 * p;
+                for (int t = 0; t < 4; t += 2) {  // pixels t, t + 1: (r g) (b r') (g' b')
+                    _mm_storeu_pd(o + 3 * t, _mm_cvtepi32_pd(q[t]));
+                    _mm_storeu_pd(o + 3 * t + 2, _mm_cvtepi32_pd(_mm_unpacklo_epi32(_mm_shuffle_epi32(q[t], 2), q[t + 1])));
+                    _mm_storeu_pd(o + 3 * t + 4, _mm_cvtepi32_pd(_mm_shuffle_epi32(q[t + 1], 0x09)));
+                }
+            }
+            for (; p < np; ++p) {
+                b[3 * p] = s[4 * p];
+                b[3 * p + 1] = s[4 * p + 1];
+                b[3 * p + 2] = s[4 * p + 2];
+            }
+        }
+        for (int y = y0; y < y1; ++y) {
+            const int* ix = c.idx(y);
+            const double* w = c.wt(y);
+            const int n = c.count[static_cast<std::size_t>(y)];
+            BYTE* d = reinterpret_cast<BYTE*>(row_ptr(dst, y) + x0);
+            int p0 = 0;
+            for (; p0 + 8 <= np; p0 += 8) {
+                __m128d a[12];
+                for (int m = 0; m < 12; ++m) a[m] = _mm_setzero_pd();
+                const double* base = buf.data() + 3 * static_cast<std::size_t>(p0);
+                for (int k = 0; k < n; ++k) {
+                    const double* q = base + static_cast<std::size_t>(ix[k] - lo) * line;
+                    const __m128d wk = _mm_set1_pd(w[k]);
+                    for (int m = 0; m < 12; ++m) a[m] = _mm_add_pd(a[m], _mm_mul_pd(wk, _mm_loadu_pd(q + 2 * m)));
+                }
+                alignas(16) int v[24];
+                for (int m = 0; m < 12; ++m) {
+                    const __m128d t = _mm_min_pd(_mm_max_pd(_mm_add_pd(a[m], half), zero), top);
+                    _mm_storel_epi64(reinterpret_cast<__m128i*>(v + 2 * m), _mm_cvttpd_epi32(t));
+                }
+                for (int p = 0; p < 8; ++p) {
+                    BYTE* o = d + 4 * static_cast<std::size_t>(p0 + p);
+                    o[0] = static_cast<BYTE>(v[3 * p]);
+                    o[1] = static_cast<BYTE>(v[3 * p + 1]);
+                    o[2] = static_cast<BYTE>(v[3 * p + 2]);
+                    o[3] = 0;
+                }
+            }
+            for (int p = p0; p < np; ++p)  // the strip's last few pixels, one lane each
+                for (int ch = 0; ch < 3; ++ch) {
+                    double acc = 0.0;
+                    for (int k = 0; k < n; ++k)
+                        acc += w[k] * buf[static_cast<std::size_t>(ix[k] - lo) * line + 3 * static_cast<std::size_t>(p) + static_cast<std::size_t>(ch)];
+                    d[4 * static_cast<std::size_t>(p) + static_cast<std::size_t>(ch)] = sum_to_byte(acc);
+                    d[4 * static_cast<std::size_t>(p) + 3] = 0;
+                }
+        }
+    }
+}
+#endif
+
 void vpass(kiv& src, kiv& dst, const Contributions& c) {
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
+#if KIV_GEOM_SSE2
+        if (!force_scalar()) {
+            std::vector<double> buf;
+            for (int b0 = y0; b0 < y1; b0 += kRowBlock) {
+                const int b1 = std::min(y1, b0 + kRowBlock);
+                int lo = src.m_height, hi = -1;
+                for (int y = b0; y < b1; ++y) {
+                    const int* ix = c.idx(y);
+                    for (int k = 0, n = c.count[static_cast<std::size_t>(y)]; k < n; ++k) {
+                        lo = std::min(lo, ix[k]);
+                        hi = std::max(hi, ix[k]);
+                    }
+                }
+                if (hi >= lo && hi - lo < kMaxSpanRows) {
+                    if (buf.empty()) buf.resize(kSpanDoubles);
+                    vpass_block_sse2(src, dst, c, b0, b1, lo, hi, buf);
+                } else {
+                    vpass_rows(src, dst, c, b0, b1);
+                }
+            }
+            return;
+        }
+#endif
+        vpass_rows(src, dst, c, y0, y1);
+    });
 }
 
 }  // namespace
