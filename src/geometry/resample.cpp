@@ -141,6 +141,36 @@ inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
 #endif
 
 #if KIV_GEOM_SSE2
+// Sums to bytes by saturation: + 0.5, min(255, v), truncate to int32, then signed and
+// unsigned packs clamp below. This is sum_to_byte: NaN and sums below -2^31 truncate to
+// INT_MIN (min keeps its second operand's NaN), which the packs turn into 0.
+inline __m128i sums_to_int(__m128d v) {
+    return _mm_cvttpd_epi32(_mm_min_pd(_mm_set1_pd(255.0), _mm_add_pd(v, _mm_set1_pd(0.5))));
+}
+
+// Twelve packed colour bytes (four pixels, r g b each) in the low bytes of v to four
+// pixels with byte 3 zero: pixel i moves up by i bytes.
+inline __m128i rgb12_to_pixels(__m128i v) {
+    const __m128i m0 = _mm_setr_epi32(0xFFFFFF, 0, 0, 0), m1 = _mm_setr_epi32(0, 0xFFFFFF, 0, 0),
+                  m2 = _mm_setr_epi32(0, 0, 0xFFFFFF, 0), m3 = _mm_setr_epi32(0, 0, 0, 0xFFFFFF);
+    __m128i p = _mm_or_si128(_mm_and_si128(v, m0), _mm_and_si128(_mm_slli_si128(v, 1), m1));
+    p = _mm_or_si128(p, _mm_and_si128(_mm_slli_si128(v, 2), m2));
+    return _mm_or_si128(p, _mm_and_si128(_mm_slli_si128(v, 3), m3));
+}
+
+// Eight pixels' sums (r0 g0 | b0 r1 | g1 b1 | r2 g2 ...) to eight pixels at out.
+inline void store_rgb8(const __m128d (&a)[12], BYTE* out) {
+    __m128i q[6];
+    for (int m = 0; m < 6; ++m) q[m] = _mm_unpacklo_epi64(sums_to_int(a[2 * m]), sums_to_int(a[2 * m + 1]));
+    const __m128i s0 = _mm_packs_epi32(q[0], q[1]), s1 = _mm_packs_epi32(q[2], q[3]), s2 = _mm_packs_epi32(q[4], q[5]);
+    const __m128i lo = _mm_packus_epi16(s0, s1), hi = _mm_packus_epi16(s2, s2);  // 24 colour bytes
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), rgb12_to_pixels(lo));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16),
+                     rgb12_to_pixels(_mm_or_si128(_mm_srli_si128(lo, 12), _mm_slli_si128(hi, 4))));
+}
+#endif
+
+#if KIV_GEOM_SSE2
 // Two rows at once, one per lane: the pair's source rows are converted once into
 // (row y, row y + 1) double pairs, three per pixel (alpha is never summed), so each tap of
 // an output pixel costs one weight broadcast, three loads, three products and three sums
@@ -149,7 +179,6 @@ void hpass_pairs_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1
     const int W = src.m_width;
     std::vector<double> pair(static_cast<std::size_t>(W) * 6 + 2);
     double* buf = pair.data();
-    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
     for (int y = y0; y < y1; y += 2) {
         const bool both = y + 1 < y1;
         const BYTE* s0 = reinterpret_cast<const BYTE*>(row_ptr(src, y));
@@ -173,16 +202,14 @@ void hpass_pairs_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1
                 g = _mm_add_pd(g, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
                 bl = _mm_add_pd(bl, _mm_mul_pd(wk, _mm_loadu_pd(p + 4)));
             }
-            // The byte rule of sum_to_byte: max(v, 0) turns NaN into 0.
-            r = _mm_min_pd(_mm_max_pd(_mm_add_pd(r, half), zero), top);
-            g = _mm_min_pd(_mm_max_pd(_mm_add_pd(g, half), zero), top);
-            bl = _mm_min_pd(_mm_max_pd(_mm_add_pd(bl, half), zero), top);
-            alignas(16) int v[12];
-            _mm_store_si128(reinterpret_cast<__m128i*>(v), _mm_cvttpd_epi32(r));
-            _mm_store_si128(reinterpret_cast<__m128i*>(v + 4), _mm_cvttpd_epi32(g));
-            _mm_store_si128(reinterpret_cast<__m128i*>(v + 8), _mm_cvttpd_epi32(bl));
-            d0[i] = tagRGBA{static_cast<BYTE>(v[0]), static_cast<BYTE>(v[4]), static_cast<BYTE>(v[8]), 0};
-            if (both) d1[i] = tagRGBA{static_cast<BYTE>(v[1]), static_cast<BYTE>(v[5]), static_cast<BYTE>(v[9]), 0};
+            // Lanes: (row y, row y + 1); regroup to [r g b 0] per row, then pack to bytes.
+            const __m128i rg = _mm_unpacklo_epi32(sums_to_int(r), sums_to_int(g));
+            const __m128i b0 = _mm_unpacklo_epi32(sums_to_int(bl), _mm_setzero_si128());
+            const __m128i px = _mm_packs_epi32(_mm_unpacklo_epi64(rg, b0), _mm_unpackhi_epi64(rg, b0));
+            const __m128i bytes = _mm_packus_epi16(px, px);
+            const int w0 = _mm_cvtsi128_si32(bytes), w1 = _mm_cvtsi128_si32(_mm_srli_si128(bytes, 4));
+            std::memcpy(d0 + i, &w0, 4);
+            if (both) std::memcpy(d1 + i, &w1, 4);
         }
     }
 }
@@ -273,7 +300,6 @@ void vpass_block_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1
                       std::vector<double>& buf) {
     const int W = dst.m_width, rows = hi - lo + 1;
     const int strip = std::max(8, static_cast<int>(kStripDoubles / (3 * static_cast<std::size_t>(rows))) / 8 * 8);
-    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
     for (int x0 = 0; x0 < W; x0 += strip) {
         const int np = std::min(strip, W - x0);
         const std::size_t line = 3 * static_cast<std::size_t>(np);
@@ -315,18 +341,7 @@ void vpass_block_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1
                     const __m128d wk = _mm_set1_pd(w[k]);
                     for (int m = 0; m < 12; ++m) a[m] = _mm_add_pd(a[m], _mm_mul_pd(wk, _mm_loadu_pd(q + 2 * m)));
                 }
-                alignas(16) int v[24];
-                for (int m = 0; m < 12; ++m) {
-                    const __m128d t = _mm_min_pd(_mm_max_pd(_mm_add_pd(a[m], half), zero), top);
-                    _mm_storel_epi64(reinterpret_cast<__m128i*>(v + 2 * m), _mm_cvttpd_epi32(t));
-                }
-                for (int p = 0; p < 8; ++p) {
-                    BYTE* o = d + 4 * static_cast<std::size_t>(p0 + p);
-                    o[0] = static_cast<BYTE>(v[3 * p]);
-                    o[1] = static_cast<BYTE>(v[3 * p + 1]);
-                    o[2] = static_cast<BYTE>(v[3 * p + 2]);
-                    o[3] = 0;
-                }
+                store_rgb8(a, d + 4 * static_cast<std::size_t>(p0));
             }
             for (int p = p0; p < np; ++p)  // the strip's last few pixels, one lane each
                 for (int ch = 0; ch < 3; ++ch) {
