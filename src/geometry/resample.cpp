@@ -171,45 +171,69 @@ inline void store_rgb8(const __m128d (&a)[12], BYTE* out) {
 #endif
 
 #if KIV_GEOM_SSE2
-// Two rows at once, one per lane: the pair's source rows are converted once into
-// (row y, row y + 1) double pairs, three per pixel (alpha is never summed), so each tap of
-// an output pixel costs one weight broadcast, three loads, three products and three sums
-// for two results. A lone last row is paired with itself and written once.
-void hpass_pairs_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+// Four rows at once, two per register: the rows' pixels are converted once into (row y,
+// row y + 1) and (row y + 2, row y + 3) double pairs, three of each per pixel (alpha is
+// never summed), so a tap of an output pixel costs one weight broadcast, six loads, six
+// products and six sums for four results. Missing rows at a chunk's end repeat the last
+// one and are not written.
+inline void two_rows_to_pd(const BYTE* p0, const BYTE* p1, double* out) {
+    int u0, u1;
+    std::memcpy(&u0, p0, 4);
+    std::memcpy(&u1, p1, 4);
+    const __m128i z = _mm_setzero_si128();
+    const __m128i w = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u0), _mm_cvtsi32_si128(u1)), z);
+    const __m128i rg = _mm_unpacklo_epi16(w, z), ba = _mm_unpackhi_epi16(w, z);  // r0 r1 g0 g1 | b0 b1 a0 a1
+    _mm_storeu_pd(out, _mm_cvtepi32_pd(rg));
+    _mm_storeu_pd(out + 2, _mm_cvtepi32_pd(_mm_shuffle_epi32(rg, 0xEE)));
+    _mm_storeu_pd(out + 4, _mm_cvtepi32_pd(ba));
+}
+
+// Lanes (row a, row b) of the three sums to one pixel each.
+inline void store_two(__m128d r, __m128d g, __m128d b, tagRGBA* da, tagRGBA* db, bool write_b) {
+    const __m128i rg = _mm_unpacklo_epi32(sums_to_int(r), sums_to_int(g));
+    const __m128i bz = _mm_unpacklo_epi32(sums_to_int(b), _mm_setzero_si128());
+    const __m128i px = _mm_packs_epi32(_mm_unpacklo_epi64(rg, bz), _mm_unpackhi_epi64(rg, bz));
+    const __m128i bytes = _mm_packus_epi16(px, px);
+    const int wa = _mm_cvtsi128_si32(bytes), wb = _mm_cvtsi128_si32(_mm_srli_si128(bytes, 4));
+    std::memcpy(da, &wa, 4);
+    if (write_b) std::memcpy(db, &wb, 4);
+}
+
+void hpass_quads_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     const int W = src.m_width;
-    std::vector<double> pair(static_cast<std::size_t>(W) * 6 + 2);
-    double* buf = pair.data();
-    for (int y = y0; y < y1; y += 2) {
-        const bool both = y + 1 < y1;
-        const BYTE* s0 = reinterpret_cast<const BYTE*>(row_ptr(src, y));
-        const BYTE* s1 = reinterpret_cast<const BYTE*>(row_ptr(src, both ? y + 1 : y));
-        for (int x = 0; x < W; ++x) {
-            const BYTE* p0 = s0 + 4 * static_cast<std::size_t>(x);
-            const BYTE* p1 = s1 + 4 * static_cast<std::size_t>(x);
-            double* b = buf + 6 * static_cast<std::size_t>(x);
-            b[0] = p0[0], b[1] = p1[0], b[2] = p0[1], b[3] = p1[1], b[4] = p0[2], b[5] = p1[2];
+    std::vector<double> quad(static_cast<std::size_t>(W) * 12);
+    double* buf = quad.data();
+    for (int y = y0; y < y1; y += 4) {
+        const int rows = std::min(4, y1 - y);
+        const BYTE* s[4];
+        tagRGBA* d[4];
+        for (int r = 0; r < 4; ++r) {
+            const int yr = y + std::min(r, rows - 1);
+            s[r] = reinterpret_cast<const BYTE*>(row_ptr(src, yr));
+            d[r] = row_ptr(dst, yr);
         }
-        tagRGBA* d0 = row_ptr(dst, y);
-        tagRGBA* d1 = row_ptr(dst, both ? y + 1 : y);
+        for (int x = 0; x < W; ++x) {
+            const std::size_t o = 4 * static_cast<std::size_t>(x);
+            two_rows_to_pd(s[0] + o, s[1] + o, buf + 12 * static_cast<std::size_t>(x));
+            two_rows_to_pd(s[2] + o, s[3] + o, buf + 12 * static_cast<std::size_t>(x) + 6);
+        }
         for (int i = 0; i < dst.m_width; ++i) {
             const int* ix = c.idx(i);
             const double* w = c.wt(i);
-            __m128d r = _mm_setzero_pd(), g = _mm_setzero_pd(), bl = _mm_setzero_pd();
+            __m128d r0 = _mm_setzero_pd(), g0 = _mm_setzero_pd(), b0 = _mm_setzero_pd();
+            __m128d r1 = _mm_setzero_pd(), g1 = _mm_setzero_pd(), b1 = _mm_setzero_pd();
             for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) {
-                const double* p = buf + 6 * static_cast<std::size_t>(ix[k]);
+                const double* p = buf + 12 * static_cast<std::size_t>(ix[k]);
                 const __m128d wk = _mm_set1_pd(w[k]);
-                r = _mm_add_pd(r, _mm_mul_pd(wk, _mm_loadu_pd(p)));
-                g = _mm_add_pd(g, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
-                bl = _mm_add_pd(bl, _mm_mul_pd(wk, _mm_loadu_pd(p + 4)));
+                r0 = _mm_add_pd(r0, _mm_mul_pd(wk, _mm_loadu_pd(p)));
+                g0 = _mm_add_pd(g0, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+                b0 = _mm_add_pd(b0, _mm_mul_pd(wk, _mm_loadu_pd(p + 4)));
+                r1 = _mm_add_pd(r1, _mm_mul_pd(wk, _mm_loadu_pd(p + 6)));
+                g1 = _mm_add_pd(g1, _mm_mul_pd(wk, _mm_loadu_pd(p + 8)));
+                b1 = _mm_add_pd(b1, _mm_mul_pd(wk, _mm_loadu_pd(p + 10)));
             }
-            // Lanes: (row y, row y + 1); regroup to [r g b 0] per row, then pack to bytes.
-            const __m128i rg = _mm_unpacklo_epi32(sums_to_int(r), sums_to_int(g));
-            const __m128i b0 = _mm_unpacklo_epi32(sums_to_int(bl), _mm_setzero_si128());
-            const __m128i px = _mm_packs_epi32(_mm_unpacklo_epi64(rg, b0), _mm_unpackhi_epi64(rg, b0));
-            const __m128i bytes = _mm_packus_epi16(px, px);
-            const int w0 = _mm_cvtsi128_si32(bytes), w1 = _mm_cvtsi128_si32(_mm_srli_si128(bytes, 4));
-            std::memcpy(d0 + i, &w0, 4);
-            if (both) std::memcpy(d1 + i, &w1, 4);
+            store_two(r0, g0, b0, d[0] + i, d[1] + i, rows > 1);
+            if (rows > 2) store_two(r1, g1, b1, d[2] + i, d[3] + i, rows > 3);
         }
     }
 }
@@ -218,7 +242,7 @@ void hpass_pairs_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
     kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
 #if KIV_GEOM_SSE2
-        if (!force_scalar()) return hpass_pairs_sse2(src, dst, c, y0, y1);
+        if (!force_scalar()) return hpass_quads_sse2(src, dst, c, y0, y1);
 #endif
         hpass_rows_scalar(src, dst, c, y0, y1);
     });
