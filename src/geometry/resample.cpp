@@ -316,7 +316,7 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
 // sums in registers while all its taps are added in list order. Blocks whose source span
 // would not fit the buffer go to vpass_rows.
 constexpr int kRowBlock = 16;
-constexpr std::size_t kStripDoubles = 4096;   // 32 KB: the strip is narrowed to stay in L1
+constexpr std::size_t kStripDoubles = 8192;   // 64 KB: strips narrow enough for L1/L2, wide enough to share setup
 constexpr std::size_t kSpanDoubles = 24576;   // the buffer: tall spans spill to L2
 constexpr int kMaxSpanRows = static_cast<int>(kSpanDoubles / 24);  // a strip of 8 pixels at least
 
