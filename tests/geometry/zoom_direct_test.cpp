@@ -118,11 +118,11 @@ TEST(ZoomDirect, ReplicatedRowsMatchThePerAxisRules) {
         for (int threads : {1, 2, 3})
             for (auto& s : shapes) {
                 kiv::setthreads(threads);
-                const bool near = op == &kiv::zoom_near;
+                const bool nearest = op == &kiv::zoom_near;
                 std::vector<int> cols, rows;
-                for (int x = 0; x < s[2]; ++x) cols.push_back(near ? model_near(x, s[0], s[2]) : std::min(s[0] * x / s[2], s[0] - 1));
+                for (int x = 0; x < s[2]; ++x) cols.push_back(nearest ? model_near(x, s[0], s[2]) : std::min(s[0] * x / s[2], s[0] - 1));
                 for (int y = 0; y < s[3]; ++y)
-                    rows.push_back(near ? model_near(y, s[1], s[3]) : std::min((s[1] * y + s[3] / 2) / s[3], s[1] - 1));
+                    rows.push_back(nearest ? model_near(y, s[1], s[3]) : std::min((s[1] * y + s[3] / 2) / s[3], s[1] - 1));
                 kiv src = random_image(s[0], s[1], 32, std::uint64_t(s[2] * 100 + s[3]));
                 kiv img(src);
                 ASSERT_EQ(1, (img.*op)(s[2], s[3]));
