@@ -2,8 +2,8 @@
 //
 // Each output pixel is Sum(weight * byte) over its contribution list, in list order, as
 // doubles, then + 0.5, truncated and clamped. The lists are built once per output column
-// (or row) and shared by every line; the SSE2 loops run the channels (horizontal pass) or
-// the pixels (vertical pass) in lanes, each lane doing exactly the scalar sequence.
+// (or row) and shared by every line; the SSE2 loops run rows (horizontal pass) or colour
+// samples (vertical pass) in lanes, each lane doing exactly the scalar sequence.
 #include <algorithm>
 #include <atomic>
 #include <cmath>
