@@ -117,9 +117,40 @@ void map_colormap(kiv& img, F fn) {
     }
 }
 
+// Rectangles of at least this many pixels go through a red-green pair table: building its
+// 65536 entries costs about as much as mapping this many pixels one byte at a time.
+constexpr long long kPairTablePixels = 1LL << 18;
+
 inline void tables_rect(kiv& img, const tagRECT& rc, const Tables& t) {
+    const long long pixels = static_cast<long long>(rc.right - rc.left) * (rc.bottom - rc.top);
+    if (pixels < kPairTablePixels) {
+        for_rows(img, rc, [&](tagRGBA* p, int n) {
+            for (int i = 0; i < n; ++i) store(p + i, map_word(load(p + i), t));
+        });
+        return;
+    }
+    // Red and green looked up together (128 KB, held in the second-level cache): two loads a
+    // pixel instead of three, four pixels a step. The entries are those of map_word.
+    std::unique_ptr<std::uint16_t[]> rg(new std::uint16_t[65536]);
+    for (u32 i = 0; i < 65536; ++i) rg[i] = static_cast<std::uint16_t>(t.r[i & 0xFF] | t.g[i >> 8] << 8);
+    const std::uint16_t* const pair_table = rg.get();
     for_rows(img, rc, [&](tagRGBA* p, int n) {
-        for (int i = 0; i < n; ++i) store(p + i, map_word(load(p + i), t));
+        // Table pointers in locals: the pixel stores could otherwise alias the captures and
+        // force a reload per pixel.
+        const std::uint16_t* const pair = pair_table;
+        const u8* const blue = t.b;
+        auto one = [pair, blue](u32 w) {
+            return static_cast<u32>(pair[w & 0xFFFF]) | static_cast<u32>(blue[(w >> 16) & 0xFF]) << 16 | (w & kFourthByte);
+        };
+        int i = 0;
+        for (; i + 4 <= n; i += 4) {
+            const u32 w0 = load(p + i), w1 = load(p + i + 1), w2 = load(p + i + 2), w3 = load(p + i + 3);
+            store(p + i, one(w0));
+            store(p + i + 1, one(w1));
+            store(p + i + 2, one(w2));
+            store(p + i + 3, one(w3));
+        }
+        for (; i < n; ++i) store(p + i, one(load(p + i)));
     });
 }
 

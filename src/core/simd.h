@@ -11,4 +11,20 @@
 #  define KIV_HAVE_SSE2 0
 #endif
 
+#if KIV_HAVE_SSE2
+#  include <emmintrin.h>
+
+namespace kivcore {
+// The first 12 bytes of v as four 3-byte groups spread to four 32-bit lanes, the top byte of
+// each lane 0. SSSE3's byte shuffle is not assumed: group i moves up by i bytes.
+inline __m128i spread_3_to_4(__m128i v) {
+    const __m128i m0 = _mm_setr_epi32(0xFFFFFF, 0, 0, 0), m1 = _mm_setr_epi32(0, 0xFFFFFF, 0, 0),
+                  m2 = _mm_setr_epi32(0, 0, 0xFFFFFF, 0), m3 = _mm_setr_epi32(0, 0, 0, 0xFFFFFF);
+    __m128i p = _mm_or_si128(_mm_and_si128(v, m0), _mm_and_si128(_mm_slli_si128(v, 1), m1));
+    p = _mm_or_si128(p, _mm_and_si128(_mm_slli_si128(v, 2), m2));
+    return _mm_or_si128(p, _mm_and_si128(_mm_slli_si128(v, 3), m3));
+}
+}  // namespace kivcore
+#endif
+
 #endif

@@ -2,8 +2,8 @@
 //
 // Each output pixel is Sum(weight * byte) over its contribution list, in list order, as
 // doubles, then + 0.5, truncated and clamped. The lists are built once per output column
-// (or row) and shared by every line; the SSE2 loops run the channels (horizontal pass) or
-// the pixels (vertical pass) in lanes, each lane doing exactly the scalar sequence.
+// (or row) and shared by every line; the SSE2 loops run rows (horizontal pass) or colour
+// samples (vertical pass) in lanes, each lane doing exactly the scalar sequence.
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -125,16 +125,6 @@ void hpass_rows_scalar(kiv& src, kiv& dst, const Contributions& c, int y0, int y
 }
 
 #if KIV_HAVE_SSE2
-// Four bytes (one pixel) to four doubles in two registers.
-inline void pixel_to_pd(const BYTE* p, __m128d& lo, __m128d& hi) {
-    int v;
-    std::memcpy(&v, p, 4);
-    const __m128i z = _mm_setzero_si128();
-    __m128i q = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(v), z), z);
-    lo = _mm_cvtepi32_pd(q);
-    hi = _mm_cvtepi32_pd(_mm_shuffle_epi32(q, 0xEE));
-}
-
 // Sums of channels (0, 1) and (2, 3) to a pixel: + 0.5, clamp, truncate; alpha becomes 0.
 // max(v, 0) returns 0 for NaN, as the scalar rule does.
 inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
@@ -148,29 +138,92 @@ inline void store_pixel(__m128d a01, __m128d a23, tagRGBA* out) {
     std::memcpy(out, &v, 4);
 }
 
-void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
-    // The source row as doubles, converted once and read by every output pixel.
-    std::vector<double> row(static_cast<std::size_t>(src.m_width) * 4);
-    for (int y = y0; y < y1; ++y) {
-        const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, y));
-        for (int x = 0; x < src.m_width; ++x) {
-            __m128d lo, hi;
-            pixel_to_pd(s + 4 * static_cast<std::size_t>(x), lo, hi);
-            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x)], lo);
-            _mm_storeu_pd(&row[4 * static_cast<std::size_t>(x) + 2], hi);
+#endif
+
+#if KIV_HAVE_SSE2
+// Sums to bytes by saturation: + 0.5, min(255, v), truncate to int32, then signed and
+// unsigned packs clamp below. This is sum_to_byte: NaN and sums below -2^31 truncate to
+// INT_MIN (min keeps its second operand's NaN), which the packs turn into 0.
+inline __m128i sums_to_int(__m128d v) {
+    return _mm_cvttpd_epi32(_mm_min_pd(_mm_set1_pd(255.0), _mm_add_pd(v, _mm_set1_pd(0.5))));
+}
+
+// Eight pixels' sums (r0 g0 | b0 r1 | g1 b1 | r2 g2 ...) to eight pixels at out.
+inline void store_rgb8(const __m128d (&a)[12], BYTE* out) {
+    __m128i q[6];
+    for (int m = 0; m < 6; ++m) q[m] = _mm_unpacklo_epi64(sums_to_int(a[2 * m]), sums_to_int(a[2 * m + 1]));
+    const __m128i s0 = _mm_packs_epi32(q[0], q[1]), s1 = _mm_packs_epi32(q[2], q[3]), s2 = _mm_packs_epi32(q[4], q[5]);
+    const __m128i lo = _mm_packus_epi16(s0, s1), hi = _mm_packus_epi16(s2, s2);  // 24 colour bytes
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), kivcore::spread_3_to_4(lo));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16),
+                     kivcore::spread_3_to_4(_mm_or_si128(_mm_srli_si128(lo, 12), _mm_slli_si128(hi, 4))));
+}
+#endif
+
+#if KIV_HAVE_SSE2
+// Four rows at once, two per register: the rows' pixels are converted once into (row y,
+// row y + 1) and (row y + 2, row y + 3) double pairs, three of each per pixel (alpha is
+// never summed), so a tap of an output pixel costs one weight broadcast, six loads, six
+// products and six sums for four results. Missing rows at a chunk's end repeat the last
+// one and are not written.
+inline void two_rows_to_pd(const BYTE* p0, const BYTE* p1, double* out) {
+    int u0, u1;
+    std::memcpy(&u0, p0, 4);
+    std::memcpy(&u1, p1, 4);
+    const __m128i z = _mm_setzero_si128();
+    const __m128i w = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u0), _mm_cvtsi32_si128(u1)), z);
+    const __m128i rg = _mm_unpacklo_epi16(w, z), ba = _mm_unpackhi_epi16(w, z);  // r0 r1 g0 g1 | b0 b1 a0 a1
+    _mm_storeu_pd(out, _mm_cvtepi32_pd(rg));
+    _mm_storeu_pd(out + 2, _mm_cvtepi32_pd(_mm_shuffle_epi32(rg, 0xEE)));
+    _mm_storeu_pd(out + 4, _mm_cvtepi32_pd(ba));
+}
+
+// Lanes (row a, row b) of the three sums to one pixel each.
+inline void store_two(__m128d r, __m128d g, __m128d b, tagRGBA* da, tagRGBA* db, bool write_b) {
+    const __m128i rg = _mm_unpacklo_epi32(sums_to_int(r), sums_to_int(g));
+    const __m128i bz = _mm_unpacklo_epi32(sums_to_int(b), _mm_setzero_si128());
+    const __m128i px = _mm_packs_epi32(_mm_unpacklo_epi64(rg, bz), _mm_unpackhi_epi64(rg, bz));
+    const __m128i bytes = _mm_packus_epi16(px, px);
+    const int wa = _mm_cvtsi128_si32(bytes), wb = _mm_cvtsi128_si32(_mm_srli_si128(bytes, 4));
+    std::memcpy(da, &wa, 4);
+    if (write_b) std::memcpy(db, &wb, 4);
+}
+
+void hpass_quads_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
+    const int W = src.m_width;
+    std::vector<double> quad(static_cast<std::size_t>(W) * 12);
+    double* buf = quad.data();
+    for (int y = y0; y < y1; y += 4) {
+        const int rows = std::min(4, y1 - y);
+        const BYTE* s[4];
+        tagRGBA* d[4];
+        for (int r = 0; r < 4; ++r) {
+            const int yr = y + std::min(r, rows - 1);
+            s[r] = reinterpret_cast<const BYTE*>(row_ptr(src, yr));
+            d[r] = row_ptr(dst, yr);
         }
-        tagRGBA* d = row_ptr(dst, y);
+        for (int x = 0; x < W; ++x) {
+            const std::size_t o = 4 * static_cast<std::size_t>(x);
+            two_rows_to_pd(s[0] + o, s[1] + o, buf + 12 * static_cast<std::size_t>(x));
+            two_rows_to_pd(s[2] + o, s[3] + o, buf + 12 * static_cast<std::size_t>(x) + 6);
+        }
         for (int i = 0; i < dst.m_width; ++i) {
             const int* ix = c.idx(i);
             const double* w = c.wt(i);
-            __m128d a01 = _mm_setzero_pd(), a23 = _mm_setzero_pd();
+            __m128d r0 = _mm_setzero_pd(), g0 = _mm_setzero_pd(), b0 = _mm_setzero_pd();
+            __m128d r1 = _mm_setzero_pd(), g1 = _mm_setzero_pd(), b1 = _mm_setzero_pd();
             for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) {
-                const double* p = &row[4 * static_cast<std::size_t>(ix[k])];
+                const double* p = buf + 12 * static_cast<std::size_t>(ix[k]);
                 const __m128d wk = _mm_set1_pd(w[k]);
-                a01 = _mm_add_pd(a01, _mm_mul_pd(wk, _mm_loadu_pd(p)));
-                a23 = _mm_add_pd(a23, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+                r0 = _mm_add_pd(r0, _mm_mul_pd(wk, _mm_loadu_pd(p)));
+                g0 = _mm_add_pd(g0, _mm_mul_pd(wk, _mm_loadu_pd(p + 2)));
+                b0 = _mm_add_pd(b0, _mm_mul_pd(wk, _mm_loadu_pd(p + 4)));
+                r1 = _mm_add_pd(r1, _mm_mul_pd(wk, _mm_loadu_pd(p + 6)));
+                g1 = _mm_add_pd(g1, _mm_mul_pd(wk, _mm_loadu_pd(p + 8)));
+                b1 = _mm_add_pd(b1, _mm_mul_pd(wk, _mm_loadu_pd(p + 10)));
             }
-            store_pixel(a01, a23, d + i);
+            store_two(r0, g0, b0, d[0] + i, d[1] + i, rows > 1);
+            if (rows > 2) store_two(r1, g1, b1, d[2] + i, d[3] + i, rows > 3);
         }
     }
 }
@@ -179,7 +232,7 @@ void hpass_rows_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1)
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
     kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
 #if KIV_HAVE_SSE2
-        if (!force_scalar()) return hpass_rows_sse2(src, dst, c, y0, y1);
+        if (!force_scalar()) return hpass_quads_sse2(src, dst, c, y0, y1);
 #endif
         hpass_rows_scalar(src, dst, c, y0, y1);
     });
@@ -246,8 +299,104 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     }
 }
 
+#if KIV_HAVE_SSE2
+// Blocked vertical pass: up to kRowBlock output rows at a time, column strip by column
+// strip. The strip of every source row the block reads is converted to doubles once
+// (alpha dropped, so three per pixel), then each run of eight output pixels keeps its 24
+// sums in registers while all its taps are added in list order. Blocks whose source span
+// would not fit the buffer go to vpass_rows.
+constexpr int kRowBlock = 16;
+constexpr std::size_t kStripDoubles = 8192;   // 64 KB: strips narrow enough for L1/L2, wide enough to share setup
+constexpr std::size_t kSpanDoubles = 24576;   // the buffer: tall spans spill to L2
+constexpr int kMaxSpanRows = static_cast<int>(kSpanDoubles / 24);  // a strip of 8 pixels at least
+
+void vpass_block_sse2(kiv& src, kiv& dst, const Contributions& c, int y0, int y1, int lo, int hi,
+                      std::vector<double>& buf) {
+    const int W = dst.m_width, rows = hi - lo + 1;
+    const int strip = std::max(8, static_cast<int>(kStripDoubles / (3 * static_cast<std::size_t>(rows))) / 8 * 8);
+    for (int x0 = 0; x0 < W; x0 += strip) {
+        const int np = std::min(strip, W - x0);
+        const std::size_t line = 3 * static_cast<std::size_t>(np);
+        for (int r = 0; r < rows; ++r) {
+            const BYTE* s = reinterpret_cast<const BYTE*>(row_ptr(src, lo + r) + x0);
+            double* b = buf.data() + static_cast<std::size_t>(r) * line;
+            int p = 0;
+            for (; p + 4 <= np; p += 4) {  // four pixels: twelve doubles, alpha skipped
+                const __m128i z = _mm_setzero_si128();
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * p));
+                const __m128i lo = _mm_unpacklo_epi8(v, z), hi = _mm_unpackhi_epi8(v, z);
+                const __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z),
+                                      _mm_unpacklo_epi16(hi, z), _mm_unpackhi_epi16(hi, z)};
+                double* o = b + 3 * p;
+                for (int t = 0; t < 4; t += 2) {  // pixels t, t + 1: (r g) (b r') (g' b')
+                    _mm_storeu_pd(o + 3 * t, _mm_cvtepi32_pd(q[t]));
+                    _mm_storeu_pd(o + 3 * t + 2, _mm_cvtepi32_pd(_mm_unpacklo_epi32(_mm_shuffle_epi32(q[t], 2), q[t + 1])));
+                    _mm_storeu_pd(o + 3 * t + 4, _mm_cvtepi32_pd(_mm_shuffle_epi32(q[t + 1], 0x09)));
+                }
+            }
+            for (; p < np; ++p) {
+                b[3 * p] = s[4 * p];
+                b[3 * p + 1] = s[4 * p + 1];
+                b[3 * p + 2] = s[4 * p + 2];
+            }
+        }
+        for (int y = y0; y < y1; ++y) {
+            const int* ix = c.idx(y);
+            const double* w = c.wt(y);
+            const int n = c.count[static_cast<std::size_t>(y)];
+            BYTE* d = reinterpret_cast<BYTE*>(row_ptr(dst, y) + x0);
+            int p0 = 0;
+            for (; p0 + 8 <= np; p0 += 8) {
+                __m128d a[12];
+                for (int m = 0; m < 12; ++m) a[m] = _mm_setzero_pd();
+                const double* base = buf.data() + 3 * static_cast<std::size_t>(p0);
+                for (int k = 0; k < n; ++k) {
+                    const double* q = base + static_cast<std::size_t>(ix[k] - lo) * line;
+                    const __m128d wk = _mm_set1_pd(w[k]);
+                    for (int m = 0; m < 12; ++m) a[m] = _mm_add_pd(a[m], _mm_mul_pd(wk, _mm_loadu_pd(q + 2 * m)));
+                }
+                store_rgb8(a, d + 4 * static_cast<std::size_t>(p0));
+            }
+            for (int p = p0; p < np; ++p)  // the strip's last few pixels, one lane each
+                for (int ch = 0; ch < 3; ++ch) {
+                    double acc = 0.0;
+                    for (int k = 0; k < n; ++k)
+                        acc += w[k] * buf[static_cast<std::size_t>(ix[k] - lo) * line + 3 * static_cast<std::size_t>(p) + static_cast<std::size_t>(ch)];
+                    d[4 * static_cast<std::size_t>(p) + static_cast<std::size_t>(ch)] = sum_to_byte(acc);
+                    d[4 * static_cast<std::size_t>(p) + 3] = 0;
+                }
+        }
+    }
+}
+#endif
+
 void vpass(kiv& src, kiv& dst, const Contributions& c) {
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) {
+#if KIV_HAVE_SSE2
+        if (!force_scalar()) {
+            std::vector<double> buf;
+            for (int b0 = y0; b0 < y1; b0 += kRowBlock) {
+                const int b1 = std::min(y1, b0 + kRowBlock);
+                int lo = src.m_height, hi = -1;
+                for (int y = b0; y < b1; ++y) {
+                    const int* ix = c.idx(y);
+                    for (int k = 0, n = c.count[static_cast<std::size_t>(y)]; k < n; ++k) {
+                        lo = std::min(lo, ix[k]);
+                        hi = std::max(hi, ix[k]);
+                    }
+                }
+                if (hi >= lo && hi - lo < kMaxSpanRows) {
+                    if (buf.empty()) buf.resize(kSpanDoubles);
+                    vpass_block_sse2(src, dst, c, b0, b1, lo, hi, buf);
+                } else {
+                    vpass_rows(src, dst, c, b0, b1);
+                }
+            }
+            return;
+        }
+#endif
+        vpass_rows(src, dst, c, y0, y1);
+    });
 }
 
 }  // namespace

@@ -46,10 +46,18 @@ int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const 
     kiv result;
     if (!result.create(w, h, img.m_bits)) return 0;
     if (img.m_bits < 9) kivgeom::copy_colour_map(img, result);
-    kivcore::parallel_for(0, h, [&](int y) {
-        const tagRGBA* s = row_ptr(img, rows[static_cast<std::size_t>(y)]);
-        tagRGBA* d = row_ptr(result, y);
-        for (int x = 0; x < w; ++x) d[x] = s[cols[static_cast<std::size_t>(x)]];
+    kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            tagRGBA* d = row_ptr(result, y);
+            // Enlarging repeats source rows: a row equal to the one above (in this chunk) is
+            // a plain copy of it.
+            if (y > y0 && rows[static_cast<std::size_t>(y)] == rows[static_cast<std::size_t>(y) - 1]) {
+                std::memcpy(d, d - w, static_cast<std::size_t>(w) * sizeof(tagRGBA));
+                continue;
+            }
+            const tagRGBA* s = row_ptr(img, rows[static_cast<std::size_t>(y)]);
+            for (int x = 0; x < w; ++x) d[x] = s[cols[static_cast<std::size_t>(x)]];
+        }
     });
     result.validate_rgb();
     img.movefrom(&result);

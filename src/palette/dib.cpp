@@ -10,9 +10,62 @@
 #include "kiv.h"
 #include "palette/dibformat.h"
 
+#include "core/simd.h"
+#if KIV_HAVE_SSE2
+#  include <emmintrin.h>
+#endif
+
 using kivpal::kHeaderBytes;
 
 namespace {
+
+// Packed BGR <-> RGBA rows, four pixels a step. Without a byte shuffle (SSSE3 is not
+// assumed), pixel i of a group moves by i bytes: one byte shift and one mask per pixel,
+// then red and blue trade places inside each 32-bit lane.
+#if KIV_HAVE_SSE2
+inline __m128i swap_red_blue(__m128i v) {
+    const __m128i lo = _mm_set1_epi32(0xFF), mid = _mm_set1_epi32(0xFF00);
+    return _mm_or_si128(_mm_or_si128(_mm_slli_epi32(_mm_and_si128(v, lo), 16), _mm_and_si128(v, mid)),
+                        _mm_and_si128(_mm_srli_epi32(v, 16), lo));
+}
+#endif
+
+// One 24-bit BGR row to RGBA with alpha 0; reads exactly 3 * w bytes.
+void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w) {
+    std::size_t x = 0;
+#if KIV_HAVE_SSE2
+    // A 16-byte load covers pixels x .. x + 5; stop while it stays inside the row.
+    for (; x + 6 <= w; x += 4) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * x));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), swap_red_blue(kivcore::spread_3_to_4(v)));
+    }
+#endif
+    for (; x < w; ++x) dst[x] = tagRGBA{s[3 * x + 2], s[3 * x + 1], s[3 * x], 0};
+}
+
+// One RGBA row to 24-bit BGR; writes exactly 3 * w bytes (the padding is left alone).
+void rgba_to_bgr_row(BYTE* d, const tagRGBA* p, std::size_t w) {
+    std::size_t x = 0;
+#if KIV_HAVE_SSE2
+    const __m128i m0 = _mm_setr_epi32(0xFFFFFF, 0, 0, 0), m1 = _mm_setr_epi32(static_cast<int>(0xFF000000u), 0xFFFF, 0, 0),
+                  m2 = _mm_setr_epi32(0, static_cast<int>(0xFFFF0000u), 0xFF, 0), m3 = _mm_setr_epi32(0, 0, static_cast<int>(0xFFFFFF00u), 0);
+    for (; x + 4 <= w; x += 4) {
+        const __m128i v = swap_red_blue(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + x)));
+        __m128i o = _mm_or_si128(_mm_and_si128(v, m0), _mm_and_si128(_mm_srli_si128(v, 1), m1));
+        o = _mm_or_si128(o, _mm_and_si128(_mm_srli_si128(v, 2), m2));
+        o = _mm_or_si128(o, _mm_and_si128(_mm_srli_si128(v, 3), m3));
+        BYTE* out = d + 3 * x;
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out), o);
+        const int tail = _mm_cvtsi128_si32(_mm_srli_si128(o, 8));
+        std::memcpy(out + 8, &tail, 4);
+    }
+#endif
+    for (; x < w; ++x) {
+        d[3 * x] = p[x].b;
+        d[3 * x + 1] = p[x].g;
+        d[3 * x + 2] = p[x].r;
+    }
+}
 
 // Channel masks and shifts of 16- and 32-bit BI_RGB rows. The shift is the mask moved down
 // to its lowest set bit and then used as a count (mod 32), which gives 31 for all six
@@ -62,7 +115,7 @@ struct RowReader {
             case 24:
                 // The fourth byte of a fresh image is 0 already: writing it lets the loop
                 // move whole pixels.
-                for (std::size_t x = 0; x < w; ++x, s += 3) dst[x] = tagRGBA{s[2], s[1], s[0], 0};
+                bgr_to_rgba_row(dst, s, w);
                 break;
             case 16:
                 for (std::size_t x = 0; x < w; ++x, s += 2) {
@@ -102,11 +155,7 @@ void write_row(BYTE* d, const tagRGBA* p, std::size_t w, int bits) {
             }
             break;
         case 24:
-            for (std::size_t x = 0; x < w; ++x, d += 3) {
-                d[0] = p[x].b;
-                d[1] = p[x].g;
-                d[2] = p[x].r;
-            }
+            rgba_to_bgr_row(d, p, w);
             break;
         case 8:
             for (std::size_t x = 0; x < w; ++x) d[x] = p[x].a;

@@ -184,6 +184,42 @@ TEST(PointAdjust, RectanglesOnTrueColour) {
     }
 }
 
+// Rectangles large enough for the pair-table path: every pixel inside gets what the same
+// member gives its colour alone on a 1x1 image (channels looked up independently, so one
+// grey ramp per channel is the reference), the fourth byte and the outside stay.
+TEST(PointAdjust, LargeRectanglesMatchTheOneColourResult) {
+    struct Case {
+        std::string name;
+        Op run;
+    } cases[] = {
+        {"gamma", [](kiv& k, tagRECT* r) { return k.gamma(r, 2.2); }},
+        {"gamma_rgb", [](kiv& k, tagRECT* r) { return k.gamma_rgb(r, 0.8, 1.3, 1.0, 2.2); }},
+        {"bright_contrast", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 20, 30); }},
+        {"adjust_rgb", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 20, -35, 150); }},
+    };
+    const int W = 701, H = 397;
+    const tagRECT rects[] = {{-5, 3, 690, 420}, {0, 0, W, H}};
+    for (const Case& c : cases) {
+        Rgb ramp[256];
+        for (int v = 0; v < 256; ++v) ramp[v] = through(c.run, Rgb{v, v, v});
+        for (const tagRECT& r0 : rects) {
+            kiv img = random_image(W, H, 24, 31), orig(img);
+            tagRECT r = r0;
+            ASSERT_EQ(1, c.run(img, &r)) << c.name;
+            for (int y = 0; y < H; ++y)
+                for (int x = 0; x < W; ++x) {
+                    const tagRGBA o = orig.m_pixels[y * W + x];
+                    tagRGBA e = o;
+                    if (x >= r0.left && x < r0.right && y >= r0.top && y < r0.bottom)
+                        e = tagRGBA{BYTE(ramp[o.r].r), BYTE(ramp[o.g].g), BYTE(ramp[o.b].b), o.a};
+                    ASSERT_TRUE(kivtest::same_rgba(e, img.m_pixels[y * W + x]))
+                        << c.name << " at " << x << "," << y << ": " << kivtest::rgba_str(img.m_pixels[y * W + x])
+                        << " expected " << kivtest::rgba_str(e);
+                }
+        }
+    }
+}
+
 // The map path gives each entry what the true-colour path gives that colour; the pixels
 // follow the map or keep their bytes as each member requires; indices never change.
 TEST(PointAdjust, ColourMapPathAgreesWithTrueColour) {

@@ -52,7 +52,7 @@ void count_progress(int, int) { ++g_progress_calls; }
 
 TEST(Orientation, RectangleOperationsMatchTheModel) {
     kivtest::Rng rng(3);
-    const int sizes[][2] = {{1, 1}, {1, 6}, {7, 1}, {6, 5}, {13, 9}};
+    const int sizes[][2] = {{1, 1}, {1, 6}, {7, 1}, {6, 5}, {13, 9}, {37, 6}};
     for (Op op : {Op::Half, Op::Mirror, Op::Flip})
         for (auto& s : sizes)
             for (int round = 0; round < 25; ++round) {

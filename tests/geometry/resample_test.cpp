@@ -162,6 +162,33 @@ TEST(Resample, LongRowsCrossTheStripBoundary) {
     }
 }
 
+TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
+    // Heights past one block of output rows, widths past one strip and not a multiple of
+    // eight, odd row counts for the paired horizontal pass, and a tall shrink whose source
+    // span overflows the strip buffer; each at several thread counts on both paths.
+    struct Shape {
+        int w, h, tw, th, method;
+    } shapes[] = {{77, 130, 45, 31, 11}, {50, 41, 131, 97, 10}, {203, 70, 13, 33, 1},
+                  {31, 9, 29, 75, 13},   {5, 2500, 3, 2, 10},   {1100, 3, 7, 1, 1}};
+    struct Threads {
+        ~Threads() { kiv::setthreads(0); }
+    } restore;
+    for (int threads : {1, 2, 3})
+        for (int scalar = 0; scalar < 2; ++scalar) {
+            kiv::setthreads(threads);
+            ScalarPath path(scalar != 0);
+            for (const Shape& s : shapes) {
+                kiv src = random_image(s.w, s.h, 24, 500 + static_cast<std::uint64_t>(s.tw) * 7 + s.method);
+                kiv got;
+                ASSERT_TRUE(kivgeom::resample(src, s.tw, s.th, s.method, false, got));
+                kiv expect = reference_resample(src, s.tw, s.th, s.method);
+                ASSERT_TRUE(images_equal(expect, got)) << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th
+                                                       << " method " << s.method << ", " << threads << " threads"
+                                                       << (scalar ? " scalar" : " sse2");
+            }
+        }
+}
+
 TEST(Zoom, MirroredEdgesReadTheNeighbourInside) {
     // Catmull-Rom at scale 1 across. Column 0 draws on j = -1, 0, 1 with weights 0.5625,
     // 0.5625, -0.0625 over their sum 1.0625, and j = -1 reads column 1. Column 4 draws on

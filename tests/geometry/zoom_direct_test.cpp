@@ -2,6 +2,7 @@
 // the bilinear arithmetic against a plain model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "geometry/geometry.h"
@@ -24,6 +25,14 @@ void model_sample(int x, int n, int m, int* i, float* f) {
         *i = n - 2;
         *f = 0.5f;
     }
+}
+
+// zoom_near's index: the sample rounded up from a fraction of one half, kept inside.
+int model_near(int x, int n, int m) {
+    int i;
+    float f;
+    model_sample(x, n, m, &i, &f);
+    return std::max(0, std::min(n - 1, i + (f >= 0.5f ? 1 : 0)));
 }
 
 // The source column each target column reads, from a one-row image whose pixel x holds x.
@@ -96,6 +105,33 @@ TEST(ZoomDirect, IndexRules) {
         std::vector<int> got = c.rows ? rows_read(c.op, c.from, c.to) : columns_read(c.op, c.from, c.to);
         EXPECT_EQ(c.expect, got) << (c.rows ? "rows " : "columns ") << c.from << " -> " << c.to;
     }
+}
+
+// Whole images at several thread counts: pixel (x, y) is source (column x, row y) of the
+// index rules, repeated rows included (they are copied from the row before).
+TEST(ZoomDirect, ReplicatedRowsMatchThePerAxisRules) {
+    struct Threads {
+        ~Threads() { kiv::setthreads(0); }
+    } restore;
+    const int shapes[][4] = {{7, 5, 23, 17}, {13, 11, 5, 29}, {3, 40, 9, 121}, {9, 3, 4, 2}};
+    for (int (kiv::*op)(int, int) : {&kiv::zoom_near, &kiv::zoom_pixel})
+        for (int threads : {1, 2, 3})
+            for (auto& s : shapes) {
+                kiv::setthreads(threads);
+                const bool nearest = op == &kiv::zoom_near;
+                std::vector<int> cols, rows;
+                for (int x = 0; x < s[2]; ++x) cols.push_back(nearest ? model_near(x, s[0], s[2]) : std::min(s[0] * x / s[2], s[0] - 1));
+                for (int y = 0; y < s[3]; ++y)
+                    rows.push_back(nearest ? model_near(y, s[1], s[3]) : std::min((s[1] * y + s[3] / 2) / s[3], s[1] - 1));
+                kiv src = random_image(s[0], s[1], 32, std::uint64_t(s[2] * 100 + s[3]));
+                kiv img(src);
+                ASSERT_EQ(1, (img.*op)(s[2], s[3]));
+                kiv expect(s[2], s[3], 32);
+                for (int y = 0; y < s[3]; ++y)
+                    for (int x = 0; x < s[2]; ++x) expect.m_pixels[y * s[2] + x] = px(src, cols[x], rows[y]);
+                ASSERT_TRUE(images_equal(expect, img)) << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << ", "
+                                                       << threads << " threads";
+            }
 }
 
 TEST(ZoomDirect, LinearSamplesTheLastPixelHalfwayBetweenTheLastTwo) {

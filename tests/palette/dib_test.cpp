@@ -145,6 +145,40 @@ TEST(Dib, RoundTripsAtEveryWrittenDepth) {
             }
 }
 
+// 24-bit rows at every width through the grouped row converters: each pixel against the
+// plain byte order, padding bytes of the written rows left zero, and stray padding in a
+// read DIB (the last row's included) never reaching a pixel.
+TEST(Dib, TwentyFourBitRowsAtEveryWidth) {
+    kivtest::Rng rng(11);
+    for (int w = 1; w <= 40; ++w)
+        for (int h : {1, 3}) {
+            kiv img = random_image(w, h, 24, std::uint64_t(w * 7 + h));
+            HGLOBAL dib = img.createdib();
+            ASSERT_NE(nullptr, dib);
+            std::vector<BYTE> b = global_bytes(dib);
+            GlobalFree(dib);
+            const std::size_t stride = stride_of(w, 24);
+            for (int y = 0; y < h; ++y) {
+                const BYTE* row = b.data() + 40 + stride * std::size_t(h - 1 - y);
+                for (int x = 0; x < w; ++x) {
+                    const tagRGBA p = px(img, x, y);
+                    ASSERT_TRUE(row[3 * x] == p.b && row[3 * x + 1] == p.g && row[3 * x + 2] == p.r)
+                        << w << "x" << h << " at " << x << "," << y;
+                }
+                for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) ASSERT_EQ(0, row[j]) << w << " padding";
+            }
+            // Read back a copy whose padding holds noise; the block ends right after the rows.
+            std::vector<BYTE> in(b.begin(), b.begin() + 40 + std::ptrdiff_t(stride) * h);
+            for (int y = 0; y < h; ++y)
+                for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) in[40 + stride * y + j] = BYTE(rng.next());
+            HGLOBAL g = to_global(in);
+            kiv back(g);
+            GlobalFree(g);
+            for (int i = 0; i < img.packets(); ++i) img.pixels()[i].a = 0;
+            ASSERT_TRUE(images_equal(img, back)) << w << "x" << h;
+        }
+}
+
 TEST(Dib, ReaderQuirks) {
     // 2 bits become a 4-bit image; colours from the table, index in the fourth byte.
     DibSpec two;
