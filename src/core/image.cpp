@@ -7,6 +7,7 @@
 #include "core/checked.h"
 #include "core/mapstore.h"
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "kiv.h"
 
 kiv::kiv() { clearparam(); }
@@ -62,8 +63,8 @@ static int begin_create(kiv* img, int width, int height, int bits) {
 int kiv::create(int width, int height, int bits) {
     int packets = begin_create(this, width, height, bits);
     if (packets < 0) return 0;
-    // calloc: zero pages come lazily from the system, so a large image costs no fill pass.
-    m_pixels = static_cast<tagRGBA*>(std::calloc(static_cast<std::size_t>(packets), sizeof(tagRGBA)));
+    // Zero pages come lazily from the system, so a large image costs no fill pass.
+    m_pixels = static_cast<tagRGBA*>(kivcore::alloc_pixels(static_cast<std::size_t>(packets) * sizeof(tagRGBA)));
     if (!m_pixels || (m_bits < 24 && !m_map)) {
         destroy();
         return 0;
@@ -88,7 +89,7 @@ int kiv::create_width_mapfile(int width, int height, int bits) {
         }
         delete store;
     }
-    m_pixels = static_cast<tagRGBA*>(std::calloc(static_cast<std::size_t>(packets), sizeof(tagRGBA)));
+    m_pixels = static_cast<tagRGBA*>(kivcore::alloc_pixels(static_cast<std::size_t>(packets) * sizeof(tagRGBA)));
     if (!m_pixels) {
         destroy();
         return 0;
@@ -101,7 +102,7 @@ void kiv::destroy() {
     if (m_mapstore)
         delete m_mapstore;  // closes the view and deletes the file
     else
-        std::free(m_pixels);
+        kivcore::free_pixels(m_pixels);
     clearparam();
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <unordered_set>
 
+#include "core/pixel_memory.h"
 #include "kiv.h"
 
 namespace {
@@ -42,18 +43,21 @@ extern "C" {
 
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
-    void* data = (flags & GMEM_ZEROINIT) ? std::calloc(bytes, 1) : std::malloc(bytes);
+    // Always zeroed (GMEM_ZEROINIT or not): DIB-sized blocks then share the pixel buffers'
+    // huge-page path.
+    (void)flags;
+    void* data = kivcore::alloc_pixels(bytes);
     if (!data) return nullptr;
     auto* b = new (std::nothrow) Block{data, bytes, 0};
     if (!b) {
-        std::free(data);
+        kivcore::free_pixels(data);
         return nullptr;
     }
     std::lock_guard<std::mutex> lk(registry_mutex());
     try {
         registry().insert(b);
     } catch (...) {
-        std::free(data);
+        kivcore::free_pixels(data);
         delete b;
         return nullptr;
     }
@@ -81,7 +85,7 @@ HGLOBAL GlobalFree(HGLOBAL mem) {
     Block* b = lookup(mem);
     if (!b) return mem;
     registry().erase(b);
-    std::free(b->data);
+    kivcore::free_pixels(b->data);
     delete b;
     return nullptr;
 }
@@ -97,10 +101,13 @@ HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     if (!b) return nullptr;
-    void* data = std::realloc(b->data, bytes);
+    // A new zeroed block (so any growth reads as zero, GMEM_ZEROINIT or not); the old one
+    // stays valid when this fails.
+    (void)flags;
+    void* data = kivcore::alloc_pixels(bytes);
     if (!data) return nullptr;
-    if ((flags & GMEM_ZEROINIT) && bytes > b->size)
-        std::memset(static_cast<char*>(data) + b->size, 0, bytes - b->size);
+    std::memcpy(data, b->data, std::min(bytes, b->size));
+    kivcore::free_pixels(b->data);
     b->data = data;
     b->size = bytes;
     return b;

@@ -1,6 +1,8 @@
 // Image object: creation, copies, moves, shallow assignment, rectangle clipping.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <climits>
 
 #include "kiv.h"
@@ -214,4 +216,27 @@ TEST(ImageCopy, IntoADestinationOfTheSamePixelCount) {
     ASSERT_EQ(1, back.copyfrom(&dst));
     EXPECT_EQ(16, back.colors());
     EXPECT_TRUE(images_equal(src, back));
+}
+
+// Images past the heap's range come from the system: each must start zeroed even when the
+// previous one of the same size was written over and released, and copies and moves
+// between such images and small ones must release each through the right path (the
+// sanitizer build checks the release).
+TEST(ImageCreate, LargeImagesStartZeroedAndReleaseCleanly) {
+    for (int round = 0; round < 3; ++round) {
+        kiv big(2048, 1100 + round, 24);  // about 9 MB
+        ASSERT_NE(big.m_pixels, nullptr);
+        for (int i = 0; i < big.m_packets; i += 997) ASSERT_EQ(0u, reinterpret_cast<const unsigned&>(big.m_pixels[i])) << i;
+        std::memset(static_cast<void*>(big.m_pixels), 0xA5, static_cast<std::size_t>(big.m_packets) * sizeof(tagRGBA));
+
+        kiv small(3, 3, 24);
+        ASSERT_TRUE(small.copyfrom(&big));  // small takes a large buffer
+        EXPECT_EQ(0xA5, small.m_pixels[small.m_packets - 1].r);
+        kiv moved;
+        moved.movefrom(&small);
+        EXPECT_EQ(nullptr, small.m_pixels);
+        EXPECT_EQ(0xA5, moved.m_pixels[0].g);
+        ASSERT_TRUE(big.create(5, 5, 24));  // large released, small allocated
+        EXPECT_EQ(0, big.m_pixels[24].b);
+    }
 }

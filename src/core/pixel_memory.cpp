@@ -1,0 +1,85 @@
+// Zeroed pixel buffers; see pixel_memory.h.
+#include "core/pixel_memory.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+#if defined(__linux__)
+#  include <sys/mman.h>
+
+#  include <mutex>
+#  include <unordered_map>
+#endif
+
+namespace kivcore {
+
+#if defined(__linux__)
+namespace {
+
+constexpr std::size_t kHuge = std::size_t(2) << 20;
+// Below this the heap serves well enough (and packs small images tightly).
+constexpr std::size_t kDirectFrom = std::size_t(8) << 20;
+
+// The system mappings handed out, by their pixel address: munmap needs the length, and
+// free_pixels must tell them from heap blocks. Few and large, so a locked map is cheap.
+struct Mappings {
+    std::mutex lock;
+    std::unordered_map<void*, std::size_t> sizes;
+};
+Mappings& mappings() {
+    static Mappings* m = new Mappings();  // never destroyed: images may outlive static teardown
+    return *m;
+}
+
+void* map_aligned(std::size_t n) {
+    if (n > SIZE_MAX - kHuge) return nullptr;
+    const std::size_t len = (n + kHuge - 1) / kHuge * kHuge;
+    // Over-map by one huge page, then give back the unaligned head and the tail.
+    void* raw = mmap(nullptr, len + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    const auto base = reinterpret_cast<std::uintptr_t>(raw);
+    const std::uintptr_t aligned = (base + kHuge - 1) / kHuge * kHuge;
+    if (aligned > base) munmap(raw, aligned - base);
+    const std::uintptr_t end = base + len + kHuge;
+    if (end > aligned + len) munmap(reinterpret_cast<void*>(aligned + len), end - (aligned + len));
+    void* p = reinterpret_cast<void*>(aligned);
+    madvise(p, len, MADV_HUGEPAGE);  // advice only: without huge pages the block still works
+    try {
+        std::lock_guard<std::mutex> g(mappings().lock);
+        mappings().sizes.emplace(p, len);
+    } catch (...) {
+        munmap(p, len);
+        return nullptr;
+    }
+    return p;
+}
+
+}  // namespace
+
+void* alloc_pixels(std::size_t n) {
+    if (n >= kDirectFrom) return map_aligned(n);  // anonymous pages come zeroed
+    return std::calloc(n ? n : 1, 1);
+}
+
+void free_pixels(void* p) {
+    if (!p) return;
+    std::size_t len = 0;
+    {
+        std::lock_guard<std::mutex> g(mappings().lock);
+        auto it = mappings().sizes.find(p);
+        if (it != mappings().sizes.end()) {
+            len = it->second;
+            mappings().sizes.erase(it);
+        }
+    }
+    if (len)
+        munmap(p, len);
+    else
+        std::free(p);
+}
+#else
+void* alloc_pixels(std::size_t n) { return std::calloc(n ? n : 1, 1); }
+void free_pixels(void* p) { std::free(p); }
+#endif
+
+}  // namespace kivcore
