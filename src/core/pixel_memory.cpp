@@ -4,7 +4,18 @@
 #include <cstdint>
 #include <cstdlib>
 
-#if defined(__linux__)
+// Sanitizer builds keep every block on the heap, where LeakSanitizer can see it.
+#if defined(__has_feature)
+#  if __has_feature(address_sanitizer)
+#    define KIV_HEAP_ONLY 1
+#  endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#  define KIV_HEAP_ONLY 1
+#endif
+
+#if defined(__linux__) && !defined(KIV_HEAP_ONLY)
+#  define KIV_DIRECT_MAPPINGS 1
 #  include <sys/mman.h>
 
 #  include <mutex>
@@ -13,7 +24,7 @@
 
 namespace kivcore {
 
-#if defined(__linux__)
+#if defined(KIV_DIRECT_MAPPINGS)
 namespace {
 
 constexpr std::size_t kHuge = std::size_t(2) << 20;
