@@ -3,9 +3,11 @@
 #define KIV_FILTER_FILTER_3X3_IMPL_H
 
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
@@ -47,7 +49,14 @@ void run_3x3(kiv* img, const Area& a, Kernel kernel) {
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w);
     // Results go to a buffer (every byte is written), so every read sees the original image.
-    std::unique_ptr<tagRGBA[]> out(new tagRGBA[sw * static_cast<std::size_t>(h)]);
+    // Pixel memory (huge pages for large areas): a fresh buffer's page faults otherwise cost
+    // as much as the filtering.
+    struct Release {
+        void operator()(tagRGBA* p) const { kivcore::free_pixels(p); }
+    };
+    std::unique_ptr<tagRGBA, Release> out(
+        static_cast<tagRGBA*>(kivcore::alloc_pixels(sw * static_cast<std::size_t>(h) * sizeof(tagRGBA))));
+    if (!out) throw std::bad_alloc();
     kivcore::parallel_chunks(0, h, [&](int jb, int je) {
         // Planar copies of three rows, padded by one pixel each side; source row j lives in
         // slot j % 3, so each row is converted once per chunk.

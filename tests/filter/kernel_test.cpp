@@ -162,7 +162,7 @@ TEST(FilterKernel3x3, WideRowsOnBothPathsAndThreadCounts) {
         for (int threads = 1; threads <= 3; ++threads) {
             kivfilter::set_force_scalar(scalar != 0);
             kiv::setthreads(threads);
-            for (unsigned mode : {0u, 1u, 5u, 12u, 14u}) {
+            for (unsigned mode : {0u, 1u, 5u, 7u, 8u, 12u, 14u}) {
                 tagRECT r{-3, 2, 190, 40};
                 kiv got = random_image(203, 41, 24, static_cast<std::uint64_t>(mode * 5 + threads)), want(got);
                 ASSERT_EQ(got.filter_3x3(&r, mode), 1);
