@@ -57,6 +57,22 @@ inline void memcpy_image(benchmark::State& state, int size) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(a.size()));
 }
 
+// Runs f on a fresh copy of the size x size photo each iteration; the copy is timed apart
+// and excluded.
+template <class F>
+void run_on_photo_copy(benchmark::State& state, int size, F f) {
+    kiv& src = photo(size);
+    kiv img(size, size, 24);
+    for (auto _ : state) {
+        state.PauseTiming();
+        img.blt(0, 0, size, size, &src, 0, 0);
+        state.ResumeTiming();
+        f(img);
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size) * size * 4);
+}
+
 }  // namespace kivbench
 
 #endif

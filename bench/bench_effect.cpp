@@ -5,21 +5,6 @@ namespace {
 
 constexpr int kSize = 4096;
 
-// Each iteration works on a fresh copy of the photo; the copy is timed apart and excluded.
-template <class F>
-void run_effect(benchmark::State& state, F f) {
-    kiv& src = kivbench::photo(kSize);
-    kiv img(kSize, kSize, 24);
-    for (auto _ : state) {
-        state.PauseTiming();
-        img.blt(0, 0, kSize, kSize, &src, 0, 0);
-        state.ResumeTiming();
-        f(img);
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kSize) * kSize * 4);
-}
-
 // A 256 x 256 canvas-like texture (grey noise, softened).
 kiv& texture() {
     static kiv tex(256, 256, 24);
@@ -41,49 +26,49 @@ BENCHMARK(BM_memcpy_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_oilpaint(benchmark::State& state) {
     const int r = static_cast<int>(state.range(0)), levels = static_cast<int>(state.range(1));
-    run_effect(state, [&](kiv& i) { i.oilpaint(nullptr, r, levels); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.oilpaint(nullptr, r, levels); });
 }
 BENCHMARK(BM_oilpaint)->Args({2, 20})->Args({8, 20})->Args({8, 256})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_pixelize(benchmark::State& state) {
     const int size = static_cast<int>(state.range(0));
-    run_effect(state, [&](kiv& i) { i.pixelize(nullptr, size); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.pixelize(nullptr, size); });
 }
 BENCHMARK(BM_pixelize)->Arg(4)->Arg(32)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_pyramid(benchmark::State& state) {
-    run_effect(state, [](kiv& i) { i.pyramid(nullptr, 32, 60); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.pyramid(nullptr, 32, 60); });
 }
 BENCHMARK(BM_pyramid)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_spread(benchmark::State& state) {
     const int d = static_cast<int>(state.range(0));
-    run_effect(state, [&](kiv& i) { i.spread(nullptr, d, 1u); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.spread(nullptr, d, 1u); });
 }
 BENCHMARK(BM_spread)->Arg(4)->Arg(32)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_video(benchmark::State& state) {
-    run_effect(state, [](kiv& i) { i.video(nullptr, 40, 30); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.video(nullptr, 40, 30); });
 }
 BENCHMARK(BM_video)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_noise(benchmark::State& state) {
     tagKIV_NOISE p{40, static_cast<int>(state.range(0)), 0, 7u};
-    run_effect(state, [&](kiv& i) { i.noise(nullptr, &p); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.noise(nullptr, &p); });
 }
 BENCHMARK(BM_noise)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_texturize(benchmark::State& state) {
     kiv& tex = texture();
     tagKIV_TEXTURE p{135, 45, 8};
-    run_effect(state, [&](kiv& i) { i.texturize(nullptr, &tex, &p); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.texturize(nullptr, &tex, &p); });
 }
 BENCHMARK(BM_texturize)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_bumpmap(benchmark::State& state) {
     kiv& map = kivbench::photo(kSize);
     tagKIV_BUMPMAP p{135, 45, 4, 0};
-    run_effect(state, [&](kiv& i) { i.bumpmap(nullptr, &map, &p); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.bumpmap(nullptr, &map, &p); });
 }
 BENCHMARK(BM_bumpmap)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -91,7 +76,7 @@ static void BM_bumpmap_merge(benchmark::State& state) {
     kiv& map = kivbench::photo(kSize);
     tagKIV_BUMPMAP p{135, 45, 4, 0};
     const int mode = static_cast<int>(state.range(0));
-    run_effect(state, [&](kiv& i) { i.bumpmap_merge(nullptr, &map, &p, mode, 160); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.bumpmap_merge(nullptr, &map, &p, mode, 160); });
 }
 BENCHMARK(BM_bumpmap_merge)->Arg(0)->Arg(11)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -2,24 +2,7 @@
 #include "bench_common.h"
 
 namespace {
-
 constexpr int kSize = 4096;
-
-// Each iteration filters a fresh copy of the photo; the copy is timed apart and excluded.
-template <class F>
-void run_filter(benchmark::State& state, F f) {
-    kiv& src = kivbench::photo(kSize);
-    kiv img(kSize, kSize, 24);
-    for (auto _ : state) {
-        state.PauseTiming();
-        img.blt(0, 0, kSize, kSize, &src, 0, 0);
-        state.ResumeTiming();
-        f(img);
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kSize) * kSize * 4);
-}
-
 }  // namespace
 
 static void BM_memcpy_4096(benchmark::State& state) { kivbench::memcpy_image(state, kSize); }
@@ -27,44 +10,44 @@ BENCHMARK(BM_memcpy_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_blur_gauss_iir(benchmark::State& state) {
     const double s = static_cast<double>(state.range(0));
-    run_filter(state, [&](kiv& i) { i.blur_gauss_iir(nullptr, s, s); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.blur_gauss_iir(nullptr, s, s); });
 }
 BENCHMARK(BM_blur_gauss_iir)->Arg(2)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_blur_gauss_rle(benchmark::State& state) {
     const double s = static_cast<double>(state.range(0));
-    run_filter(state, [&](kiv& i) { i.blur_gauss_rle(nullptr, s); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.blur_gauss_rle(nullptr, s); });
 }
 BENCHMARK(BM_blur_gauss_rle)->Arg(2)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_blur_simple_r5(benchmark::State& state) {
-    run_filter(state, [](kiv& i) { i.blur_simple(nullptr, 5); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.blur_simple(nullptr, 5); });
 }
 BENCHMARK(BM_blur_simple_r5)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_filter_3x3(benchmark::State& state) {
     const unsigned mode = static_cast<unsigned>(state.range(0));
-    run_filter(state, [&](kiv& i) { i.filter_3x3(nullptr, mode); });
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.filter_3x3(nullptr, mode); });
 }
 BENCHMARK(BM_filter_3x3)->Arg(0)->Arg(1)->Arg(3)->Arg(12)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_edge(benchmark::State& state) {
-    run_filter(state, [](kiv& i) { i.edge(nullptr, 10.0); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.edge(nullptr, 10.0); });
 }
 BENCHMARK(BM_edge)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_emboss(benchmark::State& state) {
-    run_filter(state, [](kiv& i) { i.emboss(nullptr, nullptr); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.emboss(nullptr, nullptr); });
 }
 BENCHMARK(BM_emboss)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 static void BM_blur_gauss_sel_r5(benchmark::State& state) {
-    run_filter(state, [](kiv& i) { i.blur_gauss_sel(nullptr, 5.0, 20); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.blur_gauss_sel(nullptr, 5.0, 20); });
 }
 BENCHMARK(BM_blur_gauss_sel_r5)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
 static void BM_unsharp_mask(benchmark::State& state) {
-    run_filter(state, [](kiv& i) { i.unsharp_mask(nullptr, 2.0, 100, 3); });
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.unsharp_mask(nullptr, 2.0, 100, 3); });
 }
 BENCHMARK(BM_unsharp_mask)->Unit(benchmark::kMillisecond)->UseRealTime();
 
