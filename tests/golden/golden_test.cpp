@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "kiv.h"
+#include "support/test_images.h"
 
 namespace {
 
@@ -80,18 +81,7 @@ std::string hex(std::uint64_t v) {
 
 // ---- Images ----
 
-// splitmix64: the same sequence everywhere.
-struct Rng {
-    std::uint64_t s;
-    explicit Rng(std::uint64_t seed) : s(seed) {}
-    std::uint64_t next() {
-        std::uint64_t z = (s += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    int below(int n) { return static_cast<int>(next() % static_cast<std::uint64_t>(n)); }
-};
+using kivtest::Rng;  // splitmix64: the same sequence everywhere
 
 BYTE clamp_byte(int v) { return static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
