@@ -272,6 +272,17 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             ref_edge(want, rect_of(c), s);
             EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " strength " << s;
         }
+    // Rows are converted once per chunk: chunk starts at one to three threads, a rectangle
+    // whose margins come from outside it.
+    for (int threads = 1; threads <= 3; ++threads) {
+        kiv::setthreads(threads);
+        tagRECT r{5, 3, 150, 61};
+        kiv got = random_image(157, 67, 24, static_cast<std::uint64_t>(threads)), want(got);
+        ASSERT_EQ(got.edge(&r, 7.0), 1);
+        ref_edge(want, &r, 7.0);
+        EXPECT_TRUE(images_equal(got, want)) << "threads " << threads;
+    }
+    kiv::setthreads(0);
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)
