@@ -260,6 +260,22 @@ Palette random_palette(kivtest::Rng& rng, const kiv& img) {
     return p;
 }
 
+// Each pixel of out is entry want[i] of p with that index in byte 3.
+::testing::AssertionResult mapped_as(const kiv& out, const std::vector<int>& want, const Palette& p) {
+    int bad = 0;
+    ::testing::AssertionResult res = ::testing::AssertionSuccess();
+    for (int i = 0; i < out.m_packets && bad < 5; ++i) {
+        const tagRGBA& q = out.m_pixels[i];
+        const int k = want[static_cast<std::size_t>(i)];
+        const Rgb& e = p.entry[k];
+        if (q.a != k || q.r != e.r || q.g != e.g || q.b != e.b) {
+            if (bad++ == 0) res = ::testing::AssertionFailure();
+            res << " pixel " << i << ": " << kivtest::rgba_str(q) << " want index " << k << ";";
+        }
+    }
+    return res;
+}
+
 }  // namespace
 
 TEST(QuantizeReference, MedianCutMatchesCellByCellModel) {
@@ -304,20 +320,61 @@ TEST(QuantizeReference, MappingMatchesPixelByPixelModel) {
                 kiv out(img);
                 std::vector<std::uint32_t> cache(kivquant::kCells);
                 kivquant::map_pixels(out.m_pixels, out.m_width, out.m_height, mode, p, cache.data());
-                int bad = 0;
-                for (int i = 0; i < img.m_packets && bad < 5; ++i) {
-                    const tagRGBA& q = out.m_pixels[i];
-                    const Rgb& e = p.entry[want[static_cast<std::size_t>(i)]];
-                    if (q.a != want[static_cast<std::size_t>(i)] || q.r != e.r || q.g != e.g || q.b != e.b) {
-                        ADD_FAILURE() << "mode " << mode << " " << s[0] << "x" << s[1] << " threads " << threads
-                                      << " pixel " << i << ": " << kivtest::rgba_str(q) << " want index "
-                                      << want[static_cast<std::size_t>(i)];
-                        ++bad;
-                    }
-                }
+                EXPECT_TRUE(mapped_as(out, want, p)) << "mode " << mode << " " << s[0] << "x" << s[1] << " threads "
+                                                     << threads;
             }
     }
     kiv::setthreads(0);
+}
+
+// quantize as a whole against the models: the prescan's histogram (also across the pixel
+// that ends the first-appearance list), the forced exact match, the median cut, the colour
+// map and depth; and with a given palette, no prescan even on a few-coloured image.
+TEST(QuantizeReference, QuantizeMatchesModelPipeline) {
+    kivtest::Rng rng(23);
+    for (int round = 0; round < 40; ++round) {
+        const int mode = round % 5;
+        kiv img = round % 4 == 0 ? kivtest::random_image(1 + rng.below(24), 1 + rng.below(24), 24, rng.next())
+                                 : clustered_image(1 + rng.below(60), 1 + rng.below(60), rng.next());
+        Palette firsts;
+        std::vector<std::uint32_t> seen;
+        for (int i = 0; i < img.m_packets; ++i) {
+            const tagRGBA& s = img.m_pixels[i];
+            const std::uint32_t key = s.r | s.g << 8 | s.b << 16;
+            if (std::find(seen.begin(), seen.end(), key) != seen.end()) continue;
+            seen.push_back(key);
+            if (firsts.count < kivquant::kMaxEntries) firsts.entry[firsts.count++] = Rgb{s.r, s.g, s.b};
+        }
+        const int distinct = static_cast<int>(seen.size());
+        const int pick[3] = {distinct - 1, distinct, 1 + rng.below(256)};
+        const int colors = std::clamp(pick[rng.below(3)], 1, 256);
+        kiv out(img);
+        Palette p;
+        std::vector<int> want;
+        if (round % 5 == 4 && distinct <= 256) {
+            p = random_palette(rng, img);
+            std::vector<unsigned char> block(sizeof(tagLOGPALETTE) + sizeof(PALETTEENTRY) * 256);
+            tagLOGPALETTE* lp = reinterpret_cast<tagLOGPALETTE*>(block.data());
+            lp->palVersion = 0x300;
+            lp->palNumEntries = static_cast<WORD>(p.count);
+            for (int i = 0; i < p.count; ++i)
+                lp->palPalEntry[i] = PALETTEENTRY{BYTE(p.entry[i].r), BYTE(p.entry[i].g), BYTE(p.entry[i].b), 0};
+            out.quantize(round % 3, 0, lp);
+            want = ref_map(img, round % 3, p);
+        } else {
+            const bool few = distinct <= colors;
+            p = few ? firsts : ref_median_cut(histogram(img), colors);
+            out.quantize(mode, colors, nullptr);
+            want = ref_map(img, few ? 2 : mode, p);
+        }
+        ASSERT_EQ(p.count, out.m_colors) << "round " << round;
+        EXPECT_EQ(p.count <= 2 ? 1 : p.count <= 16 ? 4 : 8, out.m_bits) << "round " << round;
+        for (int i = 0; i < p.count; ++i)
+            EXPECT_TRUE(out.m_map[i].r == p.entry[i].r && out.m_map[i].g == p.entry[i].g &&
+                        out.m_map[i].b == p.entry[i].b && out.m_map[i].a == 0)
+                << "round " << round << " entry " << i;
+        EXPECT_TRUE(mapped_as(out, want, p)) << "round " << round << " mode " << mode << " colors " << colors;
+    }
 }
 
 // An entry whose nearest point of a block is exactly the smallest farthest distance can
