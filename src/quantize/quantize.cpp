@@ -7,6 +7,9 @@
 #include "core/checked.h"
 #include "quantize/quantize.h"
 
+// Callers pass colour lists as packed three-byte records.
+static_assert(sizeof(tagSYSCOL) == 3, "tagSYSCOL records follow one another every three bytes");
+
 namespace {
 
 bool valid_mode(int mode) { return mode >= kivquant::kNearest && mode <= kivquant::kOrdered; }
