@@ -331,8 +331,8 @@ public:
      *   4  hue wheel, 256 entries;         5  pastel wheel, 256 entries;
      *   6  heat ramp black-red-yellow-white; 7 cold ramp black-blue-cyan-white;
      *   8  warm ramp (255,255,128) to black.
-     * 1 when done; 0, image unchanged, for which outside 0..8, mode outside 0..4 or an
-     * empty image. */
+     * 1 when done (an image without pixels is left as it is); 0, image unchanged, for which
+     * outside 0..8 or mode outside 0..4. */
     int quantize_wdp(int mode, int which);
 
     /* ---- Fills and gradients -------------------------------------------------------- */

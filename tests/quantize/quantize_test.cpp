@@ -144,7 +144,7 @@ TEST(Quantize, RefusalsLeaveTheImageUnchanged) {
 
     kiv empty;
     empty.quantize(0, 16, nullptr);
-    EXPECT_EQ(0, empty.quantize_wdp(0, 1));
+    EXPECT_EQ(1, empty.quantize_wdp(0, 1));
     EXPECT_EQ(nullptr, empty.m_pixels);
     EXPECT_EQ(nullptr, empty.m_map);
 }
