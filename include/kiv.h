@@ -478,7 +478,7 @@ public:
     int tile_divide(tagRECT* rect, int n);
     /* Turn the image by degrees (positive: counter-clockwise, any finite value) about its
      * centre into a new image just large enough to hold it (ceil of the turned extents;
-     * exact multiples of 90 give exactly rotate's result).  Corners not covered by the
+     * exact multiples of 90 give exactly rotate's pixels).  Corners not covered by the
      * image take background (COLORREF, alpha 0).  method 0: nearest pixel; 1: bilinear
      * over all four bytes, background outside the image, rounded.  Sines and cosines come
      * from the library's own series, so every platform gives the same bytes.  The depth is
