@@ -409,8 +409,9 @@ public:
 
     /* ---- Resampling, orientation and layout ----------------------------------------- */
     /* The image becomes the part of itself inside *rect (null or empty: the whole image);
-     * palettized images keep their depth and colour map.  0, unchanged, when the clipped
-     * rectangle is empty. */
+     * palettized images keep their depth, colour map and colors(); a true-colour image
+     * keeps no map.  The image is rebuilt, so the progress callback is cleared.  0,
+     * unchanged, when the clipped rectangle is empty. */
     int crop(tagRECT* rect);
 
     /* Filtered resampling to w x h pixels (both >= 1).  method picks the filter, by
@@ -426,11 +427,13 @@ public:
     int zoom(int w, int h, int method, int mapped);
     /* Pixel replication to w x h: target (x, y) copies source column trunc(width * x / w)
      * and row round(height * y / h) (clamped to the last row), all four bytes.  Keeps the
-     * depth and the colour map.  0 for an empty image or w, h below 1. */
+     * depth, and below 9 bits the colour map and colors(); the colours are then refreshed
+     * from the map (validate_rgb), so at 9 to 23 bits, whose new map is blank, they become
+     * 0.  0 for an empty image or w, h below 1. */
     int zoom_pixel(int w, int h);
     /* Nearest neighbour to w x h: source position width * x / w (and likewise for rows)
      * in single precision, rounded half up; positions at or past the last pixel take the
-     * last pixel.  All four bytes copied; keeps the depth and the colour map.  0 for an
+     * last pixel.  All four bytes copied; depth, map and colours as zoom_pixel.  0 for an
      * empty image or w, h below 1. */
     int zoom_near(int w, int h);
     /* Bilinear to w x h in single precision between the two pixels left/right of and
@@ -463,9 +466,10 @@ public:
      * or too little memory. */
     int scroll(int dx, int dy, int wrap);
     /* The image becomes nx x ny copies of its part inside rect (null or empty: the whole
-     * image), at the same depth and colour map.  0, unchanged, for nx or ny below 1, a
-     * rectangle wholly outside, a result over 2^31 - 1 pixels per side or too little
-     * memory. */
+     * image), at the same depth; below 24 bits the map's entries are copied into a new map
+     * of 1 << bits entries, so colors() becomes 1 << bits (or the old count when the map
+     * was longer).  0, unchanged, for nx or ny below 1, a rectangle wholly outside, a result
+     * over 2^31 - 1 pixels per side or too little memory. */
     int tile(tagRECT* rect, int nx, int ny);
     /* The part inside rect is resampled to (width / n) x (height / n) with zoom's Mitchell
      * filter (method 10; it is sharpened) and repeated n x n times; the result is 24 bits.
@@ -474,7 +478,7 @@ public:
     int tile_divide(tagRECT* rect, int n);
     /* Turn the image by degrees (positive: counter-clockwise, any finite value) about its
      * centre into a new image just large enough to hold it (ceil of the turned extents;
-     * exact multiples of 90 give exactly rotate's result).  Corners not covered by the
+     * exact multiples of 90 give exactly rotate's pixels).  Corners not covered by the
      * image take background (COLORREF, alpha 0).  method 0: nearest pixel; 1: bilinear
      * over all four bytes, background outside the image, rounded.  Sines and cosines come
      * from the library's own series, so every platform gives the same bytes.  The depth is

@@ -1,7 +1,5 @@
 // Cropping an image to a rectangle of itself.
-#include <cstring>
-
-#include "kiv.h"
+#include "geometry/geometry.h"
 
 int kiv::crop(tagRECT* rect) {
     if (!m_pixels) return 0;
@@ -9,19 +7,10 @@ int kiv::crop(tagRECT* rect) {
     if (!validaterect(rect, &r)) return 0;
     kiv tmp;
     if (!tmp.create(r.right - r.left, r.bottom - r.top, m_bits)) return 0;
-    // The map travels with the pixels (their fourth bytes index it); like copyto, a map kept
-    // by an image raised to true colour travels too.
-    if (m_map && m_colors > 0) {
-        if (!tmp.m_map || tmp.m_colors < m_colors) {
-            tmp.alloccmap(m_colors);
-            if (!tmp.m_map) return 0;
-        }
-        std::memcpy(tmp.m_map, m_map, static_cast<std::size_t>(m_colors) * sizeof(tagRGBA));
-        tmp.m_colors = m_colors;
-    }
+    // Below 24 bits the map and its count travel with the pixels (their fourth bytes index
+    // it); a true-colour image keeps no map, even one left over from a raised depth.
+    if (m_bits < 24 && !kivgeom::copy_colour_map(*this, tmp)) return 0;
     tmp.blt(0, 0, tmp.m_width, tmp.m_height, this, r.left, r.top);
-    const kivProgressProc progress = m_progressproc;  // the host's callback stays installed
-    movefrom(&tmp);
-    m_progressproc = progress;
+    movefrom(&tmp);  // like every rebuild but rotate's, this clears the progress callback
     return 1;
 }

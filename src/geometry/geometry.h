@@ -21,13 +21,15 @@ bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst);
 void set_force_scalar(bool on);
 bool force_scalar();
 
-// dst gets src's colour map: its colors entries and the count itself (callers decide for
-// which depths).
-inline void copy_colour_map(kiv& src, kiv& dst) {
+// dst gets src's colour map: its colors entries and, with count, the count itself (callers
+// decide for which depths). Without count, dst keeps the count its create gave it unless
+// src's entries need a longer map. False when that longer map could not be allocated.
+inline bool copy_colour_map(kiv& src, kiv& dst, bool count = true) {
     int n = src.m_map ? src.m_colors : 0;
     if (n > 0 && (!dst.m_map || dst.m_colors < n)) dst.alloccmap(n);
     if (n > 0 && dst.m_map) std::memcpy(dst.m_map, src.m_map, static_cast<std::size_t>(n) * sizeof(tagRGBA));
-    dst.m_colors = dst.m_map ? std::max(n, 0) : 0;
+    if (count || !dst.m_map) dst.m_colors = dst.m_map ? std::max(n, 0) : 0;
+    return n <= 0 || dst.m_map;
 }
 
 // The rectangle (x, y, x + w, y + h) of the x, y, w, h forms; the sums saturate instead of

@@ -17,7 +17,7 @@ bool crop_copy(kiv& src, tagRECT* rect, kiv& dst) {
     tagRECT r;
     if (!src.m_pixels || !src.validaterect(rect, &r)) return false;
     if (!dst.create(r.right - r.left, r.bottom - r.top, src.m_bits)) return false;
-    if (src.m_bits < 24) kivgeom::copy_colour_map(src, dst);
+    if (src.m_bits < 24 && !kivgeom::copy_colour_map(src, dst)) return false;
     dst.blt(0, 0, dst.m_width, dst.m_height, &src, r.left, r.top);
     return true;
 }
@@ -28,7 +28,9 @@ bool repeat_into(kiv& src, int nx, int ny, kiv& dst) {
     const long long tw = static_cast<long long>(src.m_width) * nx, th = static_cast<long long>(src.m_height) * ny;
     if (tw > 0x7FFFFFFF || th > 0x7FFFFFFF) return false;
     if (!dst.create(static_cast<int>(tw), static_cast<int>(th), src.m_bits)) return false;
-    if (src.m_bits < 24) kivgeom::copy_colour_map(src, dst);
+    // The entries only: the count stays the 1 << bits of the new map (more only when src's
+    // map is longer than its depth).
+    if (src.m_bits < 24 && !kivgeom::copy_colour_map(src, dst, false)) return false;
     for (int j = 0; j < ny; ++j)
         for (int i = 0; i < nx; ++i) dst.blt(src.m_width * i, src.m_height * j, src.m_width, src.m_height, &src, 0, 0);
     return true;

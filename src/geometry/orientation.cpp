@@ -90,7 +90,7 @@ void kiv::rotate(int dir) {
     const int W = m_width, H = m_height;
     kiv turned;
     if (!turned.create(H, W, m_bits)) return;
-    if (m_bits < 24) kivgeom::copy_colour_map(*this, turned);
+    if (m_bits < 24 && !kivgeom::copy_colour_map(*this, turned)) return;
 
     // One unit of work is a band of source rows; it writes its own band of target columns.
     const bool ccw = dir != 0;

@@ -45,7 +45,7 @@ int nearest_at(int x, int n, int m) {
 int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const std::vector<int>& rows) {
     kiv result;
     if (!result.create(w, h, img.m_bits)) return 0;
-    if (img.m_bits < 9) kivgeom::copy_colour_map(img, result);
+    if (img.m_bits < 9 && !kivgeom::copy_colour_map(img, result)) return 0;
     kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             tagRGBA* d = row_ptr(result, y);

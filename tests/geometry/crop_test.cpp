@@ -37,17 +37,24 @@ TEST(Crop, MatchesThePerPixelModel) {
     }
 }
 
-TEST(Crop, KeepsAMapLongerThanTheDepthAndTheCallback) {
+TEST(Crop, MapFollowsTheDepthAndTheCallbackIsCleared) {
+    // Below 24 bits the whole map and its count travel, also a map longer than the depth.
     kiv img = random_image(6, 6, 1, 3);
     img.alloccmap(40);
     for (int i = 0; i < 40; ++i) img.map()[i] = tagRGBA{BYTE(i), 1, 2, 0};
-    static int calls = 0;
-    img.m_progressproc = [](int, int) { ++calls; };
+    img.m_progressproc = [](int, int) {};
     tagRECT r{1, 1, 4, 5};
     ASSERT_EQ(1, img.crop(&r));
     EXPECT_EQ(40, img.colors());
     EXPECT_EQ(39, img.map()[39].r);
-    EXPECT_NE(nullptr, img.m_progressproc);
+    EXPECT_EQ(nullptr, img.m_progressproc);  // the image was rebuilt by movefrom
+    // A true-colour image keeps no map, even one left over from a raised depth.
+    kiv raised = random_image(5, 4, 8, 4);
+    raised.m_bits = 24;
+    ASSERT_EQ(1, raised.crop(&r));
+    EXPECT_EQ(24, raised.bits());
+    EXPECT_EQ(0, raised.colors());
+    EXPECT_EQ(nullptr, raised.map());
     kiv empty;
     EXPECT_EQ(0, empty.crop(nullptr));
 }

@@ -84,6 +84,21 @@ TEST(Tile, RepeatsTheClippedRectangleAndKeepsTheMap) {
     kiv whole(before);
     ASSERT_EQ(1, whole.tile(nullptr, 1, 1));
     EXPECT_TRUE(images_equal(before, whole));
+    // The repeat copies the entries into a map of 1 << bits (the cropped part keeps the
+    // short count); a map longer than the depth is kept whole.
+    kiv short_map = random_image(3, 2, 8, 75);
+    short_map.m_colors = 20;
+    kiv short_before(short_map);
+    ASSERT_EQ(1, short_map.tile(nullptr, 2, 1));
+    ASSERT_EQ(256, short_map.colors());
+    for (int i = 0; i < 256; ++i)
+        EXPECT_TRUE(kivtest::same_rgba(i < 20 ? short_before.m_map[i] : tagRGBA{0, 0, 0, 0}, short_map.m_map[i])) << i;
+    kiv long_map = random_image(3, 2, 1, 76);
+    long_map.alloccmap(40);
+    for (int i = 0; i < 40; ++i) long_map.m_map[i] = tagRGBA{BYTE(i), 2, 3, 0};
+    ASSERT_EQ(1, long_map.tile(nullptr, 1, 2));
+    ASSERT_EQ(40, long_map.colors());
+    EXPECT_EQ(39, long_map.m_map[39].r);
 }
 
 TEST(Tile, RefusalsLeaveTheImageAsItWas) {
