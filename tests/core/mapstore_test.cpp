@@ -178,8 +178,9 @@ TEST(MapStore, FallsBackToTheHeapWhenTheDirectoryIsFull) {
     ASSERT_GE(pid, 0);
     if (pid == 0) full_directory_child(dir.string());
     int status = 0;
-    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    const pid_t waited = waitpid(pid, &status, 0);
     fs::remove(dir);
+    ASSERT_EQ(pid, waited);
     ASSERT_TRUE(WIFEXITED(status)) << "child killed by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user and mount namespaces here";
     EXPECT_EQ(0, WEXITSTATUS(status));
