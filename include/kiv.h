@@ -153,8 +153,11 @@ public:
      * directory, deleted on destroy); silently falls back to the heap. */
     int create_width_mapfile(int width, int height, int bits);
     void destroy();            /* release everything; safe on an empty object */
-    int copyto(kiv* dst);      /* dst becomes a deep heap copy; 0 if dst is null or fails */
-    int copyfrom(kiv* src);    /* this becomes a deep heap copy of src; 0 for null */
+    /* Deep heap copies (the map too, also one kept at 24 bits); the callback is not copied.
+     * 0 when the other image is null (nothing changes), when the source is empty (the
+     * destination is then emptied) or when memory runs out (destination empty). */
+    int copyto(kiv* dst);      /* dst becomes a deep copy of this image */
+    int copyfrom(kiv* src);    /* this image becomes a deep copy of src */
     int movefrom(kiv* src);    /* take src's contents, leave src empty; 0 for null */
 
     /* ---- Accessors ------------------------------------------------------------------ */

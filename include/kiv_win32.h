@@ -140,8 +140,8 @@ KIV_API HGLOBAL GlobalFree(HGLOBAL mem);
 KIV_API SIZE_T GlobalSize(HGLOBAL mem);
 KIV_API HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags);
 
-/* Rectangles, as in USER32: right and bottom are exclusive; each returns FALSE for a null
- * pointer. */
+/* Rectangles, as in USER32: right and bottom are exclusive.  A null pointer gives FALSE,
+ * except that IsRectEmpty(NULL) is TRUE (a missing rectangle is empty). */
 KIV_API BOOL IsRectEmpty(const RECT* rc);
 KIV_API BOOL SetRect(LPRECT rc, int left, int top, int right, int bottom);
 KIV_API BOOL IntersectRect(LPRECT dst, const RECT* a, const RECT* b);

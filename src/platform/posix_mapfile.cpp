@@ -16,10 +16,13 @@ void* kivMapStore::open(std::size_t bytes) {
     if (!dir || !*dir) dir = "/tmp";
     int n = std::snprintf(path, sizeof path, "%s/~~kvXXXXXX", dir);
     if (n <= 0 || static_cast<std::size_t>(n) >= sizeof path) return nullptr;
-    int fd = ::mkstemp(path);
+    // Close-on-exec: programs the host starts must not inherit the file.
+    int fd = ::mkostemp(path, O_CLOEXEC);
     if (fd < 0) return nullptr;
-    // ftruncate takes a 64-bit off_t, so images of 2 GiB and more are mapped as well.
-    if (::ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
+    // The blocks are reserved, not just the length set: a sparse file on a full disk would
+    // map fine and then kill the process with SIGBUS at the first write, where a full
+    // directory must mean the heap instead. off_t is 64-bit, so 2 GiB and more work too.
+    if (::posix_fallocate(fd, 0, static_cast<off_t>(bytes)) != 0) {
         ::close(fd);
         ::unlink(path);
         return nullptr;

@@ -50,6 +50,8 @@ TEST(Rectangles, Win32Semantics) {
     EXPECT_FALSE(IsRectEmpty(&r));
     RECT e{3, 3, 3, 9};
     EXPECT_TRUE(IsRectEmpty(&e));
+    EXPECT_TRUE(IsRectEmpty(nullptr));
+    EXPECT_FALSE(SetRect(nullptr, 0, 0, 1, 1));
     RECT a{0, 0, 10, 10}, b{5, -5, 20, 7}, out;
     EXPECT_TRUE(IntersectRect(&out, &a, &b));
     EXPECT_EQ(5, out.left);
