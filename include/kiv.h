@@ -660,29 +660,34 @@ public:
      * 12 / 8 12 8, /100), 5 emboss (bottom-right minus top-left + 128, wrapped to a byte),
      * 6 sharpen more (centre 13, /5), 7 maximum, 8 minimum, 9 cross sharpen (centre 5),
      * 10 full sharpen (centre 9), 11 Laplacian, 12 Sobel horizontal, 13 Sobel vertical,
-     * 14 adaptive sharpen (only where mode 3 would change a channel by more than 7),
-     * 15 adaptive smooth (mode 4 only where mode 3 would change it by less than 5).
-     * Refused: mode 2 and modes above 15.  Results are clamped to 0..255. */
+     * 14 adaptive sharpen (mode 3 where it would change a channel by more than 11, blended
+     * with the original from 8 to 11, the original below 8), 15 adaptive smooth (mode 4
+     * where mode 3 would change a channel by less than 5, blended with the original from 5
+     * to 8, the original above 8).  Refused: mode 2 and modes above 15.  Results other than
+     * mode 5's are clamped to 0..255. */
     int filter_3x3(tagRECT* rect, unsigned mode);
-    /* Nine row-major weights (null: refused), result clamp(sum / divisor) per channel,
-     * divisor 0 taken as 1; sums wrap in 32 bits. */
+    /* Nine row-major weights (null: refused), result clamp(sum / divisor) per channel, the
+     * division truncating toward zero, divisor 0 taken as 1; sums wrap in 32 bits. */
     int filter_custom3x3(tagRECT* rect, int* kernel, int divisor);
     /* Kernel -1s around centre s + 8, divisor s; strength s in 1..40, else 10. */
     int filter_sharpen(tagRECT* rect, int strength);
     /* Kernel 1s around centre s, divisor s + 8; strength s in 1..40, else 10. */
     int filter_soften(tagRECT* rect, int strength);
-    /* Gradient magnitude (rounded integer square root of gx^2 + gy^2) times 10 / strength,
-     * clamped; strength below 1 (or NaN) counts as 1.  Neighbours come from the whole
-     * image, coordinates clamped to it.  Alpha of the rectangle becomes 0. */
+    /* Gradient magnitude m (rounded integer square root of gx^2 + gy^2) scaled by
+     * 10 / strength in 16.16 fixed point, (m * trunc(655360 / strength)) >> 16, clamped to
+     * 255; strength below 1 (or NaN) counts as 1.  Neighbours come from the whole image,
+     * coordinates clamped to it.  Alpha of the rectangle becomes 0; depth becomes 24. */
     int edge(tagRECT* rect, double strength);
     /* Relief lit from (azimuth, elevation), heights from the red channel of the whole image
      * (coordinates clamped to it).  param null: azimuth 30, elevation 45, depth 20, mono 1.
      * mono: grey shade; else each colour of the pixel above scaled by shade / 256.  Only the
      * low 16 bits of depth count (unsigned); refused when they are 0 or the angles are not
-     * finite.  Alpha of the rectangle becomes 0. */
+     * finite.  A light from below the plane (negative sine of elevation) leaves flat areas
+     * at 0.  Alpha of the rectangle becomes 0; depth becomes 24. */
     int emboss(tagRECT* rect, tagKIV_EMBOSS* param);
     /* Bevelled frame n pixels wide: top and left lightened, bottom and right darkened,
-     * mitred corners.  Refused when n < 0 or the rectangle is narrower or lower than 2n. */
+     * mitred corners.  Refused when n < 0 or the rectangle is narrower or lower than 2n.
+     * Alpha kept; depth becomes 24 (n = 0 changes only the depth). */
     int raise_edge(tagRECT* rect, int n);
 
     /* Sharpening.  Alpha kept; depth raised to 24. */

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "core/parallel.h"
@@ -55,7 +56,7 @@ int kiv::edge(tagRECT* rect, double strength) {
     };
     std::unique_ptr<tagRGBA, Release> out(static_cast<tagRGBA*>(
         kivcore::alloc_pixels(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA))));
-    if (!out) return 0;
+    if (!out) throw std::bad_alloc();
     kivcore::parallel_chunks(a.top, a.bottom, [&](int yb, int ye) {
         // Planar rows, one pixel of clamped margin each side; image row j lives in slot j % 3,
         // so each row is converted once per chunk.

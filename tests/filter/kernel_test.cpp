@@ -1,7 +1,9 @@
 // 3x3 kernels, edge, emboss and raise_edge against literal references and hand-checked
 // anchors.
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "core/kmath.h"
@@ -39,17 +41,17 @@ void ref_3x3(kiv& img, tagRECT* rect, unsigned mode, const int* custom = nullptr
                     if (nj < 0 || nj >= h) nj = j;
                     nb[k] = reinterpret_cast<unsigned char*>(&in[nj * w + ni])[c];
                 }
-                auto S = [&](const int* k) {
-                    int s = 0;
-                    for (int q = 0; q < 9; ++q) s += k[q] * nb[q];
-                    return s;
+                auto S = [&](const int* k) {  // signed 32-bit sum, wrapping
+                    std::uint32_t s = 0;
+                    for (int q = 0; q < 9; ++q) s += static_cast<std::uint32_t>(k[q]) * static_cast<std::uint32_t>(nb[q]);
+                    return static_cast<std::int32_t>(s);
                 };
                 int v = 0;
                 const int O = nb[4], Sh = clamp8(S(K[3]) / 10), Bl = clamp8(S(K[4]) / 100), d = std::abs(O - Sh);
                 std::vector<int> sorted(nb, nb + 9);
                 std::sort(sorted.begin(), sorted.end());
                 if (custom) {
-                    v = clamp8(S(custom) / divisor);
+                    v = static_cast<int>(std::clamp<long long>(static_cast<long long>(S(custom)) / divisor, 0, 255));
                 } else {
                     switch (mode) {
                         case 0: v = S(K[0]) / 9; break;
@@ -135,6 +137,7 @@ void ref_emboss(kiv& img, tagRECT* rect, tagKIV_EMBOSS p) {
                 const int d = static_cast<int>(Nx * Lx + Ny * Ly + Nz * Lz);
                 shade = d < 0 ? 0 : static_cast<int>(d / std::sqrt(double(Nx * Nx + Ny * Ny + Nz * Nz)));
             }
+            shade = std::max(shade, 0);  // a light from below leaves flat areas black
             const tagRGBA s = at(x, y - 1);
             img.m_pixels[y * img.m_width + x] =
                 p.mono ? tagRGBA{BYTE(shade), BYTE(shade), BYTE(shade), 0}
@@ -148,10 +151,14 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
     for (Case c : cases())
         for (unsigned mode = 0; mode <= 15; ++mode) {
             if (mode == 2) continue;
-            kiv got = random_image(c.w, c.h, 8, c.w * 17 + c.h + mode), want(got);
+            kiv got = random_image(c.w, c.h, mode % 2 ? 8 : 32, c.w * 17 + c.h + mode), want(got);
+            progress_log().clear();
+            got.m_progressproc = record_progress;
             ASSERT_EQ(got.filter_3x3(rect_of(c), mode), 1);
             ref_3x3(want, rect_of(c), mode);
             EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " mode " << mode;
+            EXPECT_EQ(got.m_bits, 24);
+            EXPECT_EQ(progress_log(), "");
         }
 }
 
@@ -247,6 +254,13 @@ TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
         kiv dn = run([&](kiv& i) { i.filter_custom3x3(rect_of(c), odd, -3); });
         kiv dnr = run([&](kiv& i) { ref_3x3(i, rect_of(c), 0, odd, -3); });
         EXPECT_TRUE(images_equal(dn, dnr));
+        // Sums past 2^31 wrap; the most negative divisor divides without trapping.
+        int huge[9] = {9000000, -9000000, 9000001, 9000000, 9000003, 9000000, -1, 9000000, 9000000};
+        for (int div : {1, -7, INT_MIN}) {
+            kiv hw = run([&](kiv& i) { i.filter_custom3x3(rect_of(c), huge, div); });
+            kiv hwr = run([&](kiv& i) { ref_3x3(i, rect_of(c), 0, huge, div); });
+            EXPECT_TRUE(images_equal(hw, hwr)) << "divisor " << div;
+        }
     }
     kiv img = random_image(4, 4, 24, 1), orig(img);
     EXPECT_EQ(img.filter_custom3x3(nullptr, nullptr, 1), 0);
@@ -267,10 +281,14 @@ TEST(FilterEdge, RoundedSquareRoot) {
 TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
     for (Case c : cases())
         for (double s : {10.0, 0.5, 3.7, 40.0, std::nan("")}) {
-            kiv got = random_image(c.w, c.h, 24, c.w * 3 + c.h * 5), want(got);
+            kiv got = random_image(c.w, c.h, s == 3.7 ? 8 : 32, c.w * 3 + c.h * 5), want(got);
+            progress_log().clear();
+            got.m_progressproc = record_progress;
             ASSERT_EQ(got.edge(rect_of(c), s), 1);
             ref_edge(want, rect_of(c), s);
             EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " strength " << s;
+            EXPECT_EQ(got.m_bits, 24);
+            EXPECT_EQ(progress_log(), "");
         }
     // Rows are converted once per chunk: chunk starts at one to three threads, a rectangle
     // whose margins come from outside it.
@@ -294,14 +312,22 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
 }
 
 TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
-    const tagKIV_EMBOSS params[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 0x10005, 1}, {10, 10, 2000, 0}};
+    const tagKIV_EMBOSS params[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 0x10005, 1}, {10, 10, 2000, 0},
+                                    {200, -30, 7, 1}, {-45, 250, -1, 0}};
     for (Case c : cases())
         for (const tagKIV_EMBOSS& p : params) {
-            kiv got = random_image(c.w, c.h, 24, c.w * 11 + c.h), want(got);
+            kiv got = random_image(c.w, c.h, p.mono ? 32 : 8, c.w * 11 + c.h), want(got);
+            // Lit from below: two heights only, so flat neighbourhoods (the flat shade) occur.
+            if (std::sin(p.elevation * 0.017453292519943295) < 0)
+                for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0x80;
             tagKIV_EMBOSS q = p;
+            progress_log().clear();
+            got.m_progressproc = record_progress;
             ASSERT_EQ(got.emboss(rect_of(c), &q), 1);
             ref_emboss(want, rect_of(c), p);
             EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " azimuth " << p.azimuth;
+            EXPECT_EQ(got.m_bits, 24);
+            EXPECT_EQ(progress_log(), "");
         }
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
@@ -313,30 +339,41 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
     EXPECT_TRUE(images_equal(img, orig));
 }
 
-TEST(FilterRaiseEdge, BandsOnWhite) {
-    // Expected rule per pixel of a 7x6 rectangle with n = 2: L left, T top, R right, B bottom.
-    const char* want[6] = {"TTTTTTT", "LTTTTTR", "LL...RR", "LL...RR", "LLBBBRR", "LBBBBBR"};
-    kiv img = flat_image(9, 8, tagRGBA{255, 255, 255, 4});
-    tagRECT r{1, 1, 8, 7};
-    ASSERT_EQ(img.raise_edge(&r, 2), 1);
-    const int value[] = {255, 255, 190, 135, 255};
-    const char* rules = "LTRB.";
-    for (int j = 0; j < 6; ++j)
-        for (int i = 0; i < 7; ++i) {
-            const int v = value[std::string(rules).find(want[j][i])];
-            EXPECT_EQ(px(img, i + 1, j + 1).r, v) << i << "," << j;
-            EXPECT_EQ(px(img, i + 1, j + 1).a, 4);
+TEST(FilterRaiseEdge, BandsOnWhiteAndGrey) {
+    // Expected rule per pixel of the rectangle: L left, T top, R right, B bottom, . none.
+    // The rectangle sits one pixel inside an image whose frame must keep its colour.
+    const struct {
+        int w, h, n;
+        std::vector<const char*> want;
+    } rows[] = {
+        {7, 6, 2, {"TTTTTTT", "LTTTTTR", "LL...RR", "LL...RR", "LLBBBRR", "LBBBBBR"}},
+        {4, 4, 2, {"TTTT", "LTTR", "LLRR", "LBBR"}},  // 2n = width = height
+        {5, 2, 1, {"TTTTT", "LBBBR"}},
+    };
+    // Per rule L T R B . : white keeps 255 on top and left; grey 100 separates every rule
+    // ((190 * 100 + 16575) / 255 = 139, (135 * 100 + 30600) / 255 = 172, 74, 52).
+    const struct {
+        BYTE grey;
+        int value[5];
+    } colours[] = {{255, {255, 255, 190, 135, 255}}, {100, {139, 172, 74, 52, 100}}};
+    const std::string rules = "LTRB.";
+    for (const auto& row : rows)
+        for (const auto& col : colours) {
+            kiv img = flat_image(row.w + 2, row.h + 2, tagRGBA{col.grey, col.grey, col.grey, 4});
+            img.m_bits = 32;
+            tagRECT r{1, 1, row.w + 1, row.h + 1};
+            ASSERT_EQ(img.raise_edge(&r, row.n), 1);
+            EXPECT_EQ(img.m_bits, 24);
+            for (int y = 0; y < row.h + 2; ++y)
+                for (int x = 0; x < row.w + 2; ++x) {
+                    const bool inside = x >= 1 && x <= row.w && y >= 1 && y <= row.h;
+                    const int v = inside ? col.value[rules.find(row.want[y - 1][x - 1])] : col.grey;
+                    ASSERT_TRUE(same_rgba(px(img, x, y), tagRGBA{BYTE(v), BYTE(v), BYTE(v), 4}))
+                        << row.w << "x" << row.h << " grey " << int(col.grey) << " at " << x << "," << y << ": "
+                        << rgba_str(px(img, x, y));
+                }
         }
-    EXPECT_EQ(px(img, 0, 0).r, 255);
-    EXPECT_EQ(px(img, 8, 7).r, 255);
-    // Grey 100: left 139, top 172, right 74, bottom 52.
-    kiv g = flat_image(4, 4, tagRGBA{100, 100, 100, 0});
-    ASSERT_EQ(g.raise_edge(nullptr, 1), 1);
-    EXPECT_EQ(px(g, 1, 0).r, 172);
-    EXPECT_EQ(px(g, 0, 1).r, 139);
-    EXPECT_EQ(px(g, 3, 1).r, 74);
-    EXPECT_EQ(px(g, 1, 3).r, 52);
-    kiv orig(g);
+    kiv g = random_image(4, 4, 24, 5), orig(g);
     EXPECT_EQ(g.raise_edge(nullptr, 0), 1);
     EXPECT_EQ(g.raise_edge(nullptr, 3), 0);
     EXPECT_EQ(g.raise_edge(nullptr, -1), 0);
