@@ -636,22 +636,24 @@ public:
      * copies the colours; refused for r < 0 or r > 1000000. */
     int blur_simple(tagRECT* rect, int r);
     /* Recursive (Deriche) Gaussian, constant cost per pixel: columns with sy, then rows with
-     * sx (standard deviations in pixels, > 0 and finite, else refused).  Each line is
-     * extended by its end pixels: nothing outside the rectangle is read.  Alpha kept.
+     * sx (standard deviations in pixels, > 0 and finite, else refused; so is a sigma whose
+     * filter coefficients are not finite: below about 1e-308, and some beyond 1.5e8).  Each
+     * line is extended by its end pixels: nothing outside the rectangle is read.  Alpha kept.
      * Progress: init((w + h) >> 3), a step every 8 lines, term. */
     int blur_gauss_iir(tagRECT* rect, double sx, double sy);
     /* Sampled Gaussian with integer weights (255 at the centre, taps -h .. h-1 where
      * h = ceil(sigma * sqrt(2 ln 255))), columns then rows, ends of each line repeated:
      * nothing outside the rectangle is read.  sigma in pixels, 0 < sigma <= 10000, else
-     * refused.  planes: bit 0 red, 1 green, 2 blue, 3 alpha; clear bits keep the channel.
-     * Progress as blur_gauss_iir. */
+     * refused (as is a sigma below about 1.5e-162, whose square is 0).  planes: bit 0 red,
+     * 1 green, 2 blue, 3 alpha; clear bits keep the channel.  Progress as blur_gauss_iir. */
     int blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes);
     int blur_gauss_rle(tagRECT* rect, double sigma); /* planes = 7: alpha kept */
     /* Selective Gaussian: each channel averages only the neighbours within the whole image
      * that differ from the centre by at most threshold (a negative threshold changes
      * nothing).  radius: pixels at which the kernel falls to 1/255, at most 127 (refused
-     * above, or NaN); radius <= 0 changes no pixel but returns 1.  Alpha kept; depth
-     * becomes exactly 24.  Progress: init(h >> 3), a step every 8 rows, term. */
+     * above, or NaN); radius <= 0, or below about 5e-162 (sigma^2 is then 0), changes no
+     * pixel but returns 1.  Alpha kept; depth becomes exactly 24.  Progress: init(h >> 3),
+     * a step every 8 rows, term. */
     int blur_gauss_sel(tagRECT* rect, double radius, int threshold);
 
     /* 3x3 kernels.  The rectangle's border pixels are repeated outward; pixels outside it

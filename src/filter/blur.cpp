@@ -17,8 +17,10 @@ int kiv::blur(tagRECT* rect, int dx, int dy) {
     const int W = m_width, H = m_height, w = a.w();
     std::vector<tagRGBA> out(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()));
     // Results go to a buffer, so every read sees the original image.
+    // x + hx and y + hy are formed only once known to lie inside the image: on an image
+    // wider or taller than 2^30 the sums could overflow.
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        const bool up = y - hy >= 0, down = y + hy < H;
+        const bool up = y >= hy, down = hy < H - y;
         const tagRGBA* ru = up ? row_ptr(this, y - hy) : nullptr;
         const tagRGBA* rd = down ? row_ptr(this, y + hy) : nullptr;
         const tagRGBA* rc = row_ptr(this, y);
@@ -31,7 +33,7 @@ int kiv::blur(tagRECT* rect, int dx, int dy) {
                 s2 += p.b;
                 ++n;
             };
-            const bool lft = x - hx >= 0, rgt = x + hx < W;
+            const bool lft = x >= hx, rgt = hx < W - x;
             if (lft && up) take(ru[x - hx]);
             if (lft && down) take(rd[x - hx]);
             if (rgt && up) take(ru[x + hx]);

@@ -23,15 +23,16 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
     set_depth_24(this);
     const int n = radius + 1.0 >= 1.0 ? static_cast<int>(radius + 1.0) : 0;
     const int h = a.h(), w = a.w();
+    const double sigma = radius / 3.329042969;
     LineProgress progress(this, h);
-    // radius 0 gives sigma 0 and no defined weight; its only neighbour is the centre, so
-    // like n <= 0 (and a negative threshold) it changes nothing.
-    if (n <= 0 || radius == 0.0 || threshold < 0) {
+    // A radius so small that sigma^2 is 0 (radius 0 included) has no defined weight: the
+    // centre would weigh exp(0 / -0) = NaN. Its only neighbour is the centre, so like n <= 0
+    // (and a negative threshold) it changes nothing.
+    if (n <= 0 || !(sigma * sigma > 0.0) || threshold < 0) {
         progress.done(h);
         progress.term();
         return 1;
     }
-    const double sigma = radius / 3.329042969;
     const double norm = 1 / std::sqrt(2 * 3.141592653589793 * sigma);
     std::vector<double> K(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i)

@@ -22,12 +22,14 @@ constexpr int kMaxArcSamples = 256;   // mblur_radial, mblur_zoom
 constexpr int kMaxStreak = 1000;      // sblur_wind, sblur_blast
 constexpr double kTwoPi = 6.283185307179586;
 
-inline int round_to_int(double v) { return static_cast<int>(std::floor(v + 0.5)); }
+// Sample positions are 64-bit: with the centre allowed a few image sizes outside, a sample
+// of an image wider or taller than about 2^27 lies beyond int range.
+inline long long round_ll(double v) { return static_cast<long long>(std::floor(v + 0.5)); }
+inline int clamp_ll(long long v, int n) { return v < 0 ? 0 : (v >= n ? n - 1 : static_cast<int>(v)); }
 
-// Clamps a sample position to the image; positions far outside stay far from int overflow
-// because every caller keeps them within a few image sizes.
-inline const tagRGBA& sample(kiv* img, int x, int y) {
-    return row_ptr(img, clamp_index(y, img->m_height))[clamp_index(x, img->m_width)];
+// Clamps a sample position to the image.
+inline const tagRGBA& sample(kiv* img, long long x, long long y) {
+    return row_ptr(img, clamp_ll(y, img->m_height))[clamp_ll(x, img->m_width)];
 }
 
 // Sums samples and stores their rounded mean; alpha comes from the source pixel.
@@ -120,11 +122,11 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
     raise_depth_24(this);
     if (distance == 0) return 1;
     const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad), s = kivcore::kmath::sin(rad);
-    std::vector<int> dx, dy;
+    std::vector<long long> dx, dy;
     for (int k = 0; k <= distance; ++k) {
         const double t = k - distance / 2.0;
-        dx.push_back(round_to_int(t * c));
-        dy.push_back(round_to_int(-t * s));  // image y grows downwards; 90 degrees is up
+        dx.push_back(round_ll(t * c));
+        dy.push_back(round_ll(-t * s));  // image y grows downwards; 90 degrees is up
     }
     per_pixel(this, a, [&](int x, int y) {
         Mean m;
@@ -150,10 +152,10 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
         sn[static_cast<std::size_t>(k)] = kivcore::kmath::sin(t);
     }
     per_pixel(this, a, [&](int x, int y) {
-        const double ox = x - cx, oy = y - cy;
+        const double ox = static_cast<double>(x) - cx, oy = static_cast<double>(y) - cy;
         Mean m;
         for (std::size_t k = 0; k < cs.size(); ++k)
-            m.add(sample(this, cx + round_to_int(ox * cs[k] - oy * sn[k]), cy + round_to_int(ox * sn[k] + oy * cs[k])));
+            m.add(sample(this, cx + round_ll(ox * cs[k] - oy * sn[k]), cy + round_ll(ox * sn[k] + oy * cs[k])));
         return m.result(row_ptr(this, y)[x].a);
     });
     return 1;
@@ -165,7 +167,7 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     raise_depth_24(this);
     if (amount == 0) return 1;
     per_pixel(this, a, [&](int x, int y) {
-        const double ox = x - cx, oy = y - cy, r = std::sqrt(ox * ox + oy * oy);
+        const double ox = static_cast<double>(x) - cx, oy = static_cast<double>(y) - cy, r = std::sqrt(ox * ox + oy * oy);
         const tagRGBA& self = row_ptr(this, y)[x];
         if (r < 0.5) return self;  // the centre does not move
         const double span = std::min(amount / r, kTwoPi);
@@ -176,7 +178,7 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
         double vy = ox * kivcore::kmath::sin(-span / 2) + oy * kivcore::kmath::cos(-span / 2);
         Mean m;
         for (int k = 0; k < n; ++k) {
-            m.add(sample(this, cx + round_to_int(vx), cy + round_to_int(vy)));
+            m.add(sample(this, cx + round_ll(vx), cy + round_ll(vy)));
             const double nx = vx * c - vy * s;
             vy = vx * s + vy * c;
             vx = nx;
@@ -193,13 +195,13 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
     if (amount == 0) return 1;
     const double reach = amount / 100.0;
     per_pixel(this, a, [&](int x, int y) {
-        const double ox = x - cx, oy = y - cy;
+        const double ox = static_cast<double>(x) - cx, oy = static_cast<double>(y) - cy;
         const double want = std::ceil(std::sqrt(ox * ox + oy * oy) * reach) + 1.0;
         const int n = want < 2.0 ? 2 : (want > kMaxArcSamples ? kMaxArcSamples : static_cast<int>(want));
         Mean m;
         for (int k = 0; k < n; ++k) {
             const double f = 1.0 - reach * k / (n - 1);
-            m.add(sample(this, cx + round_to_int(ox * f), cy + round_to_int(oy * f)));
+            m.add(sample(this, cx + round_ll(ox * f), cy + round_ll(oy * f)));
         }
         return m.result(row_ptr(this, y)[x].a);
     });

@@ -132,6 +132,30 @@ TEST(FilterBlurSimple, RowsOutsideTheRectangleNeverCountColumnsDo) {
     EXPECT_EQ(px(img, 0, 4).a, 9);  // outside the rectangle: untouched
 }
 
+// blur and blur_gauss_sel set exactly 24 bits, also when they change no pixel; the others
+// raise a lower depth to 24 and keep 32.
+TEST(FilterBlurFamily, DepthAfterSuccess) {
+    const struct {
+        const char* what;
+        int (*run)(kiv&);
+        bool exact;
+    } ops[] = {
+        {"blur", [](kiv& i) { return i.blur(nullptr, 3, 2); }, true},
+        {"blur_simple", [](kiv& i) { return i.blur_simple(nullptr, 2); }, false},
+        {"iir", [](kiv& i) { return i.blur_gauss_iir(nullptr, 1.0, 2.0); }, false},
+        {"rle", [](kiv& i) { return i.blur_gauss_rle_plane(nullptr, 1.5, 0); }, false},
+        {"sel", [](kiv& i) { return i.blur_gauss_sel(nullptr, 2.0, 30); }, true},
+        {"sel radius < 0", [](kiv& i) { return i.blur_gauss_sel(nullptr, -2.0, 30); }, true},
+        {"sel threshold < 0", [](kiv& i) { return i.blur_gauss_sel(nullptr, 2.0, -1); }, true},
+    };
+    for (auto& op : ops)
+        for (int bits : {8, 32}) {
+            kiv img = random_image(7, 6, bits, 2);
+            ASSERT_EQ(op.run(img), 1) << op.what;
+            EXPECT_EQ(img.m_bits, bits == 8 || op.exact ? 24 : 32) << op.what << " from " << bits;
+        }
+}
+
 TEST(FilterBlurFamily, Refusals) {
     kiv img = random_image(6, 5, 8, 9), orig(img);
     tagRECT outside{10, 10, 20, 20};
@@ -149,6 +173,7 @@ TEST(FilterBlurFamily, Refusals) {
         {"rle sigma -1", img.blur_gauss_rle(nullptr, -1.0)},
         {"rle sigma NaN", img.blur_gauss_rle_plane(nullptr, std::nan(""), 15)},
         {"rle sigma huge", img.blur_gauss_rle(nullptr, 1e9)},
+        {"rle sigma^2 = 0", img.blur_gauss_rle(nullptr, 1e-200)},  // no taps, total 0
         {"sel radius > 127", img.blur_gauss_sel(nullptr, 127.5, 10)},
         {"sel radius NaN", img.blur_gauss_sel(nullptr, std::nan(""), 10)},
         {"sel outside", img.blur_gauss_sel(&outside, 3, 10)},
