@@ -68,7 +68,13 @@ private:
     void start_workers_locked(int wanted) {
         wanted = std::min(wanted, cores_ - 1);
         while (static_cast<int>(threads_.size()) < wanted) {
-            threads_.emplace_back([this] { worker_loop(); });
+            // A system out of threads is no reason to fail: the calling thread always works,
+            // so carry on with the workers already running.
+            try {
+                threads_.emplace_back([this] { worker_loop(); });
+            } catch (...) {
+                return;
+            }
             threads_.back().detach();
         }
     }

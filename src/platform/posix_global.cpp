@@ -3,6 +3,7 @@
 // A handle is a registered block record, never the data pointer, so GlobalSize can answer
 // with the true size and unknown handles are refused instead of dereferenced.
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -146,10 +147,13 @@ BOOL CopyRect(LPRECT dst, const RECT* src) {
 
 BOOL InflateRect(LPRECT rc, int dx, int dy) {
     if (!rc) return FALSE;
-    rc->left -= dx;
-    rc->top -= dy;
-    rc->right += dx;
-    rc->bottom += dy;
+    // Two's-complement wrap as on Windows, without signed overflow.
+    auto add = [](LONG a, int b) { return static_cast<LONG>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b)); };
+    auto sub = [](LONG a, int b) { return static_cast<LONG>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)); };
+    rc->left = sub(rc->left, dx);
+    rc->top = sub(rc->top, dy);
+    rc->right = add(rc->right, dx);
+    rc->bottom = add(rc->bottom, dy);
     return TRUE;
 }
 

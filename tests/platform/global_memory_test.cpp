@@ -2,6 +2,7 @@
 // real thing on Windows: both must behave alike for the library's DIB code).
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 
 #include "kiv.h"
@@ -68,4 +69,11 @@ TEST(Rectangles, Win32Semantics) {
     EXPECT_EQ(0, copy.top);
     EXPECT_EQ(6, copy.right);
     EXPECT_EQ(8, copy.bottom);
+    // Extreme values wrap as on Windows instead of overflowing.
+    RECT edge{INT_MIN, INT_MIN, INT_MAX, INT_MAX};
+    InflateRect(&edge, 1, -1);
+    EXPECT_EQ(INT_MAX, edge.left);
+    EXPECT_EQ(INT_MIN + 1, edge.top);
+    EXPECT_EQ(INT_MIN, edge.right);
+    EXPECT_EQ(INT_MAX - 1, edge.bottom);
 }
