@@ -94,6 +94,9 @@ TEST(PointAdjust, NumericAnchors) {
         {"brightness -127 halves", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, -127, 0); }, {255, 0, 100}, {128, 0, 50}},
         {"adjust_rgb +100 -100 0", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 100, -100, 0); }, {128, 200, 77}, {255, 0, 77}},
         {"adjust_rgb +100 doubles", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 100, 100, 50); }, {100, 127, 100}, {200, 254, 150}},
+        // 65535 x 40000 wraps in 32 bits to a large negative product, 257 x 40000 does not;
+        // 32896 x INT_MAX is -32896 modulo 2^32.
+        {"adjust_rgb product wraps", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 40000, 40000, INT_MAX); }, {255, 1, 128}, {0, 255, 127}},
         {"posterize 2 splits at 128", [](kiv& k, tagRECT* r) { return k.posterize(r, 2); }, {127, 128, 255}, {0, 255, 255}},
         {"posterize below 2 is 2", [](kiv& k, tagRECT* r) { return k.posterize(r, -5); }, {127, 128, 0}, {0, 255, 0}},
         {"posterize 3 levels", [](kiv& k, tagRECT* r) { return k.posterize(r, 3); }, {63, 64, 192}, {0, 128, 255}},
