@@ -546,7 +546,8 @@ public:
     /* gamma_rgb(rect, 1.0, 1.0, 1.0, g). */
     int gamma(tagRECT* rect, double g);
     /* Percentage change per channel: c + c x p / 100 on a 16-bit scale, clamped; +100
-     * doubles, -100 gives 0.  The rectangle is validated on both paths (0 when empty).
+     * doubles, -100 gives 0.  The product (c x 257) x p is taken in 32 bits: beyond about
+     * +-32768 per cent it wraps.  The rectangle is validated on both paths (0 when empty).
      * Depth 24 maps the pixels; any other depth maps the colour map, so a 32-bit image
      * (which has none) is left as it is and 1 returned. */
     int adjust_rgb(tagRECT* rect, int red, int green, int blue);

@@ -59,10 +59,13 @@ void gamma_table(double p, int (&t)[256]) {
     for (int i = 0; i < 256; ++i) t[i] = p == 1.0 ? i : gamma_entry(i, p);
 }
 
-// c -> c + c * p / 100 on the 16-bit scale c * 257; 64-bit so no percentage overflows.
+// c -> c + c * p / 100 on the 16-bit scale c * 257.  The product is a 32-bit one and wraps
+// for percentages beyond about +-32768 (unsigned multiply, so the wrap is defined); the
+// quotient then fits easily, and the sum is clamped.
 u8 percent_entry(int c, int p) {
-    long long v = c * 257LL;
-    v += v * p / 100;
+    int v = c * 257;
+    const auto product = static_cast<std::int32_t>(static_cast<std::uint32_t>(v) * static_cast<std::uint32_t>(p));
+    v += product / 100;
     if (v < 0) v = 0;
     if (v > 65535) v = 65535;
     return static_cast<u8>(v >> 8);

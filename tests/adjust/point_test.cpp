@@ -92,8 +92,15 @@ TEST(PointAdjust, NumericAnchors) {
         {"contrast 127 is a step", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 0, 127); }, {100, 155, 3}, {0, 255, 0}},
         {"contrast clamps at 127", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 0, INT_MAX); }, {100, 155, 3}, {0, 255, 0}},
         {"brightness -127 halves", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, -127, 0); }, {255, 0, 100}, {128, 0, 50}},
+        {"brightness 127 lifts", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 127, 0); }, {0, 128, 255}, {127, 191, 255}},
+        {"contrast 64, exponent 1/(1-c)", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 0, 64); }, {64, 128, 200}, {32, 129, 232}},
+        {"contrast -127 is flat grey", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, 0, -127); }, {0, 99, 255}, {128, 128, 128}},
+        {"darker and steeper", [](kiv& k, tagRECT* r) { return k.bright_contrast(r, -60, 90); }, {30, 140, 230}, {0, 70, 230}},
         {"adjust_rgb +100 -100 0", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 100, -100, 0); }, {128, 200, 77}, {255, 0, 77}},
         {"adjust_rgb +100 doubles", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 100, 100, 50); }, {100, 127, 100}, {200, 254, 150}},
+        // 65535 x 40000 wraps in 32 bits to a large negative product, 257 x 40000 does not;
+        // 32896 x INT_MAX is -32896 modulo 2^32.
+        {"adjust_rgb product wraps", [](kiv& k, tagRECT* r) { return k.adjust_rgb(r, 40000, 40000, INT_MAX); }, {255, 1, 128}, {0, 255, 127}},
         {"posterize 2 splits at 128", [](kiv& k, tagRECT* r) { return k.posterize(r, 2); }, {127, 128, 255}, {0, 255, 255}},
         {"posterize below 2 is 2", [](kiv& k, tagRECT* r) { return k.posterize(r, -5); }, {127, 128, 0}, {0, 255, 0}},
         {"posterize 3 levels", [](kiv& k, tagRECT* r) { return k.posterize(r, 3); }, {63, 64, 192}, {0, 128, 255}},
@@ -103,6 +110,8 @@ TEST(PointAdjust, NumericAnchors) {
         {"colorify tint", [](kiv& k, tagRECT* r) { return k.colorify(r, RGB(255, 0, 128)); }, {10, 200, 50}, {126, 0, 63}},
         {"HLS drift of pure red", [](kiv& k, tagRECT* r) { return k.hue_saturation(r, 0, 0, 0, 0); }, {255, 0, 0}, {254, 0, 0}},
         {"HLS keeps greys", [](kiv& k, tagRECT* r) { return k.hue_saturation(r, 0, 0, 0, 0); }, {93, 93, 93}, {93, 93, 93}},
+        // Upper half: s = 127 x 255 / (511 - 383) = 253, which comes back as (254, 127, 127).
+        {"HLS drift above mid-lightness", [](kiv& k, tagRECT* r) { return k.hue_saturation(r, 0, 0, 0, 0); }, {255, 128, 128}, {254, 127, 127}},
         {"modulate never turns pure red", [](kiv& k, tagRECT* r) { return k.modulate(r, 100, 0, 0); }, {255, 0, 0}, {254, 0, 0}},
         {"modulate lightness clamps", [](kiv& k, tagRECT* r) { return k.modulate(r, 0, 0, INT_MAX); }, {10, 200, 50}, {255, 255, 255}},
         {"saturation -128 greys", [](kiv& k, tagRECT* r) { return k.modulate(r, 0, -128, 0); }, {10, 200, 50}, {105, 105, 105}},
