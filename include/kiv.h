@@ -400,10 +400,11 @@ public:
      * alpha; bits becomes 24.  0 for an empty image, else 1. */
     int settoalpha();
 
-    /* Grow the image by borders of the given widths (pixels, each 0 or more) filled with
-     * color; the old pixels (all four bytes) land at (left, top) and bits becomes at least
-     * 24 (palettized images lose their colour map).  0, image unchanged, for an empty
-     * image, a negative width, a result too large or no memory; else 1. */
+    /* Grow the image by borders of the given widths (pixels) filled with color: the result
+     * is (width + left + right) x (height + top + bottom), the old pixels (all four bytes)
+     * land at (left, top), clipped, so a negative width trims that side; bits becomes at
+     * least 24 (palettized images lose their colour map).  0, image unchanged, for an empty
+     * image, a result with no pixels or too large, or no memory; else 1. */
     int addborder(int left, int right, int top, int bottom, COLORREF color);
 
 
