@@ -385,12 +385,12 @@ public:
     int fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op); /* mode 0 */
     int fillgradientrect(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op);                 /* mode 0 */
 
-    /* A gradient rendered into a logical palette of size entries (1..65535; version 0x300).
+    /* A gradient rendered into a logical palette of size entries (0..65535; version 0x300).
      * The stops are padded to run from 0 to 1000 (the first colour put at 0, the last at
      * 1000, when missing); each pair of stops k, k+1 then adds pos[k+1] - pos[k] entries
      * ramping from colour k toward (never reaching) colour k+1, appended from the start of
      * the table.  Entries no pair reaches stay zero.  Null for a null list, n below 1, a
-     * size outside 1..65535 or no memory.  The caller releases it with free_gradtable. */
+     * size outside 0..65535 or no memory.  The caller releases it with free_gradtable. */
     static tagLOGPALETTE* make_gradtable(tagGRADCOLORS* stops, int n, int size);
     /* Release a table of make_gradtable or a logical palette of createlogpalette; null is
      * ignored. */

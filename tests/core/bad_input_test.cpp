@@ -492,7 +492,14 @@ TEST(BadInput, FillsAndGradients) {
     for (int n : {0, -1, INT_MIN}) {
         v.push_back({"make_gradtable n " + std::to_string(n), CALL(kiv::make_gradtable(stops, n, 10) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     }
-    for (int size : {0, -1, 65536, INT_MAX, INT_MIN})
+    v.push_back({"make_gradtable size 0", CALL([&] {
+                     tagLOGPALETTE* t = kiv::make_gradtable(stops, 3, 0);
+                     const bool ok = t && t->palNumEntries == 0;
+                     kiv::free_gradtable(t);
+                     return ok;
+                 }()),
+                 {1, Post::Keep}, {1, Post::Keep}, {1, Post::Keep}});
+    for (int size : {-1, 65536, INT_MAX, INT_MIN})
         v.push_back({"make_gradtable size " + std::to_string(size), CALL(kiv::make_gradtable(stops, 3, size) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     v.push_back({"make_gradtable null", CALL(kiv::make_gradtable(nullptr, 3, 10) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     v.push_back({"make_gradtable odd stops", CALL([&] {
