@@ -388,12 +388,12 @@ public:
     int fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op); /* mode 0 */
     int fillgradientrect(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op);                 /* mode 0 */
 
-    /* A gradient rendered into a logical palette of size entries (1..65535; version 0x300).
+    /* A gradient rendered into a logical palette of size entries (0..65535; version 0x300).
      * The stops are padded to run from 0 to 1000 (the first colour put at 0, the last at
      * 1000, when missing); each pair of stops k, k+1 then adds pos[k+1] - pos[k] entries
      * ramping from colour k toward (never reaching) colour k+1, appended from the start of
      * the table.  Entries no pair reaches stay zero.  Null for a null list, n below 1, a
-     * size outside 1..65535 or no memory.  The caller releases it with free_gradtable. */
+     * size outside 0..65535 or no memory.  The caller releases it with free_gradtable. */
     static tagLOGPALETTE* make_gradtable(tagGRADCOLORS* stops, int n, int size);
     /* Release a table of make_gradtable or a logical palette of createlogpalette; null is
      * ignored. */
@@ -403,10 +403,11 @@ public:
      * alpha; bits becomes 24.  0 for an empty image, else 1. */
     int settoalpha();
 
-    /* Grow the image by borders of the given widths (pixels, each 0 or more) filled with
-     * color; the old pixels (all four bytes) land at (left, top) and bits becomes at least
-     * 24 (palettized images lose their colour map).  0, image unchanged, for an empty
-     * image, a negative width, a result too large or no memory; else 1. */
+    /* Grow the image by borders of the given widths (pixels) filled with color: the result
+     * is (width + left + right) x (height + top + bottom), the old pixels (all four bytes)
+     * land at (left, top), clipped, so a negative width trims that side; bits becomes at
+     * least 24 (palettized images lose their colour map).  0, image unchanged, for an empty
+     * image, a result with no pixels or too large, or no memory; else 1. */
     int addborder(int left, int right, int top, int bottom, COLORREF color);
 
 

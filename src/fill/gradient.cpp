@@ -79,7 +79,8 @@ int gradient_fill(kiv& img, long long x, long long y, long long w, long long h, 
 }  // namespace
 
 tagLOGPALETTE* kiv::make_gradtable(tagGRADCOLORS* stops, int n, int size) {
-    if (!stops || n < 1 || size < 1 || size > kMaxTableEntries) return nullptr;
+    // Size 0 is a valid, empty table; sizes the 16-bit count cannot hold are refused.
+    if (!stops || n < 1 || size < 0 || size > kMaxTableEntries) return nullptr;
     // Pad the stops to run from 0 to 1000.
     std::vector<tagGRADCOLORS> s;
     s.reserve(static_cast<std::size_t>(n) + 2);

@@ -44,11 +44,13 @@ int kiv::settoalpha() {
     return 1;
 }
 
+// A negative width trims that side instead (blt clips the old pixels); a result with no
+// pixels left is refused rather than emptying the image.
 int kiv::addborder(int left, int right, int top, int bottom, COLORREF color) {
-    if (!m_pixels || left < 0 || right < 0 || top < 0 || bottom < 0) return 0;
+    if (!m_pixels) return 0;
     const long long nw = static_cast<long long>(m_width) + left + right;
     const long long nh = static_cast<long long>(m_height) + top + bottom;
-    if (nw > 0x7FFFFFFF || nh > 0x7FFFFFFF) return 0;
+    if (nw < 1 || nh < 1 || nw > 0x7FFFFFFF || nh > 0x7FFFFFFF) return 0;
     const int W = static_cast<int>(nw), H = static_cast<int>(nh);
     if (kivcore::checked_packets(W, H) < 0) return 0;
     kiv framed;

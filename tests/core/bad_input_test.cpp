@@ -492,7 +492,14 @@ TEST(BadInput, FillsAndGradients) {
     for (int n : {0, -1, INT_MIN}) {
         v.push_back({"make_gradtable n " + std::to_string(n), CALL(kiv::make_gradtable(stops, n, 10) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     }
-    for (int size : {0, -1, 65536, INT_MAX, INT_MIN})
+    v.push_back({"make_gradtable size 0", CALL([&] {
+                     tagLOGPALETTE* t = kiv::make_gradtable(stops, 3, 0);
+                     const bool ok = t && t->palNumEntries == 0;
+                     kiv::free_gradtable(t);
+                     return ok;
+                 }()),
+                 {1, Post::Keep}, {1, Post::Keep}, {1, Post::Keep}});
+    for (int size : {-1, 65536, INT_MAX, INT_MIN})
         v.push_back({"make_gradtable size " + std::to_string(size), CALL(kiv::make_gradtable(stops, 3, size) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     v.push_back({"make_gradtable null", CALL(kiv::make_gradtable(nullptr, 3, 10) != nullptr), kVoidKeep, kVoidKeep, kVoidKeep});
     v.push_back({"make_gradtable odd stops", CALL([&] {
@@ -503,8 +510,10 @@ TEST(BadInput, FillsAndGradients) {
                  }()),
                  {1, Post::Keep}, {1, Post::Keep}, {1, Post::Keep}});
     v.push_back({"settoalpha", CALL(im.settoalpha()), kRefused, kDone, kDone});
-    for (int b : {-1, INT_MIN})
-        v.push_back({"addborder " + std::to_string(b), CALL(im.addborder(1, b, 1, 1, 0xFFFFFFFF)), kRefused, kRefused, kRefused});
+    // A negative width trims; nothing may be left of the image.
+    v.push_back({"addborder trim", CALL(im.addborder(1, -1, 2, -1, 0xFFFFFFFF)), kRefused, kDone, kDone});
+    v.push_back({"addborder trim all", CALL(im.addborder(1, -2, 0, 0, 0xFFFFFFFF)), kRefused, kRefused, kRefused});
+    v.push_back({"addborder INT_MIN", CALL(im.addborder(1, INT_MIN, 1, 1, 0xFFFFFFFF)), kRefused, kRefused, kRefused});
     v.push_back({"addborder INT_MAX", CALL(im.addborder(INT_MAX, INT_MAX, 0, 0, 0)), kRefused, kRefused, kRefused});
     v.push_back({"addborder too many pixels", CALL(im.addborder(0, 65535, 0, 65535, 0)), kRefused, kRefused, kRefused});
     v.push_back({"addborder none", CALL(im.addborder(0, 0, 0, 0, 0xFFFFFFFF)), kRefused, kDone, kDone});

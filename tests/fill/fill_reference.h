@@ -9,7 +9,6 @@
 #include <functional>
 #include <vector>
 
-#include "core/color_models.h"
 #include "kiv.h"
 
 namespace filltest {
@@ -44,25 +43,83 @@ inline int ref_channel(int mode, int d, int s) {
     }
 }
 
+// The two colour models written straight from their formulas (not the library's code).
+struct RefHsv {
+    double h, s, v;
+};
+inline RefHsv ref_to_hsv(tagRGBA c) {
+    const double r = c.r / 255.0, g = c.g / 255.0, b = c.b / 255.0;
+    const double mx = std::max({r, g, b}), mn = std::min({r, g, b}), d = mx - mn;
+    RefHsv o{0.0, mx == 0.0 ? 0.0 : d / mx, mx};
+    if (o.s != 0.0) {
+        o.h = (r == mx ? (g - b) / d : g == mx ? (b - r) / d + 2.0 : (r - g) / d + 4.0) / 6.0;
+        if (o.h < 0.0) o.h += 1.0;
+    }
+    return o;
+}
+inline tagRGBA ref_from_hsv(RefHsv c, BYTE a) {
+    double rgb[3] = {c.v, c.v, c.v};
+    if (c.s != 0.0) {
+        double h = 6.0 * c.h;
+        if (h == 6.0) h = 0.0;
+        const int i = static_cast<int>(h);
+        const double f = h - i, V = c.v, S = c.s;
+        const double p = V * (1.0 - S), q = V * (1.0 - f * S), t = V * (1.0 - (1.0 - f) * S);
+        const double sectors[6][3] = {{V, t, p}, {q, V, p}, {p, V, t}, {p, q, V}, {t, p, V}, {V, p, q}};
+        std::copy(sectors[i], sectors[i] + 3, rgb);
+    }
+    return tagRGBA{static_cast<BYTE>(clamp255(rgb[0] * 255.0)), static_cast<BYTE>(clamp255(rgb[1] * 255.0)),
+                   static_cast<BYTE>(clamp255(rgb[2] * 255.0)), a};
+}
+struct RefHls {
+    int h, l, s;
+};
+inline RefHls ref_to_hls(tagRGBA c) {
+    const int mx = std::max({c.r, c.g, c.b}), mn = std::min({c.r, c.g, c.b});
+    const double L = (mx + mn) / 2.0;
+    if (mx == mn) return RefHls{0, static_cast<int>(L), 0};
+    const int d = mx - mn;
+    const int S = L < 128.0 ? 255 * d / (mx + mn) : 255 * d / (511 - mx - mn);
+    double H = 42.5 * (c.r == mx ? static_cast<double>(c.g - c.b) / d
+                       : c.g == mx ? static_cast<double>(c.b - c.r) / d + 2.0
+                                   : static_cast<double>(c.r - c.g) / d + 4.0);
+    if (H < 0.0) H += 255.0;
+    if (H > 255.0) H -= 255.0;
+    return RefHls{static_cast<int>(H), static_cast<int>(L), S};
+}
+inline tagRGBA ref_from_hls(RefHls c, BYTE a) {
+    if (c.s == 0) return tagRGBA{static_cast<BYTE>(c.l), static_cast<BYTE>(c.l), static_cast<BYTE>(c.l), a};
+    const double L = c.l, S = c.s;
+    const double m2 = c.l < 128 ? (S + 255.0) * L / 65025.0 : (S + L - S * L / 255.0) / 255.0;
+    const double m1 = L / 127.5 - m2;
+    auto value = [&](double h) {
+        if (h > 255.0) h -= 255.0;
+        else if (h < 0.0) h += 255.0;
+        if (h < 42.5) return static_cast<int>(255.0 * (m1 + (m2 - m1) * h / 42.5));
+        if (h < 127.5) return static_cast<int>(255.0 * m2);
+        if (h < 170.0) return static_cast<int>(255.0 * (m1 + (m2 - m1) * (170.0 - h) / 42.5));
+        return static_cast<int>(255.0 * m1);
+    };
+    return tagRGBA{static_cast<BYTE>(value(c.h + 85.0)), static_cast<BYTE>(value(c.h)),
+                   static_cast<BYTE>(value(c.h - 85.0)), a};
+}
+
 // The blended colour (alpha of d).
 inline tagRGBA ref_blend(int mode, tagRGBA d, tagRGBA s) {
-    using namespace kivcore;
-    int r, g, b;
-    if (mode >= 3 && mode <= 6 && mode != 5) {
-        Hsv hd = rgb_to_hsv(d.r, d.g, d.b), hs = rgb_to_hsv(s.r, s.g, s.b);
-        Hsv o = mode == 3 ? Hsv{hs.h, hd.s, hd.v} : mode == 4 ? Hsv{hd.h, hs.s, hd.v} : Hsv{hd.h, hd.s, hs.v};
-        hsv_to_rgb(o, &r, &g, &b);
-    } else if (mode == 5) {
-        Hls hd = rgb_to_hls(d.r, d.g, d.b), hs = rgb_to_hls(s.r, s.g, s.b);
-        hls_to_rgb(hs.h, hd.l, hs.s, &r, &g, &b);
-    } else {
-        const int m = (mode < 0 || mode > 18) ? 0 : mode;
-        const int sg = (m == 17 || m == 18) ? s.b : s.g;  // the fill's blue for green
-        r = ref_channel(m, d.r, s.r);
-        g = ref_channel(m, d.g, sg);
-        b = ref_channel(m, d.b, s.b);
+    if (mode == 3 || mode == 4 || mode == 6) {
+        const RefHsv hd = ref_to_hsv(d), hs = ref_to_hsv(s);
+        return ref_from_hsv(mode == 3 ? RefHsv{hs.h, hd.s, hd.v} : mode == 4 ? RefHsv{hd.h, hs.s, hd.v}
+                                                                          : RefHsv{hd.h, hd.s, hs.v},
+                            d.a);
     }
-    return tagRGBA{static_cast<BYTE>(r), static_cast<BYTE>(g), static_cast<BYTE>(b), d.a};
+    if (mode == 5) {
+        const RefHls hd = ref_to_hls(d), hs = ref_to_hls(s);
+        return ref_from_hls(RefHls{hs.h, hd.l, hs.s}, d.a);
+    }
+    const int m = (mode < 0 || mode > 18) ? 0 : mode;
+    const int sg = (m == 17 || m == 18) ? s.b : s.g;  // the fill's blue for green
+    return tagRGBA{static_cast<BYTE>(ref_channel(m, d.r, s.r)), static_cast<BYTE>(ref_channel(m, d.g, sg)),
+                   static_cast<BYTE>(ref_channel(m, d.b, s.b)), d.a};
 }
 
 inline void ref_mix(tagRGBA& p, tagRGBA c, int op) {

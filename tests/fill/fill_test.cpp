@@ -143,7 +143,8 @@ TEST(ShadeFill, AllDirectionsModesAndBoxesMatchTheModel) {
             std::vector<COLORREF> cs(n);
             std::vector<tagRGBA> c(n);
             for (int i = 0; i < n; ++i) cs[i] = RGB(rng.byte(), rng.byte(), rng.byte());
-            ASSERT_GE(img.shadefill(b.x, b.y, b.w, b.h, cs.data(), n, dir, op, mode), 0);
+            const bool inside = b.x < W && b.y < H && b.x + b.w > 0 && b.y + b.h > 0;
+            ASSERT_EQ(img.shadefill(b.x, b.y, b.w, b.h, cs.data(), n, dir, op, mode), inside ? 1 : 0);
             bool reversed = false;
             filltest::ref_ramp_index(dir, 0, 0, 1, 1, 511, &reversed);
             for (int i = 0; i < n; ++i) c[i] = rgb(cs[reversed ? n - 1 - i : i]);
@@ -191,23 +192,35 @@ TEST(SetToAlpha, LightnessIntoEveryByte) {
     }
 }
 
+// The old pixels land at (left, top), clipped: a negative width trims that side.
 TEST(AddBorder, GeometryColourAndOldPixels) {
-    kiv img = random_image(10, 10, 24, 13), old(img);
-    ASSERT_EQ(img.addborder(1, 2, 3, 4, RGB(9, 8, 7)), 1);
-    ASSERT_EQ(img.m_width, 13);
-    ASSERT_EQ(img.m_height, 17);
-    for (int y = 0; y < 17; ++y)
-        for (int x = 0; x < 13; ++x) {
-            const bool inner = x >= 1 && x < 11 && y >= 3 && y < 13;
-            const tagRGBA want = inner ? px(old, x - 1, y - 3) : tagRGBA{9, 8, 7, 0};
-            ASSERT_TRUE(kivtest::same_rgba(px(img, x, y), want)) << x << "," << y;
-        }
+    struct Case {
+        int left, right, top, bottom, w, h;
+    } cases[] = {
+        {1, 2, 3, 4, 13, 17}, {0, 0, 0, 0, 10, 10}, {-2, 1, 3, -4, 9, 9}, {2, -5, -3, 0, 7, 7},
+        {-12, 3, 0, -9, 1, 1},  // the old pixels fall wholly outside: all border
+    };
+    for (const Case& c : cases) {
+        kiv img = random_image(10, 10, 24, 13), old(img);
+        ASSERT_EQ(img.addborder(c.left, c.right, c.top, c.bottom, RGB(9, 8, 7)), 1);
+        ASSERT_EQ(img.m_width, c.w);
+        ASSERT_EQ(img.m_height, c.h);
+        for (int y = 0; y < c.h; ++y)
+            for (int x = 0; x < c.w; ++x) {
+                const int u = x - c.left, v = y - c.top;
+                const bool inner = u >= 0 && u < 10 && v >= 0 && v < 10;
+                const tagRGBA want = inner ? px(old, u, v) : tagRGBA{9, 8, 7, 0};
+                ASSERT_TRUE(kivtest::same_rgba(px(img, x, y), want)) << c.left << "," << c.top << ": " << x << "," << y;
+            }
+    }
     kiv pal = random_image(3, 2, 4, 14), pold(pal);
     ASSERT_EQ(pal.addborder(0, 0, 0, 1, RGB(1, 1, 1)), 1);
     EXPECT_EQ(pal.m_bits, 24);
     EXPECT_TRUE(kivtest::same_rgba(px(pal, 2, 1), px(pold, 2, 1)));
     kiv keep(pal);
-    EXPECT_EQ(pal.addborder(-1, 0, 0, 0, 0), 0);
+    EXPECT_EQ(pal.addborder(-1, -2, 0, 0, 0), 0);  // nothing left
+    EXPECT_EQ(pal.addborder(0, 0, -4, 1, 0), 0);
+    EXPECT_EQ(pal.addborder(INT_MIN, 0, 0, 0, 0), 0);
     EXPECT_EQ(pal.addborder(INT_MAX, INT_MAX, 0, 0, 0), 0);
     EXPECT_EQ(pal.addborder(0, 1 << 30, 0, 2, 0), 0);  // more than 2^31 - 1 pixels
     EXPECT_TRUE(images_equal(pal, keep));

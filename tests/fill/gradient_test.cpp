@@ -42,6 +42,17 @@ TEST(GradTable, Anchors) {
     }
     for (int i = 700; i < 1000; ++i) ASSERT_TRUE(entry_is(u[i], 0, 0, 255)) << i;
 
+    // Stops at 1 and 999 are each padded by a one-entry segment of their own colour.
+    tagGRADCOLORS edge[2] = {{RGB(10, 200, 0), 1}, {RGB(250, 0, 255), 999}};
+    Table e{kiv::make_gradtable(edge, 2, 1000)};
+    ASSERT_NE(e.t, nullptr);
+    EXPECT_TRUE(entry_is(e[0], 10, 200, 0));
+    for (int i = 1; i < 999; ++i)  // the ramp: 998 entries, step (c1 - c0) / 998
+        ASSERT_TRUE(entry_is(e[i], static_cast<int>((i - 1) * (240 / 998.0) + 10),
+                             static_cast<int>((i - 1) * (-200 / 998.0) + 200), static_cast<int>((i - 1) * (255 / 998.0))))
+            << i;
+    EXPECT_TRUE(entry_is(e[999], 250, 0, 255));
+
     tagGRADCOLORS same[2] = {{RGB(1, 2, 3), 100}, {RGB(1, 2, 3), 900}};
     Table v{kiv::make_gradtable(same, 2, 37)};
     ASSERT_NE(v.t, nullptr);
@@ -69,7 +80,9 @@ TEST(GradTable, OddStopsStayInsideTheTable) {
     EXPECT_TRUE(entry_is(z[0], 1, 1, 1));
     EXPECT_EQ(kiv::make_gradtable(nullptr, 2, 1000), nullptr);
     EXPECT_EQ(kiv::make_gradtable(back, 0, 1000), nullptr);
-    EXPECT_EQ(kiv::make_gradtable(back, 2, 0), nullptr);
+    Table none{kiv::make_gradtable(back, 2, 0)};  // an empty table, not a failure
+    ASSERT_NE(none.t, nullptr);
+    EXPECT_EQ(none.t->palNumEntries, 0);
     EXPECT_EQ(kiv::make_gradtable(back, 2, 70000), nullptr);
     kiv::free_gradtable(nullptr);
     // Logical palettes from the heap are released the same way.
@@ -91,7 +104,8 @@ TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
             for (int i = 0; i < n; ++i)
                 g[i] = tagGRADCOLORS{RGB(rng.byte(), rng.byte(), rng.byte()), (i * 1000 + rng.below(300)) / n};
             Table t{kiv::make_gradtable(g.data(), n, 1000)};
-            ASSERT_GE(img.gradientfill(x, y, w, h, g.data(), n, dir, op, mode), 0);
+            const bool inside = x < W && y < H && x + w > 0 && y + h > 0;
+            ASSERT_EQ(img.gradientfill(x, y, w, h, g.data(), n, dir, op, mode), inside ? 1 : 0);
             filltest::ref_box(want, x, y, w, h, op, mode, [&](long long rx, long long ry) {
                 bool rev;
                 int i = filltest::ref_ramp_index(dir, rx, ry, w, h, 999, &rev);

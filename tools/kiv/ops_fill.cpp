@@ -82,10 +82,10 @@ void add_fill_ops(OpTable& t) {
     t.add("settoalpha", {}, "replace every pixel (alpha too) by its lightness, (min + max) / 2", "",
           [](kiv& im, const OpCall&) { return im.settoalpha(); });
     t.add("addborder",
-          {{"LEFT", ArgKind::Int, "pixels, >= 0"},
-           {"RIGHT", ArgKind::Int, "pixels, >= 0"},
-           {"TOP", ArgKind::Int, "pixels, >= 0"},
-           {"BOTTOM", ArgKind::Int, "pixels, >= 0"},
+          {{"LEFT", ArgKind::Int, "pixels (negative trims)"},
+           {"RIGHT", ArgKind::Int, "pixels (negative trims)"},
+           {"TOP", ArgKind::Int, "pixels (negative trims)"},
+           {"BOTTOM", ArgKind::Int, "pixels (negative trims)"},
            {"COLOR", ArgKind::Color, "border colour"}},
           "grow the image by coloured borders", "20 20 30 30 #FFFFFF",
           [](kiv& im, const OpCall& c) { return im.addborder(c.i(0), c.i(1), c.i(2), c.i(3), c.c(4)); });
