@@ -2,6 +2,8 @@
 // packed DIBs.
 #include <windows.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -136,7 +138,8 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
         GlobalFree(dib);
         return nullptr;
     }
-    const DWORD entries = bi->bmiHeader.biClrUsed;
+    // The table as the header announces it (biClrUsed 0 below 9 bits: 1 << depth entries).
+    const std::uint64_t entries = kivpal::dib_table_entries(bi->bmiHeader);
     HPALETTE pal = nullptr;
     if (entries > 0) {
         const std::size_t bytes = 8 + 4 * static_cast<std::size_t>(entries);
@@ -144,7 +147,7 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
         if (lp) {
             lp->palVersion = 0x300;
             lp->palNumEntries = static_cast<WORD>(entries);
-            for (DWORD i = 0; i < entries; ++i) {
+            for (std::size_t i = 0; i < entries; ++i) {
                 const RGBQUAD& q = bi->bmiColors[i];
                 lp->palPalEntry[i] = PALETTEENTRY{q.rgbRed, q.rgbGreen, q.rgbBlue, 0};
             }
@@ -156,7 +159,7 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
     {
         ScreenDc dc(pal);
         if (dc.get()) {
-            const BYTE* rows = reinterpret_cast<const BYTE*>(bi) + sizeof(BITMAPINFOHEADER) + 4 * std::size_t(entries);
+            const BYTE* rows = reinterpret_cast<const BYTE*>(bi) + sizeof(BITMAPINFOHEADER) + 4 * static_cast<std::size_t>(entries);
             bmp = CreateDIBitmap(dc.get(), &bi->bmiHeader, CBM_INIT, rows, bi, DIB_RGB_COLORS);
             if (!bmp) {
                 void* bits = nullptr;
