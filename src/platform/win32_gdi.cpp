@@ -95,8 +95,10 @@ int kiv::attachbitmap(HBITMAP bitmap, HPALETTE palette) {
         bi->bmiHeader.biCompression = BI_RGB;
         // First call: GDI completes the header (biSizeImage among others).
         const bool ok = GetDIBits(dc.get(), bitmap, 0, static_cast<UINT>(bm.bmHeight), nullptr, bi, DIB_RGB_COLORS) != 0;
-        std::uint64_t image = bi->bmiHeader.biSizeImage;
-        if (image == 0) image = kivpal::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
+        // biSizeImage, or the rows' size when it is 0; never less than the rows GetDIBits
+        // is about to write, whatever GDI announced.
+        const std::uint64_t rows_bytes = kivpal::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
+        const std::uint64_t image = std::max<std::uint64_t>(bi->bmiHeader.biSizeImage, rows_bytes);
         // Our table size regardless of what GDI wrote, so the rows land where we allocated.
         bi->bmiHeader.biBitCount = depth;
         bi->bmiHeader.biCompression = BI_RGB;
