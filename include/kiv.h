@@ -258,13 +258,16 @@ public:
      * Read a packed DIB into a heap image (attachdib) or a mapped-file image
      * (attachdib_width_mapfile); 1 on success.  Accepted: BI_RGB of 1, 2, 4, 8, 16, 24, 32
      * bits, biHeight > 0.  Depths up to 8 become palettized images (2 bits become 4) with
-     * colors = biClrUsed (0: 1 << biBitCount); 16- and 32-bit DIBs give black images of the
-     * right size at 24 bits (the reader's default channel shifts zero every channel); 24
-     * bits are read as they are; alpha bytes come out 0.  Refused with 0 and the image left
-     * untouched: a null or unknown handle, other compressions, biSize below 40, biClrUsed
-     * above 1 << biBitCount (depths up to 8), a block (GlobalSize) smaller than the header,
-     * table and rows claim.  Refused with 0 and the image left empty: width or height below
-     * 1 (top-down DIBs), more than 2^31 - 1 pixels, depth 0. */
+     * colors = biClrUsed (0: 1 << biBitCount), at most 256.  16- and 32-bit DIBs give black
+     * images of the right size at 24 bits (the reader's default channel shifts zero every
+     * channel); 24 bits are read as they are; alpha bytes come out 0; other depths leave
+     * every pixel zero.  The table is read at offset 40, the rows at biSize + 4 x biClrUsed
+     * (depths above 8 skip a table of biClrUsed entries too).  Refused with 0 and the image
+     * left untouched: a null or unknown handle, other compressions, biSize below 40, a
+     * table the image's map cannot hold (min(biClrUsed, 256) above 1 << bits, bits being 4
+     * for 2-bit DIBs), a block (GlobalSize) smaller than the header, table and rows claim.
+     * Refused with 0 and the image left empty: width or height below 1 (top-down DIBs),
+     * more than 2^31 - 1 pixels, depth 0. */
     int attachdib(void* dib);
     int attachdib_width_mapfile(void* dib);
     /* A 24-bit image from a caller's buffer of width x height 4-byte pixels (rows of width *
@@ -273,8 +276,10 @@ public:
     int attachdib32(int width, int height, void* src);
     /* A new packed DIB of the image, bottom-up, or null for an empty image or when memory
      * runs out.  Depth by bits: 1 -> 1; 2..4 -> 4; 5..8 -> 8; 9..24 -> 24; 25..32 -> 32.
-     * Below 24 bits the table holds the map (biClrUsed = colors, at most 1 << depth) and the
-     * pixel values are the fourth bytes; 32 bits write the fourth byte as it is.  Only bits
+     * Below 24 bits the table holds the whole map (biClrUsed = colors, also when that is
+     * more than the depth can index, a table attachdib refuses at depths 1 and 4; without a
+     * map biClrUsed is 0 and, at depths up to 8, a zero table of 1 << depth entries is
+     * written) and the pixel values are the fourth bytes; 32 bits write the fourth byte as it is.  Only bits
      * 1, 4, 8, 24 and 32 have pixels written; other depths give a zero pixel area.  The block
      * has 16 rows of slack beyond the image (zero). */
     void* createdib();
@@ -289,8 +294,9 @@ public:
      * 0 for a null or unreadable bitmap. */
     int attachbitmap(HBITMAP bitmap, HPALETTE palette);
     /* A new GDI bitmap of the image (through createdib), compatible with the screen; when
-     * palette is non-null it receives the palette of the colour map (or null without one),
-     * which the caller then owns.  Null, with *palette null, for an empty image. */
+     * palette is non-null it receives a palette of the DIB's colour table (the colour map;
+     * null when the DIB has no table), which the caller then owns.  Null, with *palette
+     * null, for an empty image. */
     HBITMAP createbitmap(HPALETTE* palette);
 #endif
 

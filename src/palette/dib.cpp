@@ -208,9 +208,11 @@ int kiv::_attachdib(void* dib, int mapped) {
 
     // The block must hold everything the header claims; a DIB that lies is refused before
     // the image is touched and nothing past the block is ever read.
+    // Up to 256 table entries go into the map, which create makes 1 << bits long: a table
+    // that would not fit there is refused rather than cut.
     const std::uint64_t entries = kivpal::dib_table_entries(h);
-    const std::uint64_t max_entries = depth <= 8 ? (std::uint64_t(1) << depth) : (std::uint64_t(1) << 24);
-    if (h.biSize < kHeaderBytes || entries > max_entries) return 0;
+    if (h.biSize < kHeaderBytes || (bits < 9 && std::min<std::uint64_t>(entries, 256) > (std::uint64_t(1) << bits)))
+        return 0;
     const std::uint64_t offbits = std::uint64_t(h.biSize) + 4 * entries;  // pixel rows start here
     const std::uint64_t stride = kivpal::dib_stride(h.biWidth, depth);
     if (offbits > size || stride > (size - offbits) / static_cast<std::uint64_t>(h.biHeight)) return 0;
@@ -227,7 +229,7 @@ int kiv::_attachdib(void* dib, int mapped) {
     reader->masks = default_masks(depth);
     std::memset(reader->lut, 0, sizeof reader->lut);
     if (bits < 9 && m_map) {
-        // The table starts at 40 whatever biSize says; entries <= 1 << depth <= the map.
+        // The table starts at 40 whatever biSize says; its entries fit the map (checked above).
         m_colors = static_cast<int>(std::min<std::uint64_t>(entries, 256));
         const BYTE* t = base + kHeaderBytes;
         for (int i = 0; i < m_colors; ++i) m_map[i] = tagRGBA{t[4 * i + 2], t[4 * i + 1], t[4 * i], 0};
@@ -264,14 +266,12 @@ void* kiv::createdib() {
     if (!m_pixels || m_width < 1 || m_height < 1) return nullptr;
     const int b = m_bits;
     const unsigned depth = b < 2 ? 1 : b <= 4 ? 4 : b <= 8 ? 8 : b <= 24 ? 24 : b <= 32 ? 32 : 4;
-    // Below 24 bits the table is the map, cut to what the depth can index so the DIB stays
-    // readable; without a map a zero table of the full size keeps the layout valid.
-    std::uint64_t entries = 0;
-    if (b < 24) {
-        const std::uint64_t cap = std::uint64_t(1) << std::min(depth, 24u);
-        entries = (m_map && m_colors > 0) ? std::min<std::uint64_t>(static_cast<std::uint64_t>(m_colors), cap)
-                                          : (depth <= 8 ? cap : 0);
-    }
+    // Below 24 bits the table is the whole map (biClrUsed = colors, even past what the depth
+    // can index). Otherwise biClrUsed is 0, which for depths up to 8 announces a table of
+    // 1 << depth entries: that table is written, all zero, so the rows sit where it says.
+    const bool has_map = b < 24 && m_map && m_colors > 0;
+    const DWORD clr_used = has_map ? static_cast<DWORD>(m_colors) : 0;
+    const std::uint64_t entries = has_map ? clr_used : (depth <= 8 ? std::uint64_t(1) << depth : 0);
     const std::uint64_t stride = kivpal::dib_stride(m_width, depth);
     std::size_t rows_bytes = 0, bytes = 0;
     // Sixteen rows of slack beyond the image belong to the format's allocation.
@@ -294,10 +294,10 @@ void* kiv::createdib() {
         hdr.biPlanes = 1;
         hdr.biBitCount = static_cast<WORD>(depth);
         hdr.biCompression = BI_RGB;
-        hdr.biClrUsed = static_cast<DWORD>(entries);
+        hdr.biClrUsed = clr_used;
         std::memcpy(base, &hdr, sizeof hdr);
         BYTE* t = base + kHeaderBytes;
-        if (m_map && m_colors > 0)
+        if (has_map)
             for (std::uint64_t i = 0; i < entries; ++i) {
                 t[4 * i] = m_map[i].b;
                 t[4 * i + 1] = m_map[i].g;

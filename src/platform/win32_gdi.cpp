@@ -2,6 +2,8 @@
 // packed DIBs.
 #include <windows.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -93,8 +95,10 @@ int kiv::attachbitmap(HBITMAP bitmap, HPALETTE palette) {
         bi->bmiHeader.biCompression = BI_RGB;
         // First call: GDI completes the header (biSizeImage among others).
         const bool ok = GetDIBits(dc.get(), bitmap, 0, static_cast<UINT>(bm.bmHeight), nullptr, bi, DIB_RGB_COLORS) != 0;
-        std::uint64_t image = bi->bmiHeader.biSizeImage;
-        if (image == 0) image = kivpal::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
+        // biSizeImage, or the rows' size when it is 0; never less than the rows GetDIBits
+        // is about to write, whatever GDI announced.
+        const std::uint64_t rows_bytes = kivpal::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
+        const std::uint64_t image = std::max<std::uint64_t>(bi->bmiHeader.biSizeImage, rows_bytes);
         // Our table size regardless of what GDI wrote, so the rows land where we allocated.
         bi->bmiHeader.biBitCount = depth;
         bi->bmiHeader.biCompression = BI_RGB;
@@ -136,7 +140,8 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
         GlobalFree(dib);
         return nullptr;
     }
-    const DWORD entries = bi->bmiHeader.biClrUsed;
+    // The table as the header announces it (biClrUsed 0 below 9 bits: 1 << depth entries).
+    const std::uint64_t entries = kivpal::dib_table_entries(bi->bmiHeader);
     HPALETTE pal = nullptr;
     if (entries > 0) {
         const std::size_t bytes = 8 + 4 * static_cast<std::size_t>(entries);
@@ -144,7 +149,7 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
         if (lp) {
             lp->palVersion = 0x300;
             lp->palNumEntries = static_cast<WORD>(entries);
-            for (DWORD i = 0; i < entries; ++i) {
+            for (std::size_t i = 0; i < entries; ++i) {
                 const RGBQUAD& q = bi->bmiColors[i];
                 lp->palPalEntry[i] = PALETTEENTRY{q.rgbRed, q.rgbGreen, q.rgbBlue, 0};
             }
@@ -156,7 +161,7 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
     {
         ScreenDc dc(pal);
         if (dc.get()) {
-            const BYTE* rows = reinterpret_cast<const BYTE*>(bi) + sizeof(BITMAPINFOHEADER) + 4 * std::size_t(entries);
+            const BYTE* rows = reinterpret_cast<const BYTE*>(bi) + sizeof(BITMAPINFOHEADER) + 4 * static_cast<std::size_t>(entries);
             bmp = CreateDIBitmap(dc.get(), &bi->bmiHeader, CBM_INIT, rows, bi, DIB_RGB_COLORS);
             if (!bmp) {
                 void* bits = nullptr;

@@ -2,6 +2,7 @@
 // layout, malformed blocks, the DIB form of blt and kivCrop.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <vector>
@@ -225,31 +226,103 @@ TEST(Dib, ReaderQuirks) {
     EXPECT_EQ(16, k4.colors());
     EXPECT_EQ(7, px(k4, 2, 0).a);
     EXPECT_EQ(1, px(k4, 2, 0).r);
+
+    // Depths the reader does not convert: accepted, every pixel left zero.
+    for (int depth : {3, 12, 64}) {
+        DibSpec s;
+        s.depth = depth;
+        s.table.assign(depth <= 8 ? 1u << depth : 0u, tagRGBA{50, 60, 70, 0});
+        std::vector<BYTE> bytes = dib_bytes(s);
+        std::fill(bytes.begin() + std::ptrdiff_t(40 + 4 * s.table.size()), bytes.end(), BYTE(0xA5));
+        HGLOBAL g = to_global(bytes);
+        kiv k(g);
+        GlobalFree(g);
+        ASSERT_NE(nullptr, k.pixels()) << depth;
+        EXPECT_EQ(depth <= 8 ? depth : 24, k.bits());
+        for (int i = 0; i < k.packets(); ++i) EXPECT_TRUE(same_rgba(tagRGBA{0, 0, 0, 0}, k.pixels()[i])) << depth;
+    }
+
+    // A table longer than the depth can index but no longer than the image's map: 2 bits
+    // have a 16-entry map, and 8 bits keep 256 entries of any table; the rows follow the
+    // whole table.
+    struct Long {
+        int depth;
+        DWORD clr_used;
+        int colors;
+    } longs[] = {{2, 16, 16}, {8, 300, 256}};
+    for (const Long& l : longs) {
+        DibSpec s;
+        s.depth = l.depth;
+        s.clr_used = l.clr_used;
+        for (DWORD i = 0; i < l.clr_used; ++i) s.table.push_back(tagRGBA{BYTE(i), BYTE(i * 7), BYTE(~i), 0});
+        s.values = {1, 0, 1, 1, 1, 0};
+        HGLOBAL g = to_global(dib_bytes(s));
+        kiv k(g);
+        GlobalFree(g);
+        ASSERT_NE(nullptr, k.pixels()) << l.depth;
+        EXPECT_EQ(l.depth == 2 ? 4 : l.depth, k.bits());
+        ASSERT_EQ(l.colors, k.colors()) << l.depth;
+        for (int i = 0; i < l.colors; ++i) ASSERT_TRUE(same_rgba(s.table[std::size_t(i)], k.map()[i])) << l.depth << " entry " << i;
+        for (int i = 0; i < 6; ++i) {
+            const tagRGBA& t = s.table[s.values[std::size_t(i)]];
+            EXPECT_TRUE(same_rgba(tagRGBA{t.r, t.g, t.b, BYTE(s.values[std::size_t(i)])}, k.pixels()[i])) << l.depth << " pixel " << i;
+        }
+    }
 }
 
 TEST(Dib, WriterQuirks) {
-    // A 2-bit image: a 4-bit header and a zero pixel area.
-    kiv two = random_image(6, 3, 2, 8);
-    HGLOBAL d = two.createdib();
-    ASSERT_NE(nullptr, d);
-    std::vector<BYTE> b = global_bytes(d);
-    GlobalFree(d);
-    EXPECT_EQ(4, header_of(b).biBitCount);
-    EXPECT_EQ(4u, header_of(b).biClrUsed);
-    for (std::size_t i = 40 + 16; i < b.size(); ++i) ASSERT_EQ(0, b[i]) << i;
+    // Depths without a row writer: the DIB depth of their range, the whole map as the table
+    // and a zero pixel area.
+    struct Unwritten {
+        int bits, depth;
+    } unwritten[] = {{2, 4}, {16, 24}};
+    HGLOBAL d = nullptr;
+    std::vector<BYTE> b;
+    for (const Unwritten& u : unwritten) {
+        kiv img = random_image(6, 3, u.bits, 8);
+        d = img.createdib();
+        ASSERT_NE(nullptr, d);
+        b = global_bytes(d);
+        GlobalFree(d);
+        EXPECT_EQ(u.depth, header_of(b).biBitCount) << u.bits;
+        ASSERT_EQ(unsigned(img.colors()), header_of(b).biClrUsed) << u.bits;
+        const std::size_t rows = 40 + 4 * std::size_t(img.colors());
+        EXPECT_EQ(img.map()[img.colors() - 1].r, b[rows - 2]) << u.bits;
+        for (std::size_t i = rows; i < b.size(); ++i) ASSERT_EQ(0, b[i]) << u.bits << " at " << i;
+    }
 
     kiv empty;
     EXPECT_EQ(nullptr, empty.createdib());
 
-    // A map longer than the depth can index is cut to 1 << depth, so the DIB stays readable.
+    // A map longer than the depth can index goes out whole (and that table is more than a
+    // 1-bit image's map can take back).
     kiv one = random_image(9, 2, 1, 9);
     one.alloccmap(256);
+    for (int i = 0; i < 256; ++i) one.map()[i] = tagRGBA{BYTE(i), BYTE(3 * i), BYTE(255 - i), 0};
     one.validate_rgb();
     d = one.createdib();
-    EXPECT_EQ(2u, header_of(global_bytes(d)).biClrUsed);
-    kiv back(d);
+    b = global_bytes(d);
+    EXPECT_EQ(256u, header_of(b).biClrUsed);
+    EXPECT_EQ(255 - 200, b[40 + 4 * 200]);  // blue of entry 200
+    EXPECT_EQ(one.map()[255].r, b[40 + 4 * 255 + 2]);
+    EXPECT_EQ(px(one, 8, 0).a & 1, b[40 + 1024 + 4 + 1] >> 7 & 1);  // bottom row first
+    kiv back;
+    EXPECT_EQ(0, back.attachdib(d));
     GlobalFree(d);
-    EXPECT_TRUE(images_equal(one, back));
+
+    // No map: biClrUsed 0, which announces 1 << depth entries, so a zero table of that many
+    // is written and the rows follow it.
+    kiv bare = random_image(5, 2, 8, 10);
+    bare.alloccmap(0);
+    d = bare.createdib();
+    b = global_bytes(d);
+    EXPECT_EQ(0u, header_of(b).biClrUsed);
+    for (std::size_t i = 40; i < 40 + 1024; ++i) ASSERT_EQ(0, b[i]) << i;
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(px(bare, x, 0).a, b[40 + 1024 + stride_of(5, 8) + x]) << x;
+    kiv bare_back(d);
+    GlobalFree(d);
+    EXPECT_EQ(256, bare_back.colors());
+    for (int i = 0; i < bare.packets(); ++i) ASSERT_EQ(bare.pixels()[i].a, bare_back.pixels()[i].a) << i;
 }
 
 TEST(Dib, AttachDib32KeepsByteOrderAndTurnsRows) {
@@ -305,8 +378,10 @@ TEST(Dib, MalformedBlocksAreRefused) {
         {"biSize below 40", [](BITMAPINFOHEADER& h) { h.biSize = 12; }, 0, kUntouched},
         {"biSize zero", [](BITMAPINFOHEADER& h) { h.biSize = 0; }, 0, kUntouched},
         {"biClrUsed huge", [](BITMAPINFOHEADER& h) { h.biClrUsed = 0xFFFFFFFFu; }, 0, kUntouched},
-        {"biClrUsed above depth", [](BITMAPINFOHEADER& h) { h.biClrUsed = 257; }, 0, kUntouched},
-        {"biClrUsed too many for 1 bit", [](BITMAPINFOHEADER& h) { h.biBitCount = 1, h.biClrUsed = 3; }, 0, kUntouched},
+        {"biClrUsed pushes the rows past the end", [](BITMAPINFOHEADER& h) { h.biClrUsed = 257; }, 0, kUntouched},
+        {"1-bit table longer than the map", [](BITMAPINFOHEADER& h) { h.biBitCount = 1, h.biClrUsed = 3; }, 0, kUntouched},
+        {"2-bit table longer than the map", [](BITMAPINFOHEADER& h) { h.biBitCount = 2, h.biClrUsed = 17; }, 0, kUntouched},
+        {"4-bit table longer than the map", [](BITMAPINFOHEADER& h) { h.biBitCount = 4, h.biClrUsed = 256; }, 0, kUntouched},
         {"24-bit table beyond the block", [](BITMAPINFOHEADER& h) { h.biBitCount = 24, h.biClrUsed = 1u << 24; }, 0, kUntouched},
         {"rows beyond the block", [](BITMAPINFOHEADER& h) { h.biHeight = 4; }, 0, kUntouched},
         {"wide rows beyond the block", [](BITMAPINFOHEADER& h) { h.biBitCount = 32, h.biClrUsed = 256; }, 0, kUntouched},
