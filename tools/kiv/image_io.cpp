@@ -53,6 +53,13 @@ std::uint32_t le32(const unsigned char* p) {
     return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
 }
 
+// Bytes of the colour table as the library's DIB code places it: biClrUsed entries at any
+// depth, or a full table when that is 0 at 8 bits or fewer.
+std::size_t colour_table_bytes(std::uint32_t bits, std::uint32_t used) {
+    if (used) return 4u * static_cast<std::size_t>(used);
+    return bits <= 8 ? 4u * (std::size_t{1} << bits) : 0;
+}
+
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
     // A BMP file is a 14-byte file header and a packed DIB whose rows start at bfOffBits.
     // The library reads rows right after the colour table, so a file with a gap there is
@@ -66,7 +73,7 @@ void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
     std::uint32_t used = le32(dib + 32);
     std::uint32_t off = le32(bytes.data() + 10);
     if (bi_size < 40 || bi_size > avail) throw CliError("malformed BMP header");
-    std::size_t table = bits <= 8 ? 4u * (used ? std::min<std::uint32_t>(used, 256) : (1u << bits)) : 0;
+    std::size_t table = colour_table_bytes(bits, used);
     std::size_t rows_at = bi_size + table;  // where the library expects the rows
     std::vector<unsigned char> packed;
     if (off >= 14 && off - 14 != rows_at && off - 14 <= avail && rows_at <= avail) {
@@ -127,7 +134,7 @@ std::vector<unsigned char> encode_bmp(kiv& img) {
     const unsigned char* dib = static_cast<const unsigned char*>(GlobalLock(h));
     std::uint32_t bits = dib[14] | (dib[15] << 8);
     std::uint32_t used = le32(dib + 32);
-    std::size_t table = bits <= 8 ? 4u * (used ? used : (1u << bits)) : 0;
+    std::size_t table = colour_table_bytes(bits, used);
     std::size_t stride = ((static_cast<std::size_t>(img.m_width) * bits + 31) / 32) * 4;
     // The library's DIBs carry slack rows past the image: the file takes only the image.
     std::size_t dib_size = 40 + table + stride * static_cast<std::size_t>(img.m_height);
