@@ -67,7 +67,8 @@ struct tagSYSCOL {
 /* Noise of kiv::noise. */
 struct tagKIV_NOISE {
     int amount;        /* strength 0..255: uniform noise lies in -amount..amount; Gaussian noise
-                          has a standard deviation of amount / 2 (at most 3 x amount) */
+                          has a standard deviation of amount / 2, rounded to the nearest
+                          integer (at most 3 x amount) */
     int gaussian;      /* 0 uniform, 1 Gaussian */
     int mono;          /* nonzero: one value added to red, green and blue alike (grey noise);
                           0: an independent value per channel */

@@ -296,12 +296,12 @@ TEST(Video, ScanLinesAndStripes) {
 
 TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
     struct Case {
-        int gaussian, mono;
+        int amount, gaussian, mono;
     };
-    for (Case c : {Case{0, 0}, Case{0, 1}, Case{1, 0}, Case{1, 1}}) {
+    for (Case c : {Case{30, 0, 0}, Case{30, 0, 1}, Case{30, 1, 0}, Case{30, 1, 1}, Case{4, 0, 0}, Case{4, 1, 0}}) {
         kiv grey(128, 96, 24);
         for (int i = 0; i < grey.m_packets; ++i) grey.m_pixels[i] = tagRGBA{128, 128, 128, 5};
-        tagKIV_NOISE p{30, c.gaussian, c.mono, 42u};
+        tagKIV_NOISE p{c.amount, c.gaussian, c.mono, 42u};
         kiv a(grey), b(grey), other(grey);
         {
             ThreadCap one(1);
@@ -326,16 +326,19 @@ TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
                 lo = std::min(lo, d), hi = std::max(hi, d);
             }
         }
-        const double mean = sum / n, sd = std::sqrt(sq / n - mean * mean);
-        EXPECT_NEAR(0.0, mean, 1.0);
+        const double mean = sum / n, sd = std::sqrt(sq / n - mean * mean), am = c.amount;
+        // Whole-number noise: uniform on -amount..amount has variance amount (amount + 1) / 3;
+        // a Gaussian of deviation amount / 2 rounded to integers gains 1/12.  The sample
+        // error of either deviation here is well under 1%.
+        const double want = c.gaussian ? std::sqrt(am * am / 4 + 1.0 / 12) : std::sqrt(am * (am + 1) / 3);
+        EXPECT_NEAR(0.0, mean, 0.02 * want) << c.amount << " " << c.gaussian;
+        EXPECT_NEAR(want, sd, 0.02 * want) << c.amount << " " << c.gaussian;
         if (c.gaussian) {
-            EXPECT_NEAR(15.0, sd, 1.0);  // amount / 2
-            EXPECT_GE(90, std::max(-lo, hi));
-            EXPECT_LT(30, std::max(-lo, hi));  // the tails pass amount sometimes
+            EXPECT_GE(3 * c.amount, std::max(-lo, hi));
+            EXPECT_LT(c.amount, std::max(-lo, hi));  // the tails pass amount sometimes
         } else {
-            EXPECT_NEAR(30.0 / std::sqrt(3.0), sd, 1.0);  // uniform on -30..30
-            EXPECT_EQ(-30, lo);
-            EXPECT_EQ(30, hi);
+            EXPECT_EQ(-c.amount, lo);
+            EXPECT_EQ(c.amount, hi);
         }
     }
 }
