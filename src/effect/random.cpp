@@ -57,9 +57,10 @@ int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
             const int y0 = a.top + k * band;
             const int y1 = static_cast<int>(std::min<long long>(a.bottom, static_cast<long long>(y0) + band));
             for (int y = y0; y < y1; ++y) {
-                const int py0 = std::max(a.top, y - d), py1 = std::min(a.bottom - 1, y + d);
+                // y + d and x + d may pass INT_MAX on an image that tall or wide.
+                const int py0 = std::max(a.top, y - d), py1 = a.bottom - 1 - y > d ? y + d : a.bottom - 1;
                 for (int x = a.left; x < a.right; ++x) {
-                    const int px0 = std::max(a.left, x - d), px1 = std::min(a.right - 1, x + d);
+                    const int px0 = std::max(a.left, x - d), px1 = a.right - 1 - x > d ? x + d : a.right - 1;
                     const std::uint64_t r = pixel_random(seed, x, y, 0);
                     const int px = px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
                     const int py = py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
