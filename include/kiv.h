@@ -67,7 +67,8 @@ struct tagSYSCOL {
 /* Noise of kiv::noise. */
 struct tagKIV_NOISE {
     int amount;        /* strength 0..255: uniform noise lies in -amount..amount; Gaussian noise
-                          has a standard deviation of amount / 2 (at most 3 x amount) */
+                          has a standard deviation of amount / 2, rounded to the nearest
+                          integer (at most 3 x amount) */
     int gaussian;      /* 0 uniform, 1 Gaussian */
     int mono;          /* nonzero: one value added to red, green and blue alike (grey noise);
                           0: an independent value per channel */
@@ -801,15 +802,17 @@ public:
      * of 0.  texture may be this image. */
     int texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param);
     /* texturize with the texture read from a BMP file (uncompressed 1, 4, 8 or 24 bits,
-     * bottom-up or top-down).  0, image unchanged, for a null path, a missing or unreadable
-     * file, or one that is truncated or malformed (header sizes that do not add up). */
+     * bottom-up or top-down; an info header of 40 bytes or more, V4 and V5 included, with
+     * the colour table after it).  0, image unchanged, for a null path, a missing or
+     * unreadable file, or one that is truncated or malformed (header sizes that do not add
+     * up). */
     int texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param);
 #ifdef _WIN32
     /* texturize with the texture read from a bitmap resource (RT_BITMAP: a packed DIB, as a
-     * BMP file without its file header) of module (null: the program's executable); name is
-     * a resource name or MAKEINTRESOURCEA(id).  0, image unchanged, for a null name, a
-     * missing resource or one the DIB reader refuses (too short for what its header
-     * claims). */
+     * BMP file without its file header; bottom-up) of module (null: the program's
+     * executable); name is a resource name or MAKEINTRESOURCEA(id).  0, image unchanged,
+     * for a null name, a missing resource or one the DIB reader refuses (too short for what
+     * its header claims). */
     int texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, tagKIV_TEXTURE* param);
 #endif
     /* Write the rectangle's pixels as a 24-bit BMP file at path, for texturize_by_file.  The

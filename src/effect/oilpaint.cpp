@@ -63,7 +63,9 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
     if (!normalise(this, rect, &a) || radius < 1 || radius > 100 || levels < 2 || levels > 256) return 0;
     raise_depth_24(this);
     const int W = m_width, H = m_height, r = radius, K = 2 * radius + 1;
-    const int bx0 = std::max(0, a.left - r), bx1 = std::min(W, a.right + r);
+    // Sums with r go through long long: an image may be nearly INT_MAX pixels wide or tall.
+    const int bx0 = std::max(0, a.left - r);
+    const int bx1 = static_cast<int>(std::min<long long>(W, static_cast<long long>(a.right) + r));
     const std::size_t bw = static_cast<std::size_t>(bx1 - bx0);
     const int w = a.w();
     std::vector<tagRGBA> out(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()));
@@ -75,12 +77,12 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
         // by its bucket. Walking an image column directly strides by the row length, which
         // for power-of-two widths keeps hitting the same cache sets.
         std::vector<tagRGBA> ring(bw * static_cast<std::size_t>(K));
-        std::vector<int> slot_row(static_cast<std::size_t>(K), -1);
-        auto load = [&](int yy) {
-            const int slot = ((yy % K) + K) % K;
-            slot_row[static_cast<std::size_t>(slot)] = yy;
+        std::vector<long long> slot_row(static_cast<std::size_t>(K), -1);
+        auto load = [&](long long yy) {
+            const std::size_t slot = static_cast<std::size_t>(((yy % K) + K) % K);
+            slot_row[slot] = yy;
             if (yy < 0 || yy >= H) return;
-            const tagRGBA* s = row_ptr(this, yy) + bx0;
+            const tagRGBA* s = row_ptr(this, static_cast<int>(yy)) + bx0;
             tagRGBA* o = ring.data() + slot;
             for (std::size_t i = 0; i < bw; ++i, o += K)
                 *o = tagRGBA{s[i].r, s[i].g, s[i].b, static_cast<BYTE>((intensity(s[i]) * levels) >> 8)};
@@ -96,22 +98,22 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
                     hist.remove(c[s].a, c[s]);
             }
         };
-        for (int yy = b - r; yy < b + r; ++yy) load(yy);
+        for (long long yy = b - r; yy < static_cast<long long>(b) + r; ++yy) load(yy);
         for (int y = b; y < e; ++y) {
-            load(y + r);  // takes the slot of row y - r - 1, which has left the window
+            load(static_cast<long long>(y) + r);  // takes the slot of row y - r - 1, now out of the window
             valid.clear();
             for (int s = 0; s < K; ++s) {
-                const int yy = slot_row[static_cast<std::size_t>(s)];
+                const long long yy = slot_row[static_cast<std::size_t>(s)];
                 if (yy >= 0 && yy < H) valid.push_back(s);
             }
             hist.clear();
-            for (int x = bx0; x <= std::min(W - 1, a.left + r); ++x) column(x, true);
+            for (int x = bx0; x < bx1 && x - r <= a.left; ++x) column(x, true);
             const tagRGBA* src = row_ptr(this, y);
             tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * w;
             for (int x = a.left; x < a.right; ++x) {
                 if (x > a.left) {
                     if (x - r - 1 >= 0) column(x - r - 1, false);
-                    if (x + r < W) column(x + r, true);
+                    if (x < W - r) column(x + r, true);
                 }
                 o[x - a.left] = hist.mean(src[x].a, recip.data());
             }

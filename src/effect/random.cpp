@@ -10,18 +10,28 @@
 namespace kiveffect {
 namespace {
 
-// Gaussian noise: the sum of twelve uniform 16-bit numbers less its mean has a standard
-// deviation of exactly 65536 (Irwin-Hall), integers only, the same everywhere.
-constexpr int kGaussOne = 65536;
+// Gaussian noise from twelve uniform 16-bit numbers (Irwin-Hall), integers only, the same
+// everywhere. Twice their sum less twice its mean (12 x 65535) is symmetric about 0 with a
+// standard deviation of 2 sqrt(65536^2 - 1), which is 2^17 to one part in 10^10.
+constexpr int kGaussSum2Mean = 12 * 65535;
+constexpr int kGaussShift = 18;  // 2^18: two standard deviations of centred_sum_x2
 
-int gaussian_16(std::uint32_t seed, int x, int y, std::uint32_t stream) {
+int centred_sum_x2(std::uint32_t seed, int x, int y, std::uint32_t stream) {
     int sum = 0;
     for (std::uint32_t k = 0; k < 3; ++k) {
         const std::uint64_t r = pixel_random(seed, x, y, stream * 3 + k);
         sum += static_cast<int>(r & 0xFFFF) + static_cast<int>((r >> 16) & 0xFFFF) +
                static_cast<int>((r >> 32) & 0xFFFF) + static_cast<int>(r >> 48);
     }
-    return sum - 6 * kGaussOne;
+    return 2 * sum - kGaussSum2Mean;
+}
+
+// centred_sum_x2 scaled to a deviation of amount / 2, rounded half away from zero: rounding
+// toward zero would shrink the deviation (by a third at amount 2). |result| <= 3 amount.
+int gaussian_noise(std::uint32_t seed, int x, int y, std::uint32_t stream, int amount) {
+    const long long g = static_cast<long long>(centred_sum_x2(seed, x, y, stream)) * amount;
+    const long long m = ((g < 0 ? -g : g) + (1LL << (kGaussShift - 1))) >> kGaussShift;
+    return static_cast<int>(g < 0 ? -m : m);
 }
 
 }  // namespace
@@ -47,9 +57,10 @@ int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
             const int y0 = a.top + k * band;
             const int y1 = static_cast<int>(std::min<long long>(a.bottom, static_cast<long long>(y0) + band));
             for (int y = y0; y < y1; ++y) {
-                const int py0 = std::max(a.top, y - d), py1 = std::min(a.bottom - 1, y + d);
+                // y + d and x + d may pass INT_MAX on an image that tall or wide.
+                const int py0 = std::max(a.top, y - d), py1 = a.bottom - 1 - y > d ? y + d : a.bottom - 1;
                 for (int x = a.left; x < a.right; ++x) {
-                    const int px0 = std::max(a.left, x - d), px1 = std::min(a.right - 1, x + d);
+                    const int px0 = std::max(a.left, x - d), px1 = a.right - 1 - x > d ? x + d : a.right - 1;
                     const std::uint64_t r = pixel_random(seed, x, y, 0);
                     const int px = px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
                     const int py = py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
@@ -73,9 +84,9 @@ int kiv::noise(tagRECT* rect, tagKIV_NOISE* param) {
     const bool gauss = p.gaussian != 0, mono = p.mono != 0;
     const std::uint32_t seed = p.seed;
     // Noise of stream c at (x, y): uniform in -amount..amount, or Gaussian with a standard
-    // deviation of amount / 2 (truncated toward zero).
+    // deviation of amount / 2 (rounded to the nearest integer).
     auto value = [&](int x, int y, std::uint32_t c) {
-        if (gauss) return static_cast<int>(static_cast<long long>(gaussian_16(seed, x, y, c)) * amount / (2 * kGaussOne));
+        if (gauss) return gaussian_noise(seed, x, y, c, amount);
         const std::uint64_t r = pixel_random(seed, x, y, c);
         return below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(span)) - amount;
     };

@@ -62,10 +62,27 @@ bool bmp_file_complete(const std::vector<unsigned char>& f) {
     return stride <= (f.size() - off) / height;  // every row present
 }
 
+void put32(unsigned char* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
+}
+
+// In BMP files and bitmap resources the colour table follows the info header whatever its
+// size (V4: 108 bytes, V5: 124), while the DIB reader takes it from offset 40: a longer
+// header is cut to its first 40 bytes, which mean the same in every version.
+void shorten_info_header(std::vector<unsigned char>* f) {
+    const std::uint32_t bi = le32(f->data() + kFileHeader);
+    if (bi == kivpal::kHeaderBytes) return;
+    const auto header = f->begin() + static_cast<std::ptrdiff_t>(kFileHeader);
+    f->erase(header + static_cast<std::ptrdiff_t>(kivpal::kHeaderBytes), header + static_cast<std::ptrdiff_t>(bi));
+    put32(f->data() + kFileHeader, static_cast<std::uint32_t>(kivpal::kHeaderBytes));
+    put32(f->data() + 10, le32(f->data() + 10) - (bi - static_cast<std::uint32_t>(kivpal::kHeaderBytes)));
+}
+
 bool texture_from_file(const char* path, kiv* img) {
     if (!path || !*path) return false;
     std::vector<unsigned char> bytes;
     if (!read_whole_file(path, &bytes) || !bmp_file_complete(bytes)) return false;
+    shorten_info_header(&bytes);
     HGLOBAL dib = kivpal::dib_from_bmp(bytes.data(), bytes.size());
     if (!dib) return false;
     const int ok = img->attachdib(dib);
@@ -97,8 +114,19 @@ bool write_file_replacing(const char* path, const std::vector<unsigned char>& by
 
 bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img) {
     if (!data || size < kivpal::kHeaderBytes) return false;
-    // The reader checks every size the header claims against the block's size.
-    HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, size);
+    const auto* p = static_cast<const unsigned char*>(data);
+    const BITMAPINFOHEADER h = kivpal::read_header(p);
+    if (h.biSize < kivpal::kHeaderBytes || h.biSize > size) return false;
+    // The block handed to the reader: the header cut to 40 bytes (see shorten_info_header),
+    // then the table and rows. Everything the header claims must lie in it; checked here
+    // because GlobalSize may report more than was asked for.
+    const std::size_t n = size - (h.biSize - kivpal::kHeaderBytes);
+    const std::uint64_t head = kivpal::kHeaderBytes + kivpal::dib_table_bytes(h);
+    const std::uint64_t height =
+        h.biHeight < 0 ? 0 - static_cast<std::int64_t>(h.biHeight) : static_cast<std::uint64_t>(h.biHeight);
+    const std::uint64_t stride = kivpal::dib_stride(h.biWidth, h.biBitCount);
+    if (height == 0 || head > n || stride > (n - head) / height) return false;
+    HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, n);
     if (!dib) return false;
     {
         const kivpal::LockedDib lock(dib);
@@ -106,7 +134,9 @@ bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img) {
             GlobalFree(dib);
             return false;
         }
-        std::memcpy(lock.data(), data, size);
+        std::memcpy(lock.data(), p, kivpal::kHeaderBytes);
+        put32(lock.data(), static_cast<std::uint32_t>(kivpal::kHeaderBytes));
+        std::memcpy(lock.data() + kivpal::kHeaderBytes, p + h.biSize, n - kivpal::kHeaderBytes);
     }
     const int ok = img->attachdib(dib);
     GlobalFree(dib);

@@ -1,4 +1,5 @@
-// Effects: oil paint, pixelize, pyramid, spread, video, noise.
+// Effects: oil paint, pixelize, pyramid, spread, video, noise; the rectangle and depth
+// rules of every effect.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,9 +20,17 @@ namespace {
 struct Effect {
     const char* name;
     std::function<int(kiv&, tagRECT*)> run;
+    bool tiles_from_given_corner = false;  // texturize: clipping moves the tiling
 };
 
 tagKIV_NOISE kNoiseU{40, 0, 0, 7}, kNoiseG{40, 1, 1, 9};
+tagKIV_TEXTURE kTexture{100, 40, 6};
+tagKIV_BUMPMAP kBump{200, 30, 5, 0};
+
+kiv& relief() {
+    static kiv tex = kivtest::random_image(6, 5, 24, 77);
+    return tex;
+}
 
 const std::vector<Effect>& effects() {
     static const std::vector<Effect> v = {
@@ -32,6 +41,9 @@ const std::vector<Effect>& effects() {
         {"video", [](kiv& i, tagRECT* r) { return i.video(r, 50, 30); }},
         {"noise_uniform", [](kiv& i, tagRECT* r) { return i.noise(r, &kNoiseU); }},
         {"noise_gauss", [](kiv& i, tagRECT* r) { return i.noise(r, &kNoiseG); }},
+        {"texturize", [](kiv& i, tagRECT* r) { return i.texturize(r, &relief(), &kTexture); }, true},
+        {"bumpmap", [](kiv& i, tagRECT* r) { return i.bumpmap(r, &relief(), &kBump); }},
+        {"bumpmap_merge", [](kiv& i, tagRECT* r) { return i.bumpmap_merge(r, &relief(), &kBump, 13, 150); }},
     };
     return v;
 }
@@ -78,8 +90,8 @@ struct ThreadCap {
 
 }  // namespace
 
-// Only the clipped rectangle changes; a rectangle partly outside acts as its clipped part;
-// palettized images come out at 24 bits.
+// Only the clipped rectangle changes; a rectangle partly outside acts as its clipped part
+// (bar texturize's tiling, which starts at the corner as given).
 TEST(Effects, TouchOnlyTheClippedRectangle) {
     const tagRECT rects[] = {{-3, 2, 9, 40}, {5, -4, 40, 6}, {30, 20, 90, 90}, {1, 1, 2, 2}};
     for (const Effect& e : effects())
@@ -90,7 +102,9 @@ TEST(Effects, TouchOnlyTheClippedRectangle) {
             ASSERT_EQ(1, src.validaterect(&given, &clip));
             ASSERT_EQ(1, e.run(a, &given)) << e.name;
             ASSERT_EQ(1, e.run(b, &clip)) << e.name;
-            EXPECT_TRUE(images_equal(a, b)) << e.name << " rect " << r0.left << "," << r0.top;
+            if (!e.tiles_from_given_corner) {
+                EXPECT_TRUE(images_equal(a, b)) << e.name << " rect " << r0.left << "," << r0.top;
+            }
             for (int y = 0; y < 23; ++y)
                 for (int x = 0; x < 33; ++x)
                     if (!inside(clip, x, y)) {
@@ -296,12 +310,12 @@ TEST(Video, ScanLinesAndStripes) {
 
 TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
     struct Case {
-        int gaussian, mono;
+        int amount, gaussian, mono;
     };
-    for (Case c : {Case{0, 0}, Case{0, 1}, Case{1, 0}, Case{1, 1}}) {
+    for (Case c : {Case{30, 0, 0}, Case{30, 0, 1}, Case{30, 1, 0}, Case{30, 1, 1}, Case{4, 0, 0}, Case{4, 1, 0}}) {
         kiv grey(128, 96, 24);
         for (int i = 0; i < grey.m_packets; ++i) grey.m_pixels[i] = tagRGBA{128, 128, 128, 5};
-        tagKIV_NOISE p{30, c.gaussian, c.mono, 42u};
+        tagKIV_NOISE p{c.amount, c.gaussian, c.mono, 42u};
         kiv a(grey), b(grey), other(grey);
         {
             ThreadCap one(1);
@@ -326,16 +340,19 @@ TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
                 lo = std::min(lo, d), hi = std::max(hi, d);
             }
         }
-        const double mean = sum / n, sd = std::sqrt(sq / n - mean * mean);
-        EXPECT_NEAR(0.0, mean, 1.0);
+        const double mean = sum / n, sd = std::sqrt(sq / n - mean * mean), am = c.amount;
+        // Whole-number noise: uniform on -amount..amount has variance amount (amount + 1) / 3;
+        // a Gaussian of deviation amount / 2 rounded to integers gains 1/12.  The sample
+        // error of either deviation here is well under 1%.
+        const double want = c.gaussian ? std::sqrt(am * am / 4 + 1.0 / 12) : std::sqrt(am * (am + 1) / 3);
+        EXPECT_NEAR(0.0, mean, 0.05 * want) << c.amount << " " << c.gaussian;
+        EXPECT_NEAR(want, sd, 0.02 * want) << c.amount << " " << c.gaussian;
         if (c.gaussian) {
-            EXPECT_NEAR(15.0, sd, 1.0);  // amount / 2
-            EXPECT_GE(90, std::max(-lo, hi));
-            EXPECT_LT(30, std::max(-lo, hi));  // the tails pass amount sometimes
+            EXPECT_GE(3 * c.amount, std::max(-lo, hi));
+            EXPECT_LT(c.amount, std::max(-lo, hi));  // the tails pass amount sometimes
         } else {
-            EXPECT_NEAR(30.0 / std::sqrt(3.0), sd, 1.0);  // uniform on -30..30
-            EXPECT_EQ(-30, lo);
-            EXPECT_EQ(30, hi);
+            EXPECT_EQ(-c.amount, lo);
+            EXPECT_EQ(c.amount, hi);
         }
     }
 }

@@ -322,6 +322,32 @@ TEST(TextureFile, RefusesBadFiles) {
     EXPECT_TRUE(images_equal(a, b));
 }
 
+// V4 and V5 info headers (108 and 124 bytes): the colour table follows the header, in files
+// and in resources alike.
+TEST(TextureFile, LongInfoHeaders) {
+    Scratch s;
+    kiv tex = kivtest::random_image(7, 5, 8, 6);
+    const std::vector<unsigned char> good = bmp_of(tex);
+    const std::string plain = s("plain.bmp");
+    write_bytes(plain, good);
+    for (std::uint32_t bi : {108u, 124u}) {
+        std::vector<unsigned char> f = good;
+        f.insert(f.begin() + 54, bi - 40, 0);
+        put32(f, 2, static_cast<std::uint32_t>(f.size()));
+        put32(f, 10, 14 + bi + 256 * 4);
+        put32(f, 14, bi);
+        const std::string path = s(std::to_string(bi) + ".bmp");
+        write_bytes(path, f);
+        kiv a = kivtest::random_image(12, 9, 24, 4), b(a);
+        ASSERT_EQ(1, a.texturize_by_file(nullptr, path.c_str(), nullptr)) << bi;
+        ASSERT_EQ(1, b.texturize_by_file(nullptr, plain.c_str(), nullptr));
+        EXPECT_TRUE(images_equal(a, b)) << bi;
+        kiv got;
+        ASSERT_TRUE(kiveffect::texture_from_packed_dib(f.data() + 14, f.size() - 14, &got)) << bi;
+        EXPECT_TRUE(same_rgb(tex, got)) << bi;
+    }
+}
+
 // The reader behind bitmap resources: a packed DIB in memory, refused when short.
 TEST(TextureResource, PackedDibReader) {
     kiv tex = kivtest::random_image(6, 4, 24, 3);
