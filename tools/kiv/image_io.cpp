@@ -61,27 +61,25 @@ std::size_t colour_table_bytes(std::uint32_t bits, std::uint32_t used) {
 }
 
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
-    // A BMP file is a 14-byte file header and a packed DIB whose rows start at bfOffBits.
-    // The library reads rows right after the colour table, so a file with a gap there is
-    // re-packed first. Sizes are checked here only as far as the re-packing needs; the
-    // library's reader checks the rest against the block size.
+    // A BMP file is a 14-byte file header and a packed DIB whose colour table follows the
+    // info header (40 bytes or longer) and whose rows start at bfOffBits. The library's DIB
+    // reader takes the table from byte 40 and the rows from right after the table, so the
+    // DIB is re-packed as a 40-byte header, the table and the rows. Sizes are checked here
+    // only as far as the re-packing needs; the reader checks the rest against the block.
     if (bytes.size() < 14 + 40) throw CliError("truncated BMP file");
     const unsigned char* dib = bytes.data() + 14;
     const std::size_t avail = bytes.size() - 14;
-    std::uint32_t bi_size = le32(dib);
-    std::uint32_t bits = dib[14] | (dib[15] << 8);
-    std::uint32_t used = le32(dib + 32);
-    std::uint32_t off = le32(bytes.data() + 10);
+    const std::uint32_t bi_size = le32(dib);
+    const std::uint32_t bits = dib[14] | (dib[15] << 8);
+    const std::uint32_t off = le32(bytes.data() + 10);
     if (bi_size < 40 || bi_size > avail) throw CliError("malformed BMP header");
-    std::size_t table = colour_table_bytes(bits, used);
-    std::size_t rows_at = bi_size + table;  // where the library expects the rows
-    std::vector<unsigned char> packed;
-    if (off >= 14 && off - 14 != rows_at && off - 14 <= avail && rows_at <= avail) {
-        packed.assign(dib, dib + rows_at);
-        packed.insert(packed.end(), bytes.begin() + off, bytes.end());
-    } else {
-        packed.assign(dib, dib + avail);
-    }
+    const std::size_t table = std::min(colour_table_bytes(bits, le32(dib + 32)), avail - bi_size);
+    const std::size_t rows_from = off >= 14 && off - 14 <= avail ? off - 14 : bi_size + table;
+    std::vector<unsigned char> packed(dib, dib + 40);
+    packed[0] = 40;
+    packed[1] = packed[2] = packed[3] = 0;
+    packed.insert(packed.end(), dib + bi_size, dib + bi_size + table);
+    packed.insert(packed.end(), dib + rows_from, dib + avail);
     HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, packed.size());
     if (!h) throw CliError("out of memory");
     void* p = GlobalLock(h);
