@@ -11,6 +11,29 @@
 #  define KIV_HAVE_SSE2 0
 #endif
 
+// AVX2 kernels live in files named *_avx2.cpp, compiled for AVX2 alone, and run only when
+// the processor and the operating system support it (kivcore::use_avx2). Such a file holds
+// kernels on raw pointers and nothing the linker could share with other files: no inline
+// function or template of a header other than the intrinsics, so no AVX2 instruction can
+// leak into code that runs on every processor.
+#if KIV_HAVE_SSE2 && !defined(KIV_NO_AVX2) && (defined(__x86_64__) || defined(_M_X64) || defined(_M_AMD64)) && \
+    (defined(__GNUC__) || defined(_MSC_VER))
+#  define KIV_HAVE_AVX2 1
+#else
+#  define KIV_HAVE_AVX2 0
+#endif
+
+namespace kivcore {
+// Whether the AVX2 kernels run: compiled in, supported by the processor and the operating
+// system, and not switched off. Checked once; every AVX2 kernel gives the bytes of its SSE2
+// and scalar twins.
+bool use_avx2();
+// Whether this processor and operating system could run them (false when not compiled in).
+bool cpu_has_avx2();
+// For tests: allow or forbid the AVX2 kernels (they stay off where cpu_has_avx2 is false).
+void allow_avx2(bool allowed);
+}  // namespace kivcore
+
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 

@@ -205,6 +205,9 @@ void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp,
 #endif
 
 void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
+#if KIV_HAVE_AVX2
+    if (!force_scalar() && kivcore::use_avx2()) return iir_lanes_avx2(c, n, x, yp, out);
+#endif
 #if KIV_HAVE_SSE2
     if (!force_scalar()) return iir_lanes_sse2(c, n, x, yp, out);
 #endif

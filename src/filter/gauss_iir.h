@@ -16,6 +16,10 @@ struct IirCoef {
 
 IirCoef iir_coefficients(double sigma);
 
+// The line kernel for AVX2 (gauss_iir_avx2.cpp): twelve lanes, four lines of three
+// channels, bytes at a 16-byte stride; call only when kivcore::use_avx2().
+void iir_lanes_avx2(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out);
+
 }  // namespace kivfilter
 
 #endif
