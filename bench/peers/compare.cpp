@@ -161,6 +161,7 @@ struct Row {
     std::array<double, NLIB> ms{};
     std::array<double, NLIB> psnr{};  // quantizers only (NaN elsewhere)
     bool quality = false;
+    bool skipped = false;  // left out by --only
 };
 
 struct Table {
@@ -179,6 +180,7 @@ struct Config {
     std::string out = "bench/results.md";
     std::string script = "bench/peers_pillow.py";
     std::string python = "/usr/bin/python3";
+    std::string only;  // run only the rows whose operation contains this text
 };
 
 class Driver {
@@ -665,6 +667,10 @@ void Driver::measure(Table& t, int warm, int reps) {
     std::vector<std::array<std::vector<double>, NLIB>> samples(t.rows.size());
     for (std::size_t i = 0; i < t.rows.size(); ++i) {
         Row& r = t.rows[i];
+        if (!cfg_.only.empty() && r.op.find(cfg_.only) == std::string::npos) {
+            r.skipped = true;
+            continue;
+        }
         // The quantizers at 4096 take seconds a call (Pillow most): no warm-up there, so a run
         // stays in minutes; the median of three still drops one cold outlier.
         const int w = r.quality && t.size >= 4096 ? 0 : warm;
@@ -676,7 +682,8 @@ void Driver::measure(Table& t, int warm, int reps) {
             }
         for (int lib = 0; lib < NLIB; ++lib) r.ms[lib] = median(samples[i][lib]);
         t.memcpy_samples.insert(t.memcpy_samples.end(), samples[i][MEMCPY].begin(), samples[i][MEMCPY].end());
-        std::fprintf(stderr, "  %-52s kivlib %9.2f ms\n", r.op.c_str(), r.ms[KIV]);
+        std::fprintf(stderr, "  %-52s kivlib %9.2f ms  OpenCV %9.2f  vips %9.2f  memcpy %7.2f\n", r.op.c_str(), r.ms[KIV],
+                     r.ms[OCV], r.ms[VIPS], r.ms[MEMCPY]);
     }
 }
 
@@ -762,6 +769,7 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
           << "| operation | kivlib ms | OpenCV ms | vips ms | Pillow ms | libimagequant ms | kivlib / fastest peer | kivlib / memcpy | PSNR dB (kivlib / liq / Pillow) | note |\n"
           << "|---|---:|---:|---:|---:|---:|---:|---:|---|---|\n";
         for (const Row& r : t.rows) {
+            if (r.skipped) continue;
             double best = NAN;
             int bestlib = -1;
             for (int lib = kPeerFirst; lib < kPeerEnd; ++lib)
@@ -871,9 +879,11 @@ int main(int argc, char** argv) {
         else if (a == "--out") c.out = next();
         else if (a == "--pillow") c.script = next();
         else if (a == "--python") c.python = next();
+        else if (a == "--only") c.only = next();
         else {
             std::fprintf(stderr,
-                         "usage: kiv_compare [--quick] [--threads N] [--out FILE] [--pillow peers_pillow.py] [--python python3]\n");
+                         "usage: kiv_compare [--quick] [--threads N] [--out FILE] [--pillow peers_pillow.py] [--python python3]\n"
+                         "                   [--only TEXT]  (rows whose operation contains TEXT)\n");
             return 2;
         }
     }
