@@ -70,12 +70,29 @@ void map_rect(kiv& img, const tagRECT& rc, F fn) {
     });
 }
 
+// Colours a batch rule is handed at once: fn.batch(in, out, n) with n <= kBatch.
+constexpr int kBatch = 256;
+
+// out[i] = fn(in[i]) for n words: through fn.batch where the rule has one (the costly models
+// work on several colours at a time), else one by one.
+template <class F>
+void apply_batch(const F& fn, const u32* in, u32* out, int n) {
+    if constexpr (requires { fn.batch(in, out, n); })
+        fn.batch(in, out, n);
+    else
+        for (int i = 0; i < n; ++i) out[i] = fn(in[i]);
+}
+
 // map_rect for rules that cost far more than a memory access (the HLS and HSV round trips):
 // each chunk of rows remembers recent colours in a direct-mapped cache, so a colour met
 // again is looked up instead of recomputed.  fn is a pure function of the colour, so a hit
-// returns exactly what a fresh call would.
+// returns exactly what a fresh call would.  A row goes in stretches of kBatch pixels: the
+// stretch is looked up without branches (hits and misses alternate unpredictably), every
+// pixel taking its entry's result and the misses queued; the misses are computed together,
+// overwrite what their pixels took and enter the cache.  A colour missing twice within one
+// stretch is computed twice, which keeps the lookups free of stores.
 template <class F>
-void map_rect_cached(kiv& img, tagRECT rc, F fn) {
+void map_rect_cached(kiv& img, tagRECT rc, const F& fn) {
     tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = rc.right - rc.left;
@@ -88,20 +105,32 @@ void map_rect_cached(kiv& img, tagRECT rc, F fn) {
         // empty pattern's low half matches no key.
         std::unique_ptr<std::uint64_t[]> cache(new std::uint64_t[std::size_t{1} << bits]);
         std::fill_n(cache.get(), std::size_t{1} << bits, ~std::uint64_t{0});
+        std::uint64_t* const table = cache.get();
+        const int shift = 32 - bits;
+        u32 in[kBatch], out[kBatch], slot[kBatch];
+        int at[kBatch];
         for (int y = y0; y < y1; ++y) {
             tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
-            for (int i = 0; i < n; ++i) {
-                const u32 w = load(p + i);
-                const u32 key = w & 0x00FFFFFFu;
-                std::uint64_t& e = cache[(key * 0x9E3779B1u) >> (32 - bits)];
-                u32 out;
-                if (static_cast<u32>(e) == key) {
-                    out = static_cast<u32>(e >> 32);
-                } else {
-                    out = fn(w) & 0x00FFFFFFu;
-                    e = static_cast<std::uint64_t>(out) << 32 | key;
+            for (int i0 = 0; i0 < n; i0 += kBatch) {
+                const int i1 = n - i0 < kBatch ? n : i0 + kBatch;
+                int misses = 0;
+                for (int i = i0; i < i1; ++i) {
+                    const u32 w = load(p + i);
+                    const u32 key = w & 0x00FFFFFFu;
+                    const u32 k = (key * 0x9E3779B1u) >> shift;
+                    const std::uint64_t e = table[k];
+                    store(p + i, (static_cast<u32>(e >> 32) & 0x00FFFFFFu) | (w & kFourthByte));
+                    in[misses] = w;
+                    slot[misses] = k;
+                    at[misses] = i;
+                    misses += static_cast<u32>(e) == key ? 0 : 1;
                 }
-                store(p + i, out | (w & kFourthByte));
+                apply_batch(fn, in, out, misses);
+                for (int j = 0; j < misses; ++j) {
+                    const u32 r = out[j] & 0x00FFFFFFu;
+                    table[slot[j]] = static_cast<std::uint64_t>(r) << 32 | (in[j] & 0x00FFFFFFu);
+                    store(p + at[j], r | (in[j] & kFourthByte));
+                }
             }
         }
     });

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
+#include "core/color_batch.h"
 #include "core/color_models.h"
 
 using namespace kivadjust;
@@ -20,15 +21,18 @@ u32 hls_word(int h, int l, int s) {
 // so capping it changes no result and keeps the model's arithmetic inside int.
 constexpr long long kHueCap = 1 << 24;
 
+// The HLS triples and channels of one batch of colours.
+struct HlsBatch {
+    int h[kBatch], l[kBatch], s[kBatch], r[kBatch], g[kBatch], b[kBatch];
+};
+
 struct Modulate {
     int hue, saturation, lightness;
-    u32 operator()(u32 w) const {
-        const kivcore::Hls c = kivcore::rgb_to_hls(static_cast<int>(w & 0xFF), static_cast<int>((w >> 8) & 0xFF),
-                                                   static_cast<int>((w >> 16) & 0xFF));
-        const int l = clamp255(static_cast<long long>(c.l) + lightness);
+    // The adjusted triple; h ends within 2^24 + 255 of 0 (hue is capped).
+    void adjust(int& h, int& l, int& s) const {
+        l = clamp255(static_cast<long long>(l) + lightness);
         // Arithmetic shift (rounds toward minus infinity); 64-bit so no factor overflows.
-        const int s = clamp255(c.s + ((static_cast<long long>(c.s) * saturation) >> 7));
-        int h = c.h;
+        s = clamp255(s + ((static_cast<long long>(s) * saturation) >> 7));
         if (h != 0) {  // greys and pure reds share h = 0 and are never rotated
             long long t = static_cast<long long>(h) + hue;
             if (t < 0)
@@ -37,9 +41,23 @@ struct Modulate {
                 t -= 255;
             h = static_cast<int>(t);
         }
+    }
+    u32 operator()(u32 w) const {
+        const kivcore::Hls c = kivcore::rgb_to_hls(static_cast<int>(w & 0xFF), static_cast<int>((w >> 8) & 0xFF),
+                                                   static_cast<int>((w >> 16) & 0xFF));
+        int h = c.h, l = c.l, s = c.s;
+        adjust(h, l, s);
         int r, g, b;
         kivcore::hls_to_rgb(h, l, s, &r, &g, &b);
         return pack(clamp255(r), clamp255(g), clamp255(b));
+    }
+    void batch(const u32* in, u32* out, int n) const {
+        HlsBatch t;
+        const auto m = static_cast<std::size_t>(n);
+        kivcore::hls_of_words(in, t.h, t.l, t.s, m);
+        for (int i = 0; i < n; ++i) adjust(t.h[i], t.l[i], t.s[i]);
+        kivcore::rgb_of_hls(t.h, t.l, t.s, t.r, t.g, t.b, m);
+        for (int i = 0; i < n; ++i) out[i] = pack(clamp255(t.r[i]), clamp255(t.g[i]), clamp255(t.b[i]));
     }
 };
 
@@ -47,11 +65,26 @@ struct Modulate {
 struct HueSat {
     int hue[6][256], light[6][256], sat[6][256];
 
+    static int sector(int h) { return h < 43 ? 0 : h < 85 ? 1 : h < 128 ? 2 : h < 171 ? 3 : h < 213 ? 4 : 5; }
     u32 operator()(u32 w) const {
         const kivcore::Hls c = kivcore::rgb_to_hls(static_cast<int>(w & 0xFF), static_cast<int>((w >> 8) & 0xFF),
                                                    static_cast<int>((w >> 16) & 0xFF));
-        const int k = c.h < 43 ? 0 : c.h < 85 ? 1 : c.h < 128 ? 2 : c.h < 171 ? 3 : c.h < 213 ? 4 : 5;
+        const int k = sector(c.h);
         return hls_word(hue[k][c.h], light[k][c.l], sat[k][c.s]);
+    }
+    // Table entries all lie in 0..255, as rgb_of_hls needs.
+    void batch(const u32* in, u32* out, int n) const {
+        HlsBatch t;
+        const auto m = static_cast<std::size_t>(n);
+        kivcore::hls_of_words(in, t.h, t.l, t.s, m);
+        for (int i = 0; i < n; ++i) {
+            const int k = sector(t.h[i]);
+            t.h[i] = hue[k][t.h[i]];
+            t.l[i] = light[k][t.l[i]];
+            t.s[i] = sat[k][t.s[i]];
+        }
+        kivcore::rgb_of_hls(t.h, t.l, t.s, t.r, t.g, t.b, m);
+        for (int i = 0; i < n; ++i) out[i] = pack(t.r[i], t.g[i], t.b[i]);
     }
 };
 
@@ -121,16 +154,30 @@ void balance_table(const int (&shift)[3], u8 (&out)[256]) {
 
 struct Preserve {
     const Tables* t;
-    u32 operator()(u32 w) const {
-        const u32 m = map_word(w, *t);
+    // The lightness of the colour before the tables.
+    static int lightness(u32 w) {
         const int r = static_cast<int>(w & 0xFF), g = static_cast<int>((w >> 8) & 0xFF),
                   b = static_cast<int>((w >> 16) & 0xFF);
         int mx = r > g ? r : g, mn = r < g ? r : g;
         mx = b > mx ? b : mx;
         mn = b < mn ? b : mn;
+        return (mx + mn) >> 1;
+    }
+    u32 operator()(u32 w) const {
+        const u32 m = map_word(w, *t);
         const kivcore::Hls c = kivcore::rgb_to_hls(static_cast<int>(m & 0xFF), static_cast<int>((m >> 8) & 0xFF),
                                                    static_cast<int>((m >> 16) & 0xFF));
-        return hls_word(c.h, (mx + mn) >> 1, c.s);
+        return hls_word(c.h, lightness(w), c.s);
+    }
+    void batch(const u32* in, u32* out, int n) const {
+        HlsBatch b;
+        u32 mapped[kBatch];
+        const auto m = static_cast<std::size_t>(n);
+        for (int i = 0; i < n; ++i) mapped[i] = map_word(in[i], *t);
+        kivcore::hls_of_words(mapped, b.h, b.l, b.s, m);
+        for (int i = 0; i < n; ++i) b.l[i] = lightness(in[i]);
+        kivcore::rgb_of_hls(b.h, b.l, b.s, b.r, b.g, b.b, m);
+        for (int i = 0; i < n; ++i) out[i] = pack(b.r[i], b.g[i], b.b[i]);
     }
 };
 

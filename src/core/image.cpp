@@ -72,6 +72,29 @@ int kiv::create(int width, int height, int bits) {
     return 1;
 }
 
+int kivcore::create_overwritten(kiv* img, int width, int height, int bits) {
+    // A heap buffer of the same pixel count is kept: every byte is written next, and that
+    // spares the page faults of a fresh one.
+    tagRGBA* keep = nullptr;
+    if (img->m_pixels && !img->m_mapstore && img->m_packets == kivcore::checked_packets(width, height)) {
+        keep = img->m_pixels;
+        img->m_pixels = nullptr;
+    }
+    const int packets = begin_create(img, width, height, bits);
+    if (packets < 0) {
+        kivcore::free_pixels(keep);
+        return 0;
+    }
+    img->m_pixels = keep ? keep
+                         : static_cast<tagRGBA*>(
+                               kivcore::alloc_pixels_unzeroed(static_cast<std::size_t>(packets) * sizeof(tagRGBA)));
+    if (!img->m_pixels || (img->m_bits < 24 && !img->m_map)) {
+        img->destroy();
+        return 0;
+    }
+    return 1;
+}
+
 int kiv::create_width_mapfile(int width, int height, int bits) {
     int packets = begin_create(this, width, height, bits);
     if (packets < 0) return 0;

@@ -19,6 +19,7 @@
 #  include <sys/mman.h>
 
 #  include <mutex>
+#  include <utility>
 #  include <unordered_map>
 #endif
 
@@ -65,6 +66,28 @@ void* map_aligned(std::size_t n) {
     return p;
 }
 
+// Freed mappings kept for alloc_pixels_unzeroed: a host that converts frame after frame
+// gets the same few blocks back without the kernel clearing them again. At most two, each
+// up to kKeepMax; the kernel may reclaim their pages under memory pressure (MADV_FREE), so
+// keeping them costs no memory that the system needs.
+constexpr std::size_t kKeepMax = std::size_t(256) << 20;
+struct Kept {
+    void* p;
+    std::size_t len;
+};
+Kept g_kept[2];  // guarded by mappings().lock; g_kept[0] the most recent
+
+// Takes a kept mapping of exactly len bytes, or returns null. Caller holds the lock.
+void* take_kept_locked(std::size_t len) {
+    for (Kept& k : g_kept)
+        if (k.p && k.len == len) {
+            void* p = k.p;
+            k = Kept{nullptr, 0};
+            return p;
+        }
+    return nullptr;
+}
+
 }  // namespace
 
 void* alloc_pixels(std::size_t n) {
@@ -72,24 +95,55 @@ void* alloc_pixels(std::size_t n) {
     return std::calloc(n ? n : 1, 1);
 }
 
+void* alloc_pixels_unzeroed(std::size_t n) {
+    if (n < kDirectFrom) return std::malloc(n ? n : 1);
+    if (n <= SIZE_MAX - kHuge) {
+        const std::size_t len = (n + kHuge - 1) / kHuge * kHuge;
+        std::lock_guard<std::mutex> g(mappings().lock);
+        if (void* p = take_kept_locked(len)) {
+            try {
+                mappings().sizes.emplace(p, len);
+            } catch (...) {
+                munmap(p, len);
+                return nullptr;
+            }
+            return p;
+        }
+    }
+    return map_aligned(n);
+}
+
 void free_pixels(void* p) {
     if (!p) return;
-    std::size_t len = 0;
+    void* drop = nullptr;
+    std::size_t drop_len = 0;
+    bool mapped = false;
     {
         std::lock_guard<std::mutex> g(mappings().lock);
         auto it = mappings().sizes.find(p);
         if (it != mappings().sizes.end()) {
-            len = it->second;
+            mapped = true;
+            drop = p;
+            drop_len = it->second;
             mappings().sizes.erase(it);
+#  if defined(MADV_FREE)
+            // Kept only where the kernel may take the pages back without asking.
+            if (drop_len <= kKeepMax && madvise(p, drop_len, MADV_FREE) == 0) {
+                std::swap(drop, g_kept[1].p);
+                std::swap(drop_len, g_kept[1].len);
+                std::swap(g_kept[0], g_kept[1]);
+            }
+#  endif
         }
     }
-    if (len)
-        munmap(p, len);
-    else
+    if (!mapped)
         std::free(p);
+    else if (drop)
+        munmap(drop, drop_len);
 }
 #else
 void* alloc_pixels(std::size_t n) { return std::calloc(n ? n : 1, 1); }
+void* alloc_pixels_unzeroed(std::size_t n) { return std::malloc(n ? n : 1); }
 void free_pixels(void* p) { std::free(p); }
 #endif
 

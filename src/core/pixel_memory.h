@@ -7,12 +7,21 @@
 
 #include <cstddef>
 
+class kiv;
+
 namespace kivcore {
 
 // n zeroed bytes, or null. Release only with free_pixels.
 void* alloc_pixels(std::size_t n);
-// Releases a block of alloc_pixels (null is ignored).
+// n bytes of unspecified contents, or null, for callers that write every byte: large ones
+// may be a recently freed block, which spares the kernel's clearing of fresh pages.
+void* alloc_pixels_unzeroed(std::size_t n);
+// Releases a block of alloc_pixels or alloc_pixels_unzeroed (null is ignored).
 void free_pixels(void* p);
+
+// kiv::create for a caller that then writes every byte of every pixel: a heap image of the
+// same pixel count keeps its buffer, a new buffer need not come zeroed. 1 on success.
+int create_overwritten(kiv* img, int width, int height, int bits);
 
 }  // namespace kivcore
 

@@ -7,7 +7,9 @@
 
 #include "core/checked.h"
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "kiv.h"
+#include "palette/dib_rows.h"
 #include "palette/dibformat.h"
 
 #include "core/simd.h"
@@ -30,8 +32,19 @@ inline __m128i swap_red_blue(__m128i v) {
 }
 #endif
 
+// Images from this many bytes convert with streaming stores where the AVX2 rows run: they
+// exceed the caches, and the rows are not read again during the conversion.
+constexpr std::uint64_t kStreamFrom = std::uint64_t(16) << 20;
+
 // One 24-bit BGR row to RGBA with alpha 0; reads exactly 3 * w bytes.
-void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w) {
+void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w, bool stream) {
+#if KIV_HAVE_AVX2
+    if (kivcore::use_avx2()) {
+        kivpal::bgr_to_rgba_avx2(reinterpret_cast<unsigned char*>(dst), s, w, stream);
+        return;
+    }
+#endif
+    (void)stream;
     std::size_t x = 0;
 #if KIV_HAVE_SSE2
     // A 16-byte load covers pixels x .. x + 5; stop while it stays inside the row.
@@ -44,7 +57,14 @@ void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w) {
 }
 
 // One RGBA row to 24-bit BGR; writes exactly 3 * w bytes (the padding is left alone).
-void rgba_to_bgr_row(BYTE* d, const tagRGBA* p, std::size_t w) {
+void rgba_to_bgr_row(BYTE* d, const tagRGBA* p, std::size_t w, bool stream) {
+#if KIV_HAVE_AVX2
+    if (kivcore::use_avx2()) {
+        kivpal::rgba_to_bgr_avx2(d, reinterpret_cast<const unsigned char*>(p), w, stream);
+        return;
+    }
+#endif
+    (void)stream;
     std::size_t x = 0;
 #if KIV_HAVE_SSE2
     const __m128i m0 = _mm_setr_epi32(0xFFFFFF, 0, 0, 0), m1 = _mm_setr_epi32(static_cast<int>(0xFF000000u), 0xFFFF, 0, 0),
@@ -87,12 +107,14 @@ ChannelMasks default_masks(unsigned depth) {
     return m;
 }
 
-// One DIB row (bottom-up source) into one image row.
+// One DIB row (bottom-up source) into one image row. Every byte of the image row is
+// written: the image buffer comes unzeroed.
 struct RowReader {
     const BYTE* pixels;  // first DIB row
     std::uint64_t stride;
     int width, height;
     unsigned depth;
+    bool stream;  // streaming stores for the 24-bit rows
     tagRGBA lut[256];  // map entries by index (zero past the map)
     ChannelMasks masks;
 
@@ -110,12 +132,11 @@ struct RowReader {
                     dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
                     dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
                     dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
+                    dst[x].a = 0;
                 }
                 break;
             case 24:
-                // The fourth byte of a fresh image is 0 already: writing it lets the loop
-                // move whole pixels.
-                bgr_to_rgba_row(dst, s, w);
+                bgr_to_rgba_row(dst, s, w, stream);
                 break;
             case 16:
                 for (std::size_t x = 0; x < w; ++x, s += 2) {
@@ -123,6 +144,7 @@ struct RowReader {
                     dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
                     dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
                     dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
+                    dst[x].a = 0;
                 }
                 break;
             case 8:
@@ -138,13 +160,27 @@ struct RowReader {
                 for (std::size_t x = 0; x < w; ++x) indexed(x, (s[x >> 3] >> (7 - (x & 7))) & 1u);
                 break;
             default:
-                break;  // other depths: no pixel is converted, the image stays zero
+                std::memset(dst, 0, w * sizeof(tagRGBA));  // other depths: no pixel is converted
+                break;
         }
     }
 };
 
+// Bytes of a DIB row that write_row fills; the rest of the row (its padding, or all of it
+// at depths the writer leaves zero) is cleared by the caller.
+std::size_t row_bytes_written(std::size_t w, int bits) {
+    switch (bits) {
+        case 32: return 4 * w;
+        case 24: return 3 * w;
+        case 8: return w;
+        case 4: return (w + 1) / 2;
+        case 1: return (w + 7) / 8;
+        default: return 0;
+    }
+}
+
 // One image row into one DIB row (bottom-up target). Only the depths the format writes.
-void write_row(BYTE* d, const tagRGBA* p, std::size_t w, int bits) {
+void write_row(BYTE* d, const tagRGBA* p, std::size_t w, int bits, bool stream) {
     switch (bits) {
         case 32:
             for (std::size_t x = 0; x < w; ++x, d += 4) {
@@ -155,7 +191,7 @@ void write_row(BYTE* d, const tagRGBA* p, std::size_t w, int bits) {
             }
             break;
         case 24:
-            rgba_to_bgr_row(d, p, w);
+            rgba_to_bgr_row(d, p, w, stream);
             break;
         case 8:
             for (std::size_t x = 0; x < w; ++x) d[x] = p[x].a;
@@ -217,7 +253,8 @@ int kiv::_attachdib(void* dib, int mapped) {
     const std::uint64_t stride = kivpal::dib_stride(h.biWidth, depth);
     if (offbits > size || stride > (size - offbits) / static_cast<std::uint64_t>(h.biHeight)) return 0;
 
-    if (!(mapped ? create_width_mapfile(h.biWidth, h.biHeight, bits) : create(h.biWidth, h.biHeight, bits)))
+    if (!(mapped ? create_width_mapfile(h.biWidth, h.biHeight, bits)
+                 : kivcore::create_overwritten(this, h.biWidth, h.biHeight, bits)))
         return 0;
 
     auto reader = std::make_unique<RowReader>();
@@ -226,6 +263,7 @@ int kiv::_attachdib(void* dib, int mapped) {
     reader->width = m_width;
     reader->height = m_height;
     reader->depth = depth;
+    reader->stream = static_cast<std::uint64_t>(m_packets) * sizeof(tagRGBA) >= kStreamFrom;
     reader->masks = default_masks(depth);
     std::memset(reader->lut, 0, sizeof reader->lut);
     if (bits < 9 && m_map) {
@@ -278,7 +316,9 @@ void* kiv::createdib() {
     if (!kivcore::checked_mul(static_cast<long long>(stride), static_cast<long long>(m_height) + 16, &rows_bytes) ||
         !kivcore::checked_add(rows_bytes, static_cast<std::size_t>(kHeaderBytes + 4 * entries), &bytes))
         return nullptr;
-    HGLOBAL hdib = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes);
+    // Not zeroed by the allocator: every byte is written below, so a recycled block needs no
+    // clearing pass before the rows overwrite it.
+    HGLOBAL hdib = GlobalAlloc(GMEM_MOVEABLE, bytes);
     if (!hdib) return nullptr;
     {
         const kivpal::LockedDib lock(hdib);
@@ -302,14 +342,23 @@ void* kiv::createdib() {
                 t[4 * i] = m_map[i].b;
                 t[4 * i + 1] = m_map[i].g;
                 t[4 * i + 2] = m_map[i].r;
+                t[4 * i + 3] = 0;
             }
+        else
+            std::memset(t, 0, static_cast<std::size_t>(4 * entries));
         BYTE* rows = t + 4 * entries;
         const tagRGBA* px = m_pixels;
         const auto w = static_cast<std::size_t>(m_width);
         const int hgt = m_height;
+        const auto row_len = static_cast<std::size_t>(stride);
+        const std::size_t filled = row_bytes_written(w, b);
+        const bool stream = rows_bytes >= kStreamFrom;
         kivcore::parallel_for(0, hgt, [&](int y) {
-            write_row(rows + static_cast<std::size_t>(hgt - 1 - y) * stride, px + static_cast<std::size_t>(y) * w, w, b);
+            BYTE* d = rows + static_cast<std::size_t>(hgt - 1 - y) * row_len;
+            write_row(d, px + static_cast<std::size_t>(y) * w, w, b, stream);
+            std::memset(d + filled, 0, row_len - filled);
         });
+        std::memset(rows + static_cast<std::size_t>(hgt) * row_len, 0, rows_bytes - static_cast<std::size_t>(hgt) * row_len);
     }
     return hdib;
 }

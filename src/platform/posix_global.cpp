@@ -44,10 +44,9 @@ extern "C" {
 
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
-    // Always zeroed (GMEM_ZEROINIT or not): DIB-sized blocks then share the pixel buffers'
-    // huge-page path.
-    (void)flags;
-    void* data = kivcore::alloc_pixels(bytes);
+    // DIB-sized blocks share the pixel buffers' huge-page path. Without GMEM_ZEROINIT the
+    // contents are unspecified, as on Windows, and a large block may be a recycled one.
+    void* data = (flags & GMEM_ZEROINIT) ? kivcore::alloc_pixels(bytes) : kivcore::alloc_pixels_unzeroed(bytes);
     if (!data) return nullptr;
     auto* b = new (std::nothrow) Block{data, bytes, 0};
     if (!b) {

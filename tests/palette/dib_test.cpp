@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "core/simd.h"
 #include "kiv.h"
 #include "support/test_images.h"
 
@@ -146,38 +147,85 @@ TEST(Dib, RoundTripsAtEveryWrittenDepth) {
             }
 }
 
-// 24-bit rows at every width through the grouped row converters: each pixel against the
-// plain byte order, padding bytes of the written rows left zero, and stray padding in a
-// read DIB (the last row's included) never reaching a pixel.
+// 24-bit rows at every width through the grouped row converters (AVX2 and SSE2, widths
+// past several vector steps): each pixel against the plain byte order, padding bytes of the
+// written rows left zero, and stray padding in a read DIB (the last row's included) never
+// reaching a pixel. The image read into has the same size and noise in its buffer.
 TEST(Dib, TwentyFourBitRowsAtEveryWidth) {
     kivtest::Rng rng(11);
-    for (int w = 1; w <= 40; ++w)
-        for (int h : {1, 3}) {
-            kiv img = random_image(w, h, 24, std::uint64_t(w * 7 + h));
+    for (int path = 0; path < 2; ++path) {
+        kivcore::allow_avx2(path == 0);
+        for (int w = 1; w <= 80; ++w)
+            for (int h : {1, 3}) {
+                kiv img = random_image(w, h, 24, std::uint64_t(w * 7 + h));
+                HGLOBAL dib = img.createdib();
+                ASSERT_NE(nullptr, dib);
+                std::vector<BYTE> b = global_bytes(dib);
+                GlobalFree(dib);
+                const std::size_t stride = stride_of(w, 24);
+                for (int y = 0; y < h; ++y) {
+                    const BYTE* row = b.data() + 40 + stride * std::size_t(h - 1 - y);
+                    for (int x = 0; x < w; ++x) {
+                        const tagRGBA p = px(img, x, y);
+                        ASSERT_TRUE(row[3 * x] == p.b && row[3 * x + 1] == p.g && row[3 * x + 2] == p.r)
+                            << w << "x" << h << " at " << x << "," << y;
+                    }
+                    for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) ASSERT_EQ(0, row[j]) << w << " padding";
+                }
+                // Read back a copy whose padding holds noise; the block ends right after the rows.
+                std::vector<BYTE> in(b.begin(), b.begin() + 40 + std::ptrdiff_t(stride) * h);
+                for (int y = 0; y < h; ++y)
+                    for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) in[40 + stride * y + j] = BYTE(rng.next());
+                HGLOBAL g = to_global(in);
+                kiv back = random_image(w, h, 24, std::uint64_t(w + 1000));
+                ASSERT_EQ(1, back.attachdib(g));
+                GlobalFree(g);
+                for (int i = 0; i < img.packets(); ++i) img.pixels()[i].a = 0;
+                ASSERT_TRUE(images_equal(img, back)) << w << "x" << h << " path " << path;
+            }
+    }
+    kivcore::allow_avx2(true);
+}
+
+// Images larger than the caches take the streaming rows, and their blocks may be recycled
+// ones holding old bytes: every byte of the DIB against the plain layout (padding and slack
+// zero), twice over a block freed dirty, then read back into an image of the same size.
+TEST(Dib, LargeBlocksAreWrittenInFull) {
+    const int w = 2403, h = 2390;  // rows of 7209 bytes and 3 of padding; 17 MB of rows
+    const std::size_t stride = stride_of(w, 24);
+    for (int path = 0; path < 2; ++path) {
+        kivcore::allow_avx2(path == 0);
+        kiv::setthreads(path == 0 ? 3 : 1);
+        kiv back = random_image(w, h, 24, 90);
+        for (int round = 0; round < 2; ++round) {
+            kiv img = random_image(w, h, 24, std::uint64_t(91 + round + 2 * path));
             HGLOBAL dib = img.createdib();
             ASSERT_NE(nullptr, dib);
-            std::vector<BYTE> b = global_bytes(dib);
-            GlobalFree(dib);
-            const std::size_t stride = stride_of(w, 24);
+            const std::vector<BYTE> b = global_bytes(dib);
+            ASSERT_EQ(40 + stride * (h + 16), b.size());
+            const BITMAPINFOHEADER hd = header_of(b);
+            EXPECT_TRUE(hd.biSize == 40 && hd.biWidth == w && hd.biHeight == h && hd.biBitCount == 24 && hd.biClrUsed == 0);
+            for (std::size_t i = 16; i < 40; ++i) ASSERT_EQ(0, b[i]) << i;  // sizes, resolutions, counts
             for (int y = 0; y < h; ++y) {
                 const BYTE* row = b.data() + 40 + stride * std::size_t(h - 1 - y);
                 for (int x = 0; x < w; ++x) {
                     const tagRGBA p = px(img, x, y);
                     ASSERT_TRUE(row[3 * x] == p.b && row[3 * x + 1] == p.g && row[3 * x + 2] == p.r)
-                        << w << "x" << h << " at " << x << "," << y;
+                        << x << "," << y << " path " << path;
                 }
-                for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) ASSERT_EQ(0, row[j]) << w << " padding";
+                for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) ASSERT_EQ(0, row[j]) << "padding of " << y;
             }
-            // Read back a copy whose padding holds noise; the block ends right after the rows.
-            std::vector<BYTE> in(b.begin(), b.begin() + 40 + std::ptrdiff_t(stride) * h);
-            for (int y = 0; y < h; ++y)
-                for (std::size_t j = 3 * std::size_t(w); j < stride; ++j) in[40 + stride * y + j] = BYTE(rng.next());
-            HGLOBAL g = to_global(in);
-            kiv back(g);
-            GlobalFree(g);
+            for (std::size_t i = 40 + stride * h; i < b.size(); ++i) ASSERT_EQ(0, b[i]) << "slack at " << i;
+            ASSERT_EQ(1, back.attachdib(dib));
             for (int i = 0; i < img.packets(); ++i) img.pixels()[i].a = 0;
-            ASSERT_TRUE(images_equal(img, back)) << w << "x" << h;
+            ASSERT_TRUE(images_equal(img, back)) << "path " << path;
+            std::memset(GlobalLock(dib), 0xA5, b.size());
+            GlobalUnlock(dib);
+            GlobalFree(dib);
         }
+    }
+    kivcore::allow_avx2(true);
+    kiv::setthreads(0);
 }
 
 TEST(Dib, ReaderQuirks) {
@@ -199,14 +247,16 @@ TEST(Dib, ReaderQuirks) {
         EXPECT_TRUE(same_rgba(tagRGBA{t.r, t.g, t.b, BYTE(two.values[i])}, img.pixels()[i])) << i;
     }
 
-    // 16 and 32 bits: right size, 24 bits, every pixel 0.
+    // 16 and 32 bits: right size, 24 bits, every pixel 0, also over an image of the same size
+    // whose buffer the reader reuses.
     for (int depth : {16, 32}) {
         DibSpec s;
         s.depth = depth;
         s.width = 4;
         s.values.assign(8, 0xFFFFFFFFu);
         HGLOBAL d = to_global(dib_bytes(s));
-        kiv k(d);
+        kiv k = random_image(4, 2, 24, 77);
+        ASSERT_EQ(1, k.attachdib(d));
         GlobalFree(d);
         ASSERT_NE(nullptr, k.pixels()) << depth;
         EXPECT_EQ(24, k.bits());
@@ -235,7 +285,8 @@ TEST(Dib, ReaderQuirks) {
         std::vector<BYTE> bytes = dib_bytes(s);
         std::fill(bytes.begin() + std::ptrdiff_t(40 + 4 * s.table.size()), bytes.end(), BYTE(0xA5));
         HGLOBAL g = to_global(bytes);
-        kiv k(g);
+        kiv k = random_image(s.width, s.height, 24, 78);
+        ASSERT_EQ(1, k.attachdib(g));
         GlobalFree(g);
         ASSERT_NE(nullptr, k.pixels()) << depth;
         EXPECT_EQ(depth <= 8 ? depth : 24, k.bits());
