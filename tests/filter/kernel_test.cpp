@@ -162,39 +162,75 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
         }
 }
 
-// Rows of several vector widths plus a tail, chunk boundaries at one to three threads, the
-// vector and the portable row conversion.
-TEST(FilterKernel3x3, WideRowsOnBothPathsAndThreadCounts) {
-    for (int scalar = 0; scalar < 2; ++scalar)
-        for (int threads = 1; threads <= 3; ++threads) {
-            kivfilter::set_force_scalar(scalar != 0);
-            kiv::setthreads(threads);
-            for (unsigned mode : {0u, 1u, 5u, 7u, 8u, 12u, 14u}) {
-                tagRECT r{-3, 2, 190, 40};
-                kiv got = random_image(203, 41, 24, static_cast<std::uint64_t>(mode * 5 + threads)), want(got);
-                ASSERT_EQ(got.filter_3x3(&r, mode), 1);
-                ref_3x3(want, &r, mode);
-                EXPECT_TRUE(images_equal(got, want)) << "mode " << mode << " scalar " << scalar << " threads " << threads;
-            }
-        }
+namespace {
+
+// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
+void use_path(int path) {
+    kivfilter::set_force_scalar(path == 2);
+    kivcore::allow_avx2(path == 0);
+}
+
+void restore_paths() {
     kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
     kiv::setthreads(0);
 }
 
-TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    // Low-contrast noise puts |O - Sh| into every band of modes 14 and 15.
-    for (unsigned mode : {14u, 15u}) {
-        kiv got(61, 43, 24);
-        Rng rng(mode);
-        for (int i = 0; i < got.m_packets; ++i) {
-            const BYTE v = BYTE(120 + rng.below(9));
-            got.m_pixels[i] = tagRGBA{v, BYTE(v + rng.below(3)), BYTE(v - rng.below(2)), 5};
-        }
-        kiv want(got);
-        got.filter_3x3(nullptr, mode);
-        ref_3x3(want, nullptr, mode);
-        EXPECT_TRUE(images_equal(got, want)) << mode;
+// Low-contrast noise with a few outliers, which puts |O - Sh| into every band of modes 14
+// and 15.
+kiv smooth_image(int w, int h, std::uint64_t seed) {
+    kiv img(w, h, 24);
+    Rng rng(seed);
+    for (int i = 0; i < img.m_packets; ++i) {
+        const BYTE v = BYTE(rng.below(8) == 0 ? rng.below(256) : 120 + rng.below(9));
+        img.m_pixels[i] = tagRGBA{v, BYTE(v + rng.below(3)), BYTE(v - rng.below(2)), BYTE(rng.below(256))};
     }
+    return img;
+}
+
+}  // namespace
+
+// Rows of several vector widths, whole and with a tail, rows too short for a vector (the
+// end pixels have their own clamped columns), band boundaries at one to three threads, on
+// every path.
+TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
+                            {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
+                            {21, 19, {0, 0, 21, 19}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (unsigned mode = 0; mode <= 15; ++mode) {
+                if (mode == 2) continue;
+                for (const Shape& sh : shapes) {
+                    tagRECT r = sh.r;
+                    const std::uint64_t seed = static_cast<std::uint64_t>(mode * 5 + threads + sh.w);
+                    kiv got = mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed), want(got);
+                    ASSERT_EQ(got.filter_3x3(&r, mode), 1);
+                    ref_3x3(want, &r, mode);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
+                }
+            }
+        }
+    restore_paths();
+}
+
+TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
+    for (int path = 0; path < 3; ++path)
+        for (unsigned mode : {14u, 15u}) {
+            use_path(path);
+            kiv got = smooth_image(61, 43, mode), want(got);
+            got.filter_3x3(nullptr, mode);
+            ref_3x3(want, nullptr, mode);
+            EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
+        }
+    restore_paths();
 }
 
 TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
