@@ -169,4 +169,8 @@ namespace kivfilter {
 // 0 1 1 2 2 2 2 3 3 3 3 3 3.
 unsigned isqrt_rounded(unsigned n);
 
+// For the tests: the rounded square roots of n[0 .. count - 1] (each 0 .. 2 * 1020^2) as
+// edge's SSE2 or AVX2 kernel computes them; false when that kernel cannot run here.
+bool edge_vector_roots(bool avx2, const int* n, int count, int* root);
+
 }  // namespace kivfilter

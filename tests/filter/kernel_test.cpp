@@ -314,6 +314,21 @@ TEST(FilterEdge, RoundedSquareRoot) {
     EXPECT_EQ(kivfilter::isqrt_rounded(0xFFFFFFFFu), 65536u);
 }
 
+// The vector kernels' roots come from the float square root: every sum of two squared
+// gradients against the integer root.
+TEST(FilterEdge, VectorRootsOfEverySquaredMagnitude) {
+    std::vector<int> n(2 * 1020 * 1020 + 1), got(n.size());
+    for (std::size_t i = 0; i < n.size(); ++i) n[i] = static_cast<int>(i);
+    for (bool avx2 : {false, true}) {
+        if (!kivfilter::edge_vector_roots(avx2, n.data(), static_cast<int>(n.size()), got.data())) continue;
+        unsigned r = 0;
+        for (unsigned v = 0; v < n.size(); ++v) {
+            while ((r + 1) * (r + 1) <= v) ++r;
+            ASSERT_EQ(got[v], static_cast<int>(v - r * r > r ? r + 1 : r)) << v << " avx2 " << avx2;
+        }
+    }
+}
+
 TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
     for (Case c : cases())
         for (double s : {10.0, 0.5, 3.7, 40.0, std::nan("")}) {
@@ -326,17 +341,31 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    // Rows are converted once per chunk: chunk starts at one to three threads, a rectangle
-    // whose margins come from outside it.
-    for (int threads = 1; threads <= 3; ++threads) {
-        kiv::setthreads(threads);
-        tagRECT r{5, 3, 150, 61};
-        kiv got = random_image(157, 67, 24, static_cast<std::uint64_t>(threads)), want(got);
-        ASSERT_EQ(got.edge(&r, 7.0), 1);
-        ref_edge(want, &r, 7.0);
-        EXPECT_TRUE(images_equal(got, want)) << "threads " << threads;
-    }
-    kiv::setthreads(0);
+    // Band boundaries at one to three threads on every path; rectangles whose margins come
+    // from outside them, that reach the image's sides, and rows with and without a tail or
+    // too short for a vector.
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
+                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
+                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes)
+                for (double s : {7.0, 0.5}) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)), want(got);
+                    ASSERT_EQ(got.edge(&r, s), 1);
+                    ref_edge(want, &r, s);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
+                }
+        }
+    restore_paths();
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)
