@@ -127,12 +127,13 @@ using V = __m128i;
 inline V load(const tagRGBA* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
 inline V k16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
 
-// (x * m) >> (16 + s) is x / d for every x in 0 .. max: the divisions below are exact over
-// the sums that reach them.
+// (x * m) >> (16 + s) is x / d for every x in 0 .. max when m d = 2^(16 + s) + e with
+// 0 <= e and max e < 2^(16 + s): x m / 2^(16 + s) then exceeds x / d by less than 1 / d, too
+// little to reach the next integer. The divisions below are exact over the sums that reach
+// them.
 constexpr bool exact_division(unsigned d, unsigned m, unsigned s, unsigned max) {
-    for (unsigned x = 0; x <= max; ++x)
-        if ((x * m) >> (16 + s) != x / d) return false;
-    return true;
+    const unsigned long long k = 1ull << (16 + s), md = static_cast<unsigned long long>(m) * d;
+    return m < 65536 && md >= k && max * (md - k) < k;
 }
 static_assert(exact_division(9, 7282, 0, 9 * 255));
 static_assert(exact_division(10, 6554, 0, 18 * 255));
@@ -184,7 +185,7 @@ inline V sharp(const V* n, V s9) {
     return _mm_min_epi16(div10(x), k16(255));
 }
 
-inline V select(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
+inline V choose(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
 inline V is(V d, int v) { return _mm_cmpeq_epi16(d, k16(v)); }
 inline V absdiff(V a, V b) { return _mm_max_epi16(_mm_sub_epi16(a, b), _mm_sub_epi16(b, a)); }
 
@@ -223,11 +224,11 @@ V words(const V* n) {
         const V d = absdiff(c, sh);
         const V c4 = _mm_slli_epi16(c, 2), s4 = _mm_slli_epi16(sh, 2);
         V r = sh;
-        r = select(is(d, 11), div10(_mm_slli_epi16(_mm_add_epi16(c, s4), 1)), r);
-        r = select(is(d, 10), div10(_mm_add_epi16(_mm_mullo_epi16(sh, k16(6)), c4)), r);
-        r = select(is(d, 9), div10(_mm_add_epi16(s4, _mm_mullo_epi16(c, k16(6)))), r);
-        r = select(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(sh, c4), 1)), r);
-        return select(_mm_cmplt_epi16(d, k16(8)), c, r);
+        r = choose(is(d, 11), div10(_mm_slli_epi16(_mm_add_epi16(c, s4), 1)), r);
+        r = choose(is(d, 10), div10(_mm_add_epi16(_mm_mullo_epi16(sh, k16(6)), c4)), r);
+        r = choose(is(d, 9), div10(_mm_add_epi16(s4, _mm_mullo_epi16(c, k16(6)))), r);
+        r = choose(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(sh, c4), 1)), r);
+        return choose(_mm_cmplt_epi16(d, k16(8)), c, r);
     } else {
         static_assert(Mode == 15);
         const V corners = _mm_add_epi16(_mm_add_epi16(n[0], n[2]), _mm_add_epi16(n[6], n[8]));
@@ -238,11 +239,11 @@ V words(const V* n) {
         const V d = absdiff(c, sh);
         const V c4 = _mm_slli_epi16(c, 2), b4 = _mm_slli_epi16(bl, 2);
         V r = c;
-        r = select(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(bl, c4), 1)), r);
-        r = select(is(d, 7), div10(_mm_add_epi16(b4, _mm_mullo_epi16(c, k16(6)))), r);
-        r = select(is(d, 6), div10(_mm_add_epi16(_mm_mullo_epi16(bl, k16(6)), c4)), r);
-        r = select(is(d, 5), div10(_mm_slli_epi16(_mm_add_epi16(c, b4), 1)), r);
-        return select(_mm_cmplt_epi16(d, k16(5)), bl, r);
+        r = choose(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(bl, c4), 1)), r);
+        r = choose(is(d, 7), div10(_mm_add_epi16(b4, _mm_mullo_epi16(c, k16(6)))), r);
+        r = choose(is(d, 6), div10(_mm_add_epi16(_mm_mullo_epi16(bl, k16(6)), c4)), r);
+        r = choose(is(d, 5), div10(_mm_slli_epi16(_mm_add_epi16(c, b4), 1)), r);
+        return choose(_mm_cmplt_epi16(d, k16(5)), bl, r);
     }
 }
 
@@ -263,7 +264,7 @@ void pixels4(const tagRGBA* const* rows, int x, tagRGBA* out) {
         }
         v = _mm_packus_epi16(words<Mode>(lo), words<Mode>(hi));
     }
-    v = select(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
+    v = choose(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
     _mm_storeu_si128(reinterpret_cast<V*>(out + x), v);
 }
 

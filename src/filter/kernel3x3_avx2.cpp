@@ -14,12 +14,13 @@ using V = __m256i;
 V load(const unsigned char* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
 V k16(int v) { return _mm256_set1_epi16(static_cast<short>(v)); }
 
-// (x * m) >> (16 + s) is x / d for every x in 0 .. max: the divisions below are exact over
-// the sums that reach them.
+// (x * m) >> (16 + s) is x / d for every x in 0 .. max when m d = 2^(16 + s) + e with
+// 0 <= e and max e < 2^(16 + s): x m / 2^(16 + s) then exceeds x / d by less than 1 / d, too
+// little to reach the next integer. The divisions below are exact over the sums that reach
+// them.
 constexpr bool exact_division(unsigned d, unsigned m, unsigned s, unsigned max) {
-    for (unsigned x = 0; x <= max; ++x)
-        if ((x * m) >> (16 + s) != x / d) return false;
-    return true;
+    const unsigned long long k = 1ull << (16 + s), md = static_cast<unsigned long long>(m) * d;
+    return m < 65536 && md >= k && max * (md - k) < k;
 }
 static_assert(exact_division(9, 7282, 0, 9 * 255));
 static_assert(exact_division(10, 6554, 0, 18 * 255));
@@ -71,7 +72,7 @@ V sharp(const V* n, V s9) {
     return _mm256_min_epi16(div10(x), k16(255));
 }
 
-V select(V mask, V a, V b) { return _mm256_blendv_epi8(b, a, mask); }
+V choose(V mask, V a, V b) { return _mm256_blendv_epi8(b, a, mask); }
 V is(V d, int v) { return _mm256_cmpeq_epi16(d, k16(v)); }
 
 // Modes on 16-bit lanes; the result is clamped to 0 .. 255 by the pack that follows.
@@ -110,11 +111,11 @@ V words(const V* n) {
         const V d = _mm256_abs_epi16(_mm256_sub_epi16(c, sh));
         const V c4 = _mm256_slli_epi16(c, 2), s4 = _mm256_slli_epi16(sh, 2);
         V r = sh;
-        r = select(is(d, 11), div10(_mm256_slli_epi16(_mm256_add_epi16(c, s4), 1)), r);
-        r = select(is(d, 10), div10(_mm256_add_epi16(_mm256_mullo_epi16(sh, k16(6)), c4)), r);
-        r = select(is(d, 9), div10(_mm256_add_epi16(s4, _mm256_mullo_epi16(c, k16(6)))), r);
-        r = select(is(d, 8), div10(_mm256_slli_epi16(_mm256_add_epi16(sh, c4), 1)), r);
-        return select(_mm256_cmpgt_epi16(k16(8), d), c, r);
+        r = choose(is(d, 11), div10(_mm256_slli_epi16(_mm256_add_epi16(c, s4), 1)), r);
+        r = choose(is(d, 10), div10(_mm256_add_epi16(_mm256_mullo_epi16(sh, k16(6)), c4)), r);
+        r = choose(is(d, 9), div10(_mm256_add_epi16(s4, _mm256_mullo_epi16(c, k16(6)))), r);
+        r = choose(is(d, 8), div10(_mm256_slli_epi16(_mm256_add_epi16(sh, c4), 1)), r);
+        return choose(_mm256_cmpgt_epi16(k16(8), d), c, r);
     } else {
         static_assert(Mode == 15);
         const V corners = _mm256_add_epi16(_mm256_add_epi16(n[0], n[2]), _mm256_add_epi16(n[6], n[8]));
@@ -125,11 +126,11 @@ V words(const V* n) {
         const V d = _mm256_abs_epi16(_mm256_sub_epi16(c, sh));
         const V c4 = _mm256_slli_epi16(c, 2), b4 = _mm256_slli_epi16(bl, 2);
         V r = c;
-        r = select(is(d, 8), div10(_mm256_slli_epi16(_mm256_add_epi16(bl, c4), 1)), r);
-        r = select(is(d, 7), div10(_mm256_add_epi16(b4, _mm256_mullo_epi16(c, k16(6)))), r);
-        r = select(is(d, 6), div10(_mm256_add_epi16(_mm256_mullo_epi16(bl, k16(6)), c4)), r);
-        r = select(is(d, 5), div10(_mm256_slli_epi16(_mm256_add_epi16(c, b4), 1)), r);
-        return select(_mm256_cmpgt_epi16(k16(5), d), bl, r);
+        r = choose(is(d, 8), div10(_mm256_slli_epi16(_mm256_add_epi16(bl, c4), 1)), r);
+        r = choose(is(d, 7), div10(_mm256_add_epi16(b4, _mm256_mullo_epi16(c, k16(6)))), r);
+        r = choose(is(d, 6), div10(_mm256_add_epi16(_mm256_mullo_epi16(bl, k16(6)), c4)), r);
+        r = choose(is(d, 5), div10(_mm256_slli_epi16(_mm256_add_epi16(c, b4), 1)), r);
+        return choose(_mm256_cmpgt_epi16(k16(5), d), bl, r);
     }
 }
 
