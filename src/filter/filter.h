@@ -143,9 +143,19 @@ struct Rows3 {
     const unsigned char* row[3][3];
 };
 
-// Lifts the rectangle out, runs kernel(rows, w, out) for every row (in parallel), where the
-// kernel writes channel c of pixel i to out[c][i], and stores the result back with each
-// pixel's alpha carried over from the source.
+// Filters the rectangle's rows in place, in parallel bands. For each band it calls
+// make_row(scratch) (scratch: that many bytes of its own) and then, for every row y of the
+// band, row(y, rows, w, out): rows[r] points at column a.left of the original pixels of image
+// row clamp(y - 1 + r, ylo, yhi - 1), readable over columns xlo .. xhi - 1 of the image and
+// never written; the row function writes the w result pixels to out. The image row takes
+// them once no other row needs its original.
+template <class MakeRow>
+void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int xhi, std::size_t scratch,
+                       MakeRow make_row);
+
+// run_rows_in_place with channel-planar rows: kernel(rows, w, out) for every row, where the
+// kernel writes channel c of pixel i to out[c][i]; each pixel's alpha is carried over from
+// the source.
 template <class Kernel>
 void run_3x3(kiv* img, const Area& a, Kernel kernel);
 
@@ -158,5 +168,9 @@ namespace kivfilter {
 // Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give
 // 0 1 1 2 2 2 2 3 3 3 3 3 3.
 unsigned isqrt_rounded(unsigned n);
+
+// For the tests: the rounded square roots of n[0 .. count - 1] (each 0 .. 2 * 1020^2) as
+// edge's SSE2 or AVX2 kernel computes them; false when that kernel cannot run here.
+bool edge_vector_roots(bool avx2, const int* n, int count, int* root);
 
 }  // namespace kivfilter

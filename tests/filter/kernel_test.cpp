@@ -162,39 +162,75 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
         }
 }
 
-// Rows of several vector widths plus a tail, chunk boundaries at one to three threads, the
-// vector and the portable row conversion.
-TEST(FilterKernel3x3, WideRowsOnBothPathsAndThreadCounts) {
-    for (int scalar = 0; scalar < 2; ++scalar)
-        for (int threads = 1; threads <= 3; ++threads) {
-            kivfilter::set_force_scalar(scalar != 0);
-            kiv::setthreads(threads);
-            for (unsigned mode : {0u, 1u, 5u, 7u, 8u, 12u, 14u}) {
-                tagRECT r{-3, 2, 190, 40};
-                kiv got = random_image(203, 41, 24, static_cast<std::uint64_t>(mode * 5 + threads)), want(got);
-                ASSERT_EQ(got.filter_3x3(&r, mode), 1);
-                ref_3x3(want, &r, mode);
-                EXPECT_TRUE(images_equal(got, want)) << "mode " << mode << " scalar " << scalar << " threads " << threads;
-            }
-        }
+namespace {
+
+// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
+void use_path(int path) {
+    kivfilter::set_force_scalar(path == 2);
+    kivcore::allow_avx2(path == 0);
+}
+
+void restore_paths() {
     kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
     kiv::setthreads(0);
 }
 
-TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    // Low-contrast noise puts |O - Sh| into every band of modes 14 and 15.
-    for (unsigned mode : {14u, 15u}) {
-        kiv got(61, 43, 24);
-        Rng rng(mode);
-        for (int i = 0; i < got.m_packets; ++i) {
-            const BYTE v = BYTE(120 + rng.below(9));
-            got.m_pixels[i] = tagRGBA{v, BYTE(v + rng.below(3)), BYTE(v - rng.below(2)), 5};
-        }
-        kiv want(got);
-        got.filter_3x3(nullptr, mode);
-        ref_3x3(want, nullptr, mode);
-        EXPECT_TRUE(images_equal(got, want)) << mode;
+// Low-contrast noise with a few outliers, which puts |O - Sh| into every band of modes 14
+// and 15.
+kiv smooth_image(int w, int h, std::uint64_t seed) {
+    kiv img(w, h, 24);
+    Rng rng(seed);
+    for (int i = 0; i < img.m_packets; ++i) {
+        const BYTE v = BYTE(rng.below(8) == 0 ? rng.below(256) : 120 + rng.below(9));
+        img.m_pixels[i] = tagRGBA{v, BYTE(v + rng.below(3)), BYTE(v - rng.below(2)), BYTE(rng.below(256))};
     }
+    return img;
+}
+
+}  // namespace
+
+// Rows of several vector widths, whole and with a tail, rows too short for a vector (the
+// end pixels have their own clamped columns), band boundaries at one to three threads, on
+// every path.
+TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
+                            {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
+                            {21, 19, {0, 0, 21, 19}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (unsigned mode = 0; mode <= 15; ++mode) {
+                if (mode == 2) continue;
+                for (const Shape& sh : shapes) {
+                    tagRECT r = sh.r;
+                    const std::uint64_t seed = static_cast<std::uint64_t>(mode * 5 + threads + sh.w);
+                    kiv got = mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed), want(got);
+                    ASSERT_EQ(got.filter_3x3(&r, mode), 1);
+                    ref_3x3(want, &r, mode);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
+                }
+            }
+        }
+    restore_paths();
+}
+
+TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
+    for (int path = 0; path < 3; ++path)
+        for (unsigned mode : {14u, 15u}) {
+            use_path(path);
+            kiv got = smooth_image(61, 43, mode), want(got);
+            got.filter_3x3(nullptr, mode);
+            ref_3x3(want, nullptr, mode);
+            EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
+        }
+    restore_paths();
 }
 
 TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
@@ -278,6 +314,21 @@ TEST(FilterEdge, RoundedSquareRoot) {
     EXPECT_EQ(kivfilter::isqrt_rounded(0xFFFFFFFFu), 65536u);
 }
 
+// The vector kernels' roots come from the float square root: every sum of two squared
+// gradients against the integer root.
+TEST(FilterEdge, VectorRootsOfEverySquaredMagnitude) {
+    std::vector<int> n(2 * 1020 * 1020 + 1), got(n.size());
+    for (std::size_t i = 0; i < n.size(); ++i) n[i] = static_cast<int>(i);
+    for (bool avx2 : {false, true}) {
+        if (!kivfilter::edge_vector_roots(avx2, n.data(), static_cast<int>(n.size()), got.data())) continue;
+        unsigned r = 0;
+        for (unsigned v = 0; v < n.size(); ++v) {
+            while ((r + 1) * (r + 1) <= v) ++r;
+            ASSERT_EQ(got[v], static_cast<int>(v - r * r > r ? r + 1 : r)) << v << " avx2 " << avx2;
+        }
+    }
+}
+
 TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
     for (Case c : cases())
         for (double s : {10.0, 0.5, 3.7, 40.0, std::nan("")}) {
@@ -290,17 +341,31 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    // Rows are converted once per chunk: chunk starts at one to three threads, a rectangle
-    // whose margins come from outside it.
-    for (int threads = 1; threads <= 3; ++threads) {
-        kiv::setthreads(threads);
-        tagRECT r{5, 3, 150, 61};
-        kiv got = random_image(157, 67, 24, static_cast<std::uint64_t>(threads)), want(got);
-        ASSERT_EQ(got.edge(&r, 7.0), 1);
-        ref_edge(want, &r, 7.0);
-        EXPECT_TRUE(images_equal(got, want)) << "threads " << threads;
-    }
-    kiv::setthreads(0);
+    // Band boundaries at one to three threads on every path; rectangles whose margins come
+    // from outside them, that reach the image's sides, and rows with and without a tail or
+    // too short for a vector.
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
+                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
+                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes)
+                for (double s : {7.0, 0.5}) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)), want(got);
+                    ASSERT_EQ(got.edge(&r, s), 1);
+                    ref_edge(want, &r, s);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
+                }
+        }
+    restore_paths();
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)

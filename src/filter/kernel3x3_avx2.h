@@ -1,0 +1,22 @@
+// The AVX2 row kernels of filter_3x3 (kernel3x3_avx2.cpp) and edge (edge_avx2.cpp) on
+// 4-byte pixels. Each fills pixels x0 .. x1 - 1 of out from rows[0..2] (the rows above, at
+// and below), reading columns x0 - 1 .. x1 of them, and returns x1; a span shorter than one
+// vector is left alone and x0 returned. Call only when kivcore::use_avx2().
+#ifndef KIV_FILTER_KERNEL3X3_AVX2_H
+#define KIV_FILTER_KERNEL3X3_AVX2_H
+
+namespace kivfilter {
+
+// Modes 0, 1 and 3 to 15 of filter_3x3; alpha from the middle row.
+int k3_row_avx2(unsigned mode, const unsigned char* const* rows, int x0, int x1, unsigned char* out);
+
+// edge with the 16.16 gain f (0 .. 655360); alpha 0.
+int edge_row_avx2(const unsigned char* const* rows, int x0, int x1, int f, unsigned char* out);
+
+// The rounded square roots of n[0 .. count - 1] (each 0 .. 2 * 1020^2) as edge_row_avx2
+// takes them, for the tests.
+void edge_roots_avx2(const int* n, int count, int* root);
+
+}  // namespace kivfilter
+
+#endif
