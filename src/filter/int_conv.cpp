@@ -15,7 +15,9 @@ void pair_conv_scalar(const PairConv& p, std::ptrdiff_t x0, std::ptrdiff_t x1) {
             std::int32_t s = 0;
             for (int m = m0; m < m1; ++m) {
                 const std::uint32_t wm = static_cast<std::uint32_t>(w[m]);
-                s += static_cast<std::int32_t>(wm & 0xFFFFu) * p.a[m][x] + static_cast<std::int32_t>(wm >> 16) * p.b[m][x];
+                const std::int32_t wa = static_cast<std::int32_t>(p.narrow ? wm & 0xFFu : wm & 0xFFFFu);
+                const std::int32_t wb = static_cast<std::int32_t>(p.narrow ? (wm >> 8) & 0xFFu : wm >> 16);
+                s += wa * p.a[m][x] + wb * p.b[m][x];
             }
             d[x] = static_cast<unsigned char>(((s / p.total) & take) | (keep ? c[x] & keep : 0u));
         }
@@ -105,6 +107,39 @@ void pair_conv_sse2(const PairConv& p) {
     }
 }
 
+// 16-bit sums (SSE2 has no byte multiply: samples widened, then pmullw). The quotient:
+// q0 = (s * floor(2^16 / total)) >> 16 lies in [q - 1, q] for s < 2^16, as the multiplier
+// is at most 2^16 / total and short of it by less than 1; one comparison of the remainder
+// corrects it.
+inline __m128i divide16(__m128i s, __m128i m, __m128i t, __m128i tm1) {
+    const __m128i q = _mm_mulhi_epu16(s, m);
+    const __m128i r = _mm_sub_epi16(s, _mm_mullo_epi16(q, t));
+    return _mm_sub_epi16(q, _mm_cmpgt_epi16(r, tm1));
+}
+
+void pair_conv16_sse2(const PairConv& p) {
+    const __m128i t = _mm_set1_epi16(static_cast<short>(p.total)), tm1 = _mm_set1_epi16(static_cast<short>(p.total - 1));
+    const __m128i m = _mm_set1_epi16(static_cast<short>(static_cast<unsigned short>(65536 / p.total)));
+    const __m128i take = _mm_set1_epi32(static_cast<int>(p.take));
+    for (int it = 0; it < p.n; ++it) {
+        const std::ptrdiff_t off = it * p.step;
+        __m128i lo = _mm_setzero_si128(), hi = _mm_setzero_si128();
+        for (int k = 0; k < p.e0; ++k) {
+            const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.a[k] + off));
+            const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.b[k] + off));
+            const __m128i wa = _mm_set1_epi16(static_cast<short>(p.w0[k] & 0xFF));
+            const __m128i wb = _mm_set1_epi16(static_cast<short>((p.w0[k] >> 8) & 0xFF));
+            const __m128i zero = _mm_setzero_si128();
+            lo = _mm_add_epi16(lo, _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(va, zero), wa),
+                                                 _mm_mullo_epi16(_mm_unpacklo_epi8(vb, zero), wb)));
+            hi = _mm_add_epi16(hi, _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(va, zero), wa),
+                                                 _mm_mullo_epi16(_mm_unpackhi_epi8(vb, zero), wb)));
+        }
+        const __m128i q = _mm_packus_epi16(divide16(lo, m, t, tm1), divide16(hi, m, t, tm1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p.d0 + off), _mm_and_si128(q, take));
+    }
+}
+
 }  // namespace
 #endif
 
@@ -122,6 +157,22 @@ void pair_conv_vector(const PairConv& p, int width) {
 #endif
 #if KIV_HAVE_SSE2
     pair_conv_sse2(p);
+#else
+    (void)p;
+    (void)width;
+#endif
+}
+
+}  // namespace kivfilter
+
+namespace kivfilter {
+
+void pair_conv16_vector(const PairConv& p, int width) {
+#if KIV_HAVE_AVX2
+    if (width == 32) return pair_conv16_avx2(p);
+#endif
+#if KIV_HAVE_SSE2
+    pair_conv16_sse2(p);
 #else
     (void)p;
     (void)width;

@@ -30,6 +30,7 @@ struct PairConv {
     std::uint32_t take;   // byte mask over a pixel (4 bytes): bytes set from the quotient
     std::uint32_t keep;   // bytes copied from c0 / c1; any other byte becomes 0
     std::int32_t total;   // the divisor, 1 .. 2^31 / 255
+    bool narrow;          // weights as bytes (a's in bits 0-7, b's in 8-15), for the 16-bit kernel
 };
 
 // Vector width of pair_conv_vector in bytes: 32 (AVX2), 16 (SSE2), 0 (portable build or
@@ -40,8 +41,13 @@ void pair_conv_vector(const PairConv& p, int width);
 // Bytes [x0, x1) of the output(s), one at a time (iteration 0's addresses, step unused).
 void pair_conv_scalar(const PairConv& p, std::ptrdiff_t x0, std::ptrdiff_t x1);
 
-// The AVX2 kernel (int_conv_avx2.cpp); call only when kivcore::use_avx2().
+// The same with 16-bit sums, for narrow weights: each pair's two weights add up to at most
+// 128, every sum stays below 2^16, total >= 2, one output, keep = 0.
+void pair_conv16_vector(const PairConv& p, int width);
+
+// The AVX2 kernels (int_conv_avx2.cpp); call only when kivcore::use_avx2().
 void pair_conv_avx2(const PairConv& p);
+void pair_conv16_avx2(const PairConv& p);
 
 }  // namespace kivfilter
 

@@ -103,7 +103,35 @@ void two_outputs(const PairConv& p, const Divider& d) {
     }
 }
 
+// 16-bit sums: vpmaddubsw multiplies the interleaved samples by the byte weights and adds
+// each pair (at most 128 * 255: no saturation); the sums wrap to their exact value below
+// 2^16. Division as in the SSE2 twin: q0 = (s * floor(2^16 / total)) >> 16 is q or q - 1.
+inline __m256i divide16(__m256i s, __m256i m, __m256i t, __m256i tm1) {
+    const __m256i q = _mm256_mulhi_epu16(s, m);
+    const __m256i r = _mm256_sub_epi16(s, _mm256_mullo_epi16(q, t));
+    return _mm256_sub_epi16(q, _mm256_cmpgt_epi16(r, tm1));
+}
+
 }  // namespace
+
+void pair_conv16_avx2(const PairConv& p) {
+    const __m256i t = _mm256_set1_epi16(static_cast<short>(p.total)), tm1 = _mm256_set1_epi16(static_cast<short>(p.total - 1));
+    const __m256i m = _mm256_set1_epi16(static_cast<short>(static_cast<unsigned short>(65536 / p.total)));
+    const __m256i take = _mm256_set1_epi32(static_cast<int>(p.take));
+    for (int it = 0; it < p.n; ++it) {
+        const std::ptrdiff_t off = it * p.step;
+        __m256i lo = _mm256_setzero_si256(), hi = _mm256_setzero_si256();
+        for (int k = 0; k < p.e0; ++k) {
+            const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p.a[k] + off));
+            const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p.b[k] + off));
+            const __m256i wv = _mm256_set1_epi16(static_cast<short>(p.w0[k]));
+            lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(va, vb), wv));
+            hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(va, vb), wv));
+        }
+        const __m256i q = _mm256_packus_epi16(divide16(lo, m, t, tm1), divide16(hi, m, t, tm1));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.d0 + off), _mm256_and_si256(q, take));
+    }
+}
 
 void pair_conv_avx2(const PairConv& p) {
     Divider d;
