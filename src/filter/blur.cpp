@@ -1,6 +1,7 @@
 // Corner-sample blur (blur) and tent blur (blur_simple).
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "core/parallel.h"
@@ -120,123 +121,167 @@ void tent_cols(kiv* img, const kivfilter::Area& a, int r, const tagRGBA* scratch
 // ---- Radii up to kTent32Max: the rows, then the columns, band by band down the rectangle.
 // The row pass fills a ring of scratch rows (row j at j % ring_rows, a row stride of an odd
 // number of cache lines so the column pass's many rows at one column spread over the cache
-// sets); the column pass reads the band's rows +-r from it and writes the image. A band's
-// image rows are written only after every scratch row that needs them has been made, so
-// no copy of the image is kept.
+// sets); the column pass reads the band's rows +-r from it and writes the output. A band's
+// output rows are written only after every scratch row that needs their source rows has been
+// made, so no copy of the image is kept.
 // Up to kTentSum16Max the whole sum, 255 * (r + 1)^2, fits 16 bits: the 16-bit kernel.
 constexpr int kTentSum16Max = 14;
 
+class TentPlan {
+public:
+    TentPlan(kiv* img, const kivfilter::Area& a, int r)
+        : img_(img), a_(a), r_(r), W_(img->m_width), w_(a.w()), h_(a.h()), narrow_(r <= kTentSum16Max),
+          vw_(kivfilter::pair_width()), vpx_(vw_ / 4), band_rows_(std::min(h_, std::max(8, (1 << 16) / w_) & ~1)),
+          ring_rows_(static_cast<int>(std::min<long long>(h_, static_cast<long long>(band_rows_) + 2LL * r))),
+          stride_(((static_cast<std::size_t>(w_) + 15) / 16 | 1) * 16), xs_(std::max(a.left, r)),
+          xe_(std::max(xs_, std::min(a.right, W_ - r))), hw_(static_cast<std::size_t>(r) + 1) {
+        // Row pass pairs, from the first output pixel's tap -r: m holds taps -r + 2m and the next.
+        for (int m = 0; m <= r; ++m)
+            hw_[static_cast<std::size_t>(m)] = pack(weight(2 * m - r), 2 * m - r + 1 <= r ? weight(2 * m - r + 1) : 0);
+    }
+
+    // Output rows [lo, hi) of the rectangle, row j to out(j) (w pixels); reads the image's
+    // rows [lo - r, hi + r) of the rectangle and writes nothing else.
+    template <class Out>
+    void run(int lo, int hi, Out out) {
+        using namespace kivfilter;
+        std::unique_ptr<Scratch> sc = pool_.take([&] {
+            auto p = std::make_unique<Scratch>();
+            p->ring.resize(static_cast<std::size_t>(ring_rows_) * stride_);
+            return p;
+        });
+        int made = std::max(0, lo - r_);  // scratch rows [.., made) are made
+        for (int y0 = lo; y0 < hi; y0 += band_rows_) {
+            const int y1 = std::min(hi, y0 + band_rows_), need = std::min(h_, y1 + r_);
+            for (; made < need; ++made) make_row(made, *sc);
+            for (int x0 = 0; x0 < w_; x0 += kTentStrip) {
+                const int sw = std::min(kTentStrip, w_ - x0);
+                for (int j = y0; j < y1; ++j) column(j, x0, sw, out(j) + x0, *sc);
+            }
+        }
+        pool_.give(std::move(sc));
+    }
+
+private:
+    struct Scratch {
+        std::vector<tagRGBA> ring;
+        std::vector<const unsigned char*> pa, pb;
+        std::vector<std::int32_t> pw;
+    };
+
+    int weight(int k) const { return r_ + 1 - (k < 0 ? -k : k); }
+    std::int32_t pack(int wa, int wb) const {
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(wa) | (static_cast<std::uint32_t>(wb) << (narrow_ ? 8 : 16)));
+    }
+    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.data() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
+
+    void conv(kivfilter::PairConv& p, std::ptrdiff_t nb) const {
+        using namespace kivfilter;
+        p.narrow = narrow_;
+        p.take = 0x00FFFFFFu;  // alpha 0
+        p.step = vw_;
+        p.n = vw_ ? static_cast<int>(nb / vw_) : 0;
+        if (p.n) {
+            if (narrow_)
+                pair_conv16_vector(p, vw_);
+            else
+                pair_conv_vector(p, vw_);
+        }
+        pair_conv_scalar(p, p.n * static_cast<std::ptrdiff_t>(vw_), nb);
+    }
+
+    // Scratch row j: the tent along image row top + j, columns outside the rectangle included.
+    void make_row(int j, Scratch& sc) const {
+        using namespace kivfilter;
+        const tagRGBA* src = row_ptr(img_, a_.top + j);
+        tagRGBA* out = ring_row(sc, j);
+        int v1 = xs_;  // pixels [xs_, v1) done by the vector kernel: all taps inside, total (r + 1)^2
+        if (vw_ && xe_ - xs_ >= vpx_) {
+            const unsigned char* first = reinterpret_cast<const unsigned char*>(src + xs_ - r_);
+            sc.pa.resize(hw_.size());
+            sc.pb.resize(hw_.size());
+            for (int m = 0; m <= r_; ++m) {
+                sc.pa[static_cast<std::size_t>(m)] = first + 8 * static_cast<std::ptrdiff_t>(m);
+                // The last pair's second tap is beyond +r: weight 0, never read past the image.
+                sc.pb[static_cast<std::size_t>(m)] = sc.pa[static_cast<std::size_t>(m)] + (m < r_ ? 4 : 0);
+            }
+            PairConv p{};
+            p.a = sc.pa.data();
+            p.b = sc.pb.data();
+            p.w0 = hw_.data();
+            p.e0 = r_ + 1;
+            p.d0 = reinterpret_cast<unsigned char*>(out + (xs_ - a_.left));
+            p.total = (r_ + 1) * (r_ + 1);
+            const int n = (xe_ - xs_) / vpx_;
+            conv(p, static_cast<std::ptrdiff_t>(n) * vw_);
+            v1 = xs_ + n * vpx_;
+        }
+        for (int x = a_.left; x < a_.right; ++x) {
+            if (x == xs_ && v1 > xs_) x = v1;
+            if (x >= a_.right) break;
+            const int k0 = std::max(-r_, -x), k1 = std::min(r_, W_ - 1 - x);
+            std::int32_t s0 = 0, s1 = 0, s2 = 0, t = 0;
+            for (int k = k0; k <= k1; ++k) {
+                const std::int32_t wk = weight(k);
+                const tagRGBA& q = src[x + k];
+                s0 += wk * q.r;
+                s1 += wk * q.g;
+                s2 += wk * q.b;
+                t += wk;
+            }
+            out[x - a_.left] = tagRGBA{static_cast<BYTE>(s0 / t), static_cast<BYTE>(s1 / t), static_cast<BYTE>(s2 / t), 0};
+        }
+    }
+
+    // Output row j, columns [x0, x0 + sw): scratch rows of the rectangle only, renormalised
+    // by the weights used.
+    void column(int j, int x0, int sw, tagRGBA* dst, Scratch& sc) const {
+        using namespace kivfilter;
+        const int k0 = std::max(-r_, -j), k1 = std::min(r_, h_ - 1 - j);
+        sc.pa.clear();
+        sc.pb.clear();
+        sc.pw.clear();
+        std::int32_t t = 0;
+        for (int k = k0; k <= k1; k += 2) {
+            const bool two = k + 1 <= k1;
+            sc.pa.push_back(reinterpret_cast<const unsigned char*>(ring_row(sc, j + k) + x0));
+            sc.pb.push_back(two ? reinterpret_cast<const unsigned char*>(ring_row(sc, j + k + 1) + x0) : sc.pa.back());
+            sc.pw.push_back(pack(weight(k), two ? weight(k + 1) : 0));
+            t += weight(k) + (two ? weight(k + 1) : 0);
+        }
+        PairConv p{};
+        p.a = sc.pa.data();
+        p.b = sc.pb.data();
+        p.w0 = sc.pw.data();
+        p.e0 = static_cast<int>(sc.pw.size());
+        p.d0 = reinterpret_cast<unsigned char*>(dst);
+        p.total = t;
+        conv(p, 4 * static_cast<std::ptrdiff_t>(sw));
+    }
+
+    kiv* img_;
+    kivfilter::Area a_;
+    int r_, W_, w_, h_;
+    bool narrow_;
+    int vw_, vpx_;  // vector width in bytes, in pixels
+    int band_rows_, ring_rows_;
+    std::size_t stride_;
+    int xs_, xe_;  // image columns whose taps all lie inside the image (within the rectangle)
+    std::vector<std::int32_t> hw_;
+    kivfilter::ScratchPool<Scratch> pool_;
+};
+
 void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
     using namespace kivfilter;
-    const int W = img->m_width, w = a.w(), h = a.h();
-    const bool narrow = r <= kTentSum16Max;
-    const int vw = pair_width(), vpx = vw / 4;  // vector width in bytes, in pixels
-    const int band_rows = std::min(h, std::max(8, (1 << 16) / w) & ~1);
-    const int ring_rows = static_cast<int>(std::min<long long>(h, static_cast<long long>(band_rows) + 2LL * r));
-    const std::size_t stride = ((static_cast<std::size_t>(w) + 15) / 16 | 1) * 16;
-    std::vector<tagRGBA> ring(static_cast<std::size_t>(ring_rows) * stride);
-    auto ring_row = [&](int j) { return ring.data() + static_cast<std::size_t>(j % ring_rows) * stride; };
-    auto weight = [r](int k) { return r + 1 - (k < 0 ? -k : k); };
-    auto pack = [narrow](int wa, int wb) {
-        return static_cast<std::int32_t>(static_cast<std::uint32_t>(wa) | (static_cast<std::uint32_t>(wb) << (narrow ? 8 : 16)));
-    };
-    auto run = [&](PairConv& p, std::ptrdiff_t nb) {
-        p.narrow = narrow;
-        p.take = 0x00FFFFFFu;  // alpha 0
-        p.step = vw;
-        p.n = vw ? static_cast<int>(nb / vw) : 0;
-        if (p.n) {
-            if (narrow)
-                pair_conv16_vector(p, vw);
-            else
-                pair_conv_vector(p, vw);
-        }
-        pair_conv_scalar(p, p.n * static_cast<std::ptrdiff_t>(vw), nb);
-    };
-    // Row pass pairs, from the first output pixel's tap -r: m holds taps -r + 2m and the next.
-    const int hp = r + 1;
-    std::vector<std::int32_t> hw(static_cast<std::size_t>(hp));
-    for (int m = 0; m < hp; ++m) hw[static_cast<std::size_t>(m)] = pack(weight(2 * m - r), 2 * m - r + 1 <= r ? weight(2 * m - r + 1) : 0);
-    // Outputs whose taps all lie inside the image share the total (r + 1)^2.
-    const int xs = std::max(a.left, r), xe = std::max(xs, std::min(a.right, W - r));
-    const int strips = (w + kTentStrip - 1) / kTentStrip;
-    int made = 0;  // scratch rows [0, made) are made
-    for (int y0 = 0; y0 < h; y0 += band_rows) {
-        const int y1 = std::min(h, y0 + band_rows), need = std::min(h, y1 + r);
-        kivcore::parallel_chunks(made, need, [&](int jb, int je) {
-            std::vector<const unsigned char*> pa(static_cast<std::size_t>(hp)), pb(static_cast<std::size_t>(hp));
-            for (int j = jb; j < je; ++j) {
-                const tagRGBA* src = row_ptr(img, a.top + j);
-                tagRGBA* out = ring_row(j);
-                int v1 = xs;  // pixels [xs, v1) done by the vector kernel
-                if (vw && xe - xs >= vpx) {
-                    const unsigned char* first = reinterpret_cast<const unsigned char*>(src + xs - r);
-                    for (int m = 0; m < hp; ++m) {
-                        pa[static_cast<std::size_t>(m)] = first + 8 * static_cast<std::ptrdiff_t>(m);
-                        // The last pair's second tap is beyond +r: weight 0, and never read
-                        // past the image.
-                        pb[static_cast<std::size_t>(m)] = pa[static_cast<std::size_t>(m)] + (m < r ? 4 : 0);
-                    }
-                    PairConv p{};
-                    p.a = pa.data();
-                    p.b = pb.data();
-                    p.w0 = hw.data();
-                    p.e0 = hp;
-                    p.d0 = reinterpret_cast<unsigned char*>(out + (xs - a.left));
-                    p.total = (r + 1) * (r + 1);
-                    const int n = (xe - xs) / vpx;
-                    run(p, static_cast<std::ptrdiff_t>(n) * vw);
-                    v1 = xs + n * vpx;
-                }
-                for (int x = a.left; x < a.right; ++x) {
-                    if (x == xs && v1 > xs) x = v1;
-                    if (x >= a.right) break;
-                    const int k0 = std::max(-r, -x), k1 = std::min(r, W - 1 - x);
-                    std::int32_t s0 = 0, s1 = 0, s2 = 0, t = 0;
-                    for (int k = k0; k <= k1; ++k) {
-                        const std::int32_t wk = weight(k);
-                        const tagRGBA& q = src[x + k];
-                        s0 += wk * q.r;
-                        s1 += wk * q.g;
-                        s2 += wk * q.b;
-                        t += wk;
-                    }
-                    out[x - a.left] = tagRGBA{static_cast<BYTE>(s0 / t), static_cast<BYTE>(s1 / t), static_cast<BYTE>(s2 / t), 0};
-                }
-            }
-        });
-        made = need;
-        kivcore::parallel_chunks(0, strips, [&](int sb, int se) {
-            std::vector<const unsigned char*> pa, pb;
-            std::vector<std::int32_t> pw;
-            for (int s = sb; s < se; ++s) {
-                const int x0 = s * kTentStrip, sw = std::min(kTentStrip, w - x0);
-                for (int j = y0; j < y1; ++j) {
-                    // Rows of the rectangle only, renormalised by the weights used.
-                    const int k0 = std::max(-r, -j), k1 = std::min(r, h - 1 - j);
-                    pa.clear();
-                    pb.clear();
-                    pw.clear();
-                    std::int32_t t = 0;
-                    for (int k = k0; k <= k1; k += 2) {
-                        const bool two = k + 1 <= k1;
-                        pa.push_back(reinterpret_cast<const unsigned char*>(ring_row(j + k) + x0));
-                        pb.push_back(two ? reinterpret_cast<const unsigned char*>(ring_row(j + k + 1) + x0) : pa.back());
-                        pw.push_back(pack(weight(k), two ? weight(k + 1) : 0));
-                        t += weight(k) + (two ? weight(k + 1) : 0);
-                    }
-                    PairConv p{};
-                    p.a = pa.data();
-                    p.b = pb.data();
-                    p.w0 = pw.data();
-                    p.e0 = static_cast<int>(pw.size());
-                    p.d0 = reinterpret_cast<unsigned char*>(row_ptr(img, a.top + j) + a.left + x0);
-                    p.total = t;
-                    run(p, 4 * static_cast<std::ptrdiff_t>(sw));
-                }
-            }
-        });
-    }
+    const int w = a.w(), h = a.h();
+    TentPlan plan(img, a, r);
+    auto image_row = [&](int j) { return row_ptr(img, a.top + j) + a.left; };
+    run_in_segments(h, w, r, [&](int lo, int hi, tagRGBA* buf) {
+        if (buf)
+            plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); });
+        else
+            plan.run(lo, hi, image_row);
+    }, image_row);
 }
 
 }  // namespace
