@@ -59,7 +59,8 @@ namespace {
 constexpr int kTentMaxRadius = 1000000;
 // Largest radius whose sums fit 32 bits: 255 * (r + 1)^2 <= 2^31 - 1.
 constexpr int kTent32Max = 2900;
-// Columns of one strip of the column pass, the unit of its parallel loop.
+// Columns of one strip of the column pass: a band's rows of one strip stay in the cache while
+// all their taps are added.
 constexpr int kTentStrip = 256;
 
 // One tent pass over a line of n samples at the given stride: taps whose position lies in

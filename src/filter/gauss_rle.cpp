@@ -41,7 +41,8 @@ bool rle_kernel(double sigma, RleKernel* k) {
 
 namespace {
 
-// Columns of one strip of the column pass, the unit of its parallel loop.
+// Columns of one strip of the column pass: a band's rows of one strip stay in the cache while
+// all their taps are added.
 constexpr int kRleStrip = 256;
 
 std::int32_t pair_weights(std::int32_t wa, std::int32_t wb) {
