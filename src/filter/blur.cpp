@@ -1,10 +1,12 @@
 // Corner-sample blur (blur) and tent blur (blur_simple).
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "core/parallel.h"
 #include "filter/filter.h"
+#include "filter/int_conv.h"
 
 int kiv::blur(tagRECT* rect, int dx, int dy) {
     using namespace kivfilter;
@@ -57,6 +59,9 @@ namespace {
 constexpr int kTentMaxRadius = 1000000;
 // Largest radius whose sums fit 32 bits: 255 * (r + 1)^2 <= 2^31 - 1.
 constexpr int kTent32Max = 2900;
+// Columns of one strip of the column pass: a band's rows of one strip stay in the cache while
+// all their taps are added.
+constexpr int kTentStrip = 256;
 
 // One tent pass over a line of n samples at the given stride: taps whose position lies in
 // [0, n) are used and the weights renormalised.  Acc is wide enough for 255 * (r + 1)^2.
@@ -114,87 +119,170 @@ void tent_cols(kiv* img, const kivfilter::Area& a, int r, const tagRGBA* scratch
     });
 }
 
-// ---- Radii up to kTent16Max: every weight times a byte fits 16 bits, so the sums run as
-// byte lanes (all four channels of a pixel side by side) that the compiler vectorises;
-// up to kTentSum16Max the whole sum, 255 * (r + 1)^2, fits 16 bits too.
-constexpr int kTent16Max = 256;
+// ---- Radii up to kTent32Max: the rows, then the columns, band by band down the rectangle.
+// The row pass fills a ring of scratch rows (row j at j % ring_rows, a row stride of an odd
+// number of cache lines so the column pass's many rows at one column spread over the cache
+// sets); the column pass reads the band's rows +-r from it and writes the output. A band's
+// output rows are written only after every scratch row that needs their source rows has been
+// made, so no copy of the image is kept.
+// Up to kTentSum16Max the whole sum, 255 * (r + 1)^2, fits 16 bits: the 16-bit kernel.
 constexpr int kTentSum16Max = 14;
-// Pixels per accumulator strip: 4 KB of 32-bit sums stay in L1 while every tap is added.
-constexpr int kTentStrip = 256;
 
-// acc[l] += wk * s[l]; the product fits 16 bits.
-template <class Acc>
-inline void tent_mac(Acc* acc, const unsigned char* s, int wk, std::size_t n) {
-    const std::uint16_t w16 = static_cast<std::uint16_t>(wk);
-    for (std::size_t l = 0; l < n; ++l) acc[l] = static_cast<Acc>(acc[l] + static_cast<std::uint16_t>(w16 * s[l]));
-}
-
-// Pixels acc / t[i] with alpha 0. Sums and totals stay below 2^31, so the double quotient
-// truncates exactly like the integer one.
-template <class Acc>
-inline void tent_store(tagRGBA* o, const Acc* acc, const std::uint32_t* t, int n) {
-    unsigned char* d = reinterpret_cast<unsigned char*>(o);
-    for (int i = 0; i < n; ++i) {
-        const double ti = t[i];
-        for (int c = 0; c < 3; ++c)
-            d[4 * i + c] = static_cast<unsigned char>(static_cast<double>(acc[4 * i + c]) / ti);
-        d[4 * i + 3] = 0;
+class TentPlan {
+public:
+    TentPlan(kiv* img, const kivfilter::Area& a, int r)
+        : img_(img), a_(a), r_(r), W_(img->m_width), w_(a.w()), h_(a.h()), narrow_(r <= kTentSum16Max),
+          vw_(kivfilter::pair_width()), vpx_(vw_ / 4), band_rows_(std::min(h_, std::max(8, (1 << 16) / w_) & ~1)),
+          ring_rows_(static_cast<int>(std::min<long long>(h_, static_cast<long long>(band_rows_) + 2LL * r))),
+          stride_(((static_cast<std::size_t>(w_) + 15) / 16 | 1) * 16), xs_(std::max(a.left, r)),
+          xe_(std::max(xs_, std::min(a.right, W_ - r))), hw_(static_cast<std::size_t>(r) + 1) {
+        // Row pass pairs, from the first output pixel's tap -r: m holds taps -r + 2m and the next.
+        for (int m = 0; m <= r; ++m)
+            hw_[static_cast<std::size_t>(m)] = pack(weight(2 * m - r), 2 * m - r + 1 <= r ? weight(2 * m - r + 1) : 0);
     }
-}
 
-// Sum of the weights of taps -r..r whose position p + k lies in [0, n).
-inline std::uint32_t tent_total(int p, int n, int r) {
-    std::uint32_t t = 0;
-    for (int k = std::max(-r, -p); k <= std::min(r, n - 1 - p); ++k) t += static_cast<std::uint32_t>(r + 1 - (k < 0 ? -k : k));
-    return t;
-}
-
-template <class Acc>
-void tent_rows16(kiv* img, const kivfilter::Area& a, int r, tagRGBA* scratch) {
-    const int W = img->m_width, w = a.w();
-    std::vector<std::uint32_t> tot(static_cast<std::size_t>(w));
-    for (int i = 0; i < w; ++i) tot[static_cast<std::size_t>(i)] = tent_total(a.left + i, W, r);
-    kivcore::parallel_chunks(a.top, a.bottom, [&](int yb, int ye) {
-        std::vector<Acc> acc(static_cast<std::size_t>(kTentStrip) * 4);
-        for (int y = yb; y < ye; ++y) {
-            const unsigned char* src = reinterpret_cast<const unsigned char*>(kivfilter::row_ptr(img, y));
-            tagRGBA* out = scratch + static_cast<std::size_t>(y - a.top) * static_cast<std::size_t>(w);
-            for (int s0 = a.left; s0 < a.right; s0 += kTentStrip) {
-                const int s1 = std::min(a.right, s0 + kTentStrip);
-                std::fill(acc.begin(), acc.end(), Acc(0));
-                for (int k = -r; k <= r; ++k) {
-                    // Outputs of the strip whose tap x + k lies inside the image: one run.
-                    const int x0 = std::max(s0, -k), x1 = std::min(s1, W - k);
-                    if (x0 >= x1) continue;
-                    tent_mac(acc.data() + 4 * static_cast<std::size_t>(x0 - s0), src + 4 * static_cast<std::ptrdiff_t>(x0 + k),
-                             r + 1 - (k < 0 ? -k : k), 4 * static_cast<std::size_t>(x1 - x0));
-                }
-                tent_store(out + (s0 - a.left), acc.data(), tot.data() + (s0 - a.left), s1 - s0);
+    // Output rows [lo, hi) of the rectangle, row j to out(j) (w pixels); reads the image's
+    // rows [lo - r, hi + r) of the rectangle and writes nothing else.
+    template <class Out>
+    void run(int lo, int hi, Out out) {
+        using namespace kivfilter;
+        std::unique_ptr<Scratch> sc = pool_.take([&] {
+            auto p = std::make_unique<Scratch>();
+            p->ring.resize(static_cast<std::size_t>(ring_rows_) * stride_);
+            return p;
+        });
+        int made = std::max(0, lo - r_);  // scratch rows [.., made) are made
+        for (int y0 = lo; y0 < hi; y0 += band_rows_) {
+            const int y1 = std::min(hi, y0 + band_rows_), need = std::min(h_, y1 + r_);
+            for (; made < need; ++made) make_row(made, *sc);
+            for (int x0 = 0; x0 < w_; x0 += kTentStrip) {
+                const int sw = std::min(kTentStrip, w_ - x0);
+                for (int j = y0; j < y1; ++j) column(j, x0, sw, out(j) + x0, *sc);
             }
         }
-    });
-}
+        pool_.give(std::move(sc));
+    }
 
-template <class Acc>
-void tent_cols16(kiv* img, const kivfilter::Area& a, int r, const tagRGBA* scratch) {
+private:
+    struct Scratch {
+        std::vector<tagRGBA> ring;
+        std::vector<const unsigned char*> pa, pb;
+        std::vector<std::int32_t> pw;
+    };
+
+    int weight(int k) const { return r_ + 1 - (k < 0 ? -k : k); }
+    std::int32_t pack(int wa, int wb) const {
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(wa) | (static_cast<std::uint32_t>(wb) << (narrow_ ? 8 : 16)));
+    }
+    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.data() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
+
+    void conv(kivfilter::PairConv& p, std::ptrdiff_t nb) const {
+        using namespace kivfilter;
+        p.narrow = narrow_;
+        p.take = 0x00FFFFFFu;  // alpha 0
+        p.step = vw_;
+        p.n = vw_ ? static_cast<int>(nb / vw_) : 0;
+        if (p.n) {
+            if (narrow_)
+                pair_conv16_vector(p, vw_);
+            else
+                pair_conv_vector(p, vw_);
+        }
+        pair_conv_scalar(p, p.n * static_cast<std::ptrdiff_t>(vw_), nb);
+    }
+
+    // Scratch row j: the tent along image row top + j, columns outside the rectangle included.
+    void make_row(int j, Scratch& sc) const {
+        using namespace kivfilter;
+        const tagRGBA* src = row_ptr(img_, a_.top + j);
+        tagRGBA* out = ring_row(sc, j);
+        int v1 = xs_;  // pixels [xs_, v1) done by the vector kernel: all taps inside, total (r + 1)^2
+        if (vw_ && xe_ - xs_ >= vpx_) {
+            const unsigned char* first = reinterpret_cast<const unsigned char*>(src + xs_ - r_);
+            sc.pa.resize(hw_.size());
+            sc.pb.resize(hw_.size());
+            for (int m = 0; m <= r_; ++m) {
+                sc.pa[static_cast<std::size_t>(m)] = first + 8 * static_cast<std::ptrdiff_t>(m);
+                // The last pair's second tap is beyond +r: weight 0, never read past the image.
+                sc.pb[static_cast<std::size_t>(m)] = sc.pa[static_cast<std::size_t>(m)] + (m < r_ ? 4 : 0);
+            }
+            PairConv p{};
+            p.a = sc.pa.data();
+            p.b = sc.pb.data();
+            p.w0 = hw_.data();
+            p.e0 = r_ + 1;
+            p.d0 = reinterpret_cast<unsigned char*>(out + (xs_ - a_.left));
+            p.total = (r_ + 1) * (r_ + 1);
+            const int n = (xe_ - xs_) / vpx_;
+            conv(p, static_cast<std::ptrdiff_t>(n) * vw_);
+            v1 = xs_ + n * vpx_;
+        }
+        for (int x = a_.left; x < a_.right; ++x) {
+            if (x == xs_ && v1 > xs_) x = v1;
+            if (x >= a_.right) break;
+            const int k0 = std::max(-r_, -x), k1 = std::min(r_, W_ - 1 - x);
+            std::int32_t s0 = 0, s1 = 0, s2 = 0, t = 0;
+            for (int k = k0; k <= k1; ++k) {
+                const std::int32_t wk = weight(k);
+                const tagRGBA& q = src[x + k];
+                s0 += wk * q.r;
+                s1 += wk * q.g;
+                s2 += wk * q.b;
+                t += wk;
+            }
+            out[x - a_.left] = tagRGBA{static_cast<BYTE>(s0 / t), static_cast<BYTE>(s1 / t), static_cast<BYTE>(s2 / t), 0};
+        }
+    }
+
+    // Output row j, columns [x0, x0 + sw): scratch rows of the rectangle only, renormalised
+    // by the weights used.
+    void column(int j, int x0, int sw, tagRGBA* dst, Scratch& sc) const {
+        using namespace kivfilter;
+        const int k0 = std::max(-r_, -j), k1 = std::min(r_, h_ - 1 - j);
+        sc.pa.clear();
+        sc.pb.clear();
+        sc.pw.clear();
+        std::int32_t t = 0;
+        for (int k = k0; k <= k1; k += 2) {
+            const bool two = k + 1 <= k1;
+            sc.pa.push_back(reinterpret_cast<const unsigned char*>(ring_row(sc, j + k) + x0));
+            sc.pb.push_back(two ? reinterpret_cast<const unsigned char*>(ring_row(sc, j + k + 1) + x0) : sc.pa.back());
+            sc.pw.push_back(pack(weight(k), two ? weight(k + 1) : 0));
+            t += weight(k) + (two ? weight(k + 1) : 0);
+        }
+        PairConv p{};
+        p.a = sc.pa.data();
+        p.b = sc.pb.data();
+        p.w0 = sc.pw.data();
+        p.e0 = static_cast<int>(sc.pw.size());
+        p.d0 = reinterpret_cast<unsigned char*>(dst);
+        p.total = t;
+        conv(p, 4 * static_cast<std::ptrdiff_t>(sw));
+    }
+
+    kiv* img_;
+    kivfilter::Area a_;
+    int r_, W_, w_, h_;
+    bool narrow_;
+    int vw_, vpx_;  // vector width in bytes, in pixels
+    int band_rows_, ring_rows_;
+    std::size_t stride_;
+    int xs_, xe_;  // image columns whose taps all lie inside the image (within the rectangle)
+    std::vector<std::int32_t> hw_;
+    kivfilter::ScratchPool<Scratch> pool_;
+};
+
+void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
+    using namespace kivfilter;
     const int w = a.w(), h = a.h();
-    kivcore::parallel_chunks(0, h, [&](int jb, int je) {
-        std::vector<Acc> acc(static_cast<std::size_t>(kTentStrip) * 4);
-        std::vector<std::uint32_t> t(static_cast<std::size_t>(kTentStrip));
-        for (int j = jb; j < je; ++j) {
-            std::fill(t.begin(), t.end(), tent_total(j, h, r));
-            tagRGBA* out = kivfilter::row_ptr(img, a.top + j) + a.left;
-            for (int s0 = 0; s0 < w; s0 += kTentStrip) {
-                const int n = std::min(kTentStrip, w - s0);
-                std::fill(acc.begin(), acc.end(), Acc(0));
-                for (int k = std::max(-r, -j); k <= std::min(r, h - 1 - j); ++k)
-                    tent_mac(acc.data(),
-                             reinterpret_cast<const unsigned char*>(scratch + static_cast<std::size_t>(j + k) * static_cast<std::size_t>(w) + s0),
-                             r + 1 - (k < 0 ? -k : k), 4 * static_cast<std::size_t>(n));
-                tent_store(out + s0, acc.data(), t.data(), n);
-            }
-        }
-    });
+    TentPlan plan(img, a, r);
+    auto image_row = [&](int j) { return row_ptr(img, a.top + j) + a.left; };
+    run_in_segments(h, w, r, [&](int lo, int hi, tagRGBA* buf) {
+        if (buf)
+            plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); });
+        else
+            plan.run(lo, hi, image_row);
+    }, image_row);
 }
 
 }  // namespace
@@ -204,19 +292,18 @@ int kiv::blur_simple(tagRECT* rect, int r) {
     Area a;
     if (!normalise(this, rect, &a) || r < 0 || r > kTentMaxRadius) return 0;
     raise_depth_24(this);
-    // Taps beyond the image (or rectangle) never count, so a radius past the larger side
-    // only changes the weights; the sums then need 64 bits.
-    std::vector<tagRGBA> scratch(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
-    if (r <= kTentSum16Max) {
-        tent_rows16<std::uint16_t>(this, a, r, scratch.data());
-        tent_cols16<std::uint16_t>(this, a, r, scratch.data());
-    } else if (r <= kTent16Max) {
-        tent_rows16<std::uint32_t>(this, a, r, scratch.data());
-        tent_cols16<std::uint32_t>(this, a, r, scratch.data());
+    if (r == 0) {
+        // Weight 1 alone: the colours stay, alpha becomes 0.
+        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            tagRGBA* p = row_ptr(this, y);
+            for (int x = a.left; x < a.right; ++x) p[x].a = 0;
+        });
     } else if (r <= kTent32Max) {
-        tent_rows<std::int32_t>(this, a, r, scratch.data());
-        tent_cols<std::int32_t>(this, a, r, scratch.data());
+        tent_banded(this, a, r);
     } else {
+        // Taps beyond the image (or rectangle) never count, so a radius past the larger
+        // side only changes the weights; the sums then need 64 bits.
+        std::vector<tagRGBA> scratch(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
         tent_rows<std::int64_t>(this, a, r, scratch.data());
         tent_cols<std::int64_t>(this, a, r, scratch.data());
     }

@@ -3,6 +3,7 @@
 #ifndef KIV_FILTER_FILTER_H
 #define KIV_FILTER_FILTER_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,6 +13,7 @@
 
 #include "kiv.h"
 
+#include "core/parallel.h"
 #include "core/simd.h"
 
 namespace kivfilter {
@@ -111,6 +113,43 @@ private:
     std::mutex m_;
     std::vector<std::unique_ptr<T>> free_;
 };
+
+// A separable filter over the h rows of a w-wide rectangle whose output row j depends on the
+// source rows j - z .. j + z, run band by band on several threads with two parallel loops in
+// all (a loop per band costs more than it brings). band(lo, hi, buf) makes output rows
+// [lo, hi) from source rows [lo - z, hi + z), into buf (row j at buf + (j - lo) * w) or, buf
+// null, into image_row(j); it may write an image row only once it has read all it needs of
+// it. The rows are cut into segments; the 2z rows around each cut, which read their
+// neighbour's rows, are made first into buffers, then each segment makes the rest of its
+// rows and copies those in.
+template <class Band, class ImageRow>
+void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
+    const int threads = kivcore::parallel_threads();
+    const long long seg_min = std::max<long long>(64, 4LL * z);
+    const int nseg = threads > 1 ? static_cast<int>(std::max<long long>(1, std::min<long long>(2LL * threads, h / seg_min))) : 1;
+    if (nseg == 1) {
+        band(0, h, static_cast<tagRGBA*>(nullptr));
+        return;
+    }
+    std::vector<int> cut(static_cast<std::size_t>(nseg) + 1);
+    for (int s = 0; s <= nseg; ++s) cut[static_cast<std::size_t>(s)] = static_cast<int>(static_cast<long long>(h) * s / nseg);
+    const std::size_t zone_px = 2 * static_cast<std::size_t>(z) * static_cast<std::size_t>(w);
+    std::vector<tagRGBA> zones(static_cast<std::size_t>(nseg - 1) * zone_px);
+    auto zone = [&](int s) { return zones.data() + static_cast<std::size_t>(s - 1) * zone_px; };
+    auto at = [&](int s) { return cut[static_cast<std::size_t>(s)]; };
+    kivcore::parallel_for(1, nseg, [&](int s) { band(at(s) - z, at(s) + z, zone(s)); });
+    kivcore::parallel_for(0, nseg, [&](int s) {
+        band(at(s) + (s > 0 ? z : 0), at(s + 1) - (s + 1 < nseg ? z : 0), static_cast<tagRGBA*>(nullptr));
+        auto copy_in = [&](int c, int j0, int j1) {
+            for (int j = j0; j < j1; ++j) {
+                const tagRGBA* from = zone(c) + static_cast<std::size_t>(j - (at(c) - z)) * static_cast<std::size_t>(w);
+                std::copy(from, from + w, image_row(j));
+            }
+        };
+        if (s > 0) copy_in(s, at(s), at(s) + z);
+        if (s + 1 < nseg) copy_in(s + 1, at(s + 1) - z, at(s + 1));
+    });
+}
 
 // Copy of a rectangle's pixels, row-major at width w.
 inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {

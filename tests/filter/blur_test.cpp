@@ -1,6 +1,10 @@
 // blur and blur_simple against literal per-pixel references; their edge rules and refusals.
 #include <cmath>
+#include <memory>
 #include <vector>
+
+#include "core/simd.h"
+#include "filter/filter.h"
 
 #include "filter_test_util.h"
 
@@ -98,24 +102,45 @@ TEST(FilterBlurSimple, MatchesReferenceOnRandomImages) {
         }
 }
 
-// Rows wider than one accumulator strip, radii on both sides of the 16-bit sum and product
-// limits, rectangles partly outside, one to three threads.
+// Rows wider than one strip, radii on both sides of the 16-bit sum limit and of the wide
+// kernel's float division, rectangles partly outside, a tall rectangle crossing several
+// bands of the ring, on every path and one to three threads.
 TEST(FilterBlurSimple, WideRowsAndRadiusLimitsMatchReference) {
-    const tagRECT rects[] = {{-7, 2, 290, 23}, {3, -1, 700, 30}};
-    for (int threads = 1; threads <= 3; ++threads) {
-        kiv::setthreads(threads);
-        for (const tagRECT& r0 : rects)
-            for (int rad : {3, 14, 16, 256, 257}) {
-                tagRECT r = r0;
-                kiv got = random_image(531, 27, 24, static_cast<std::uint64_t>(rad * 3 + threads));
-                // Bright pixels, so sums near the limits really occur.
-                for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].g |= 0xE0;
-                kiv want(got);
-                ASSERT_EQ(got.blur_simple(&r, rad), 1);
-                ref_blur_simple(want, &r, rad);
-                EXPECT_TRUE(images_equal(got, want)) << "r " << rad << " threads " << threads;
-            }
+    struct Run {
+        int w, h;
+        tagRECT r;
+        int rad;
+    };
+    std::vector<Run> runs;
+    for (const tagRECT& r : {tagRECT{-7, 2, 290, 23}, tagRECT{3, -1, 700, 30}})
+        for (int rad : {3, 14, 15, 89, 90, 257}) runs.push_back({531, 27, r, rad});
+    for (int rad : {1, 5, 20}) runs.push_back({603, 262, tagRECT{2, 1, 601, 262}, rad});
+    std::vector<std::unique_ptr<kiv>> src, want;
+    for (const Run& run : runs) {
+        const std::size_t i = src.size();
+        src.push_back(std::make_unique<kiv>(random_image(run.w, run.h, 24, static_cast<std::uint64_t>(run.rad * 3 + i))));
+        // Bright pixels, so sums near the limits really occur.
+        for (int p = 0; p < src[i]->m_packets; ++p) src[i]->m_pixels[p].g |= 0xE0;
+        want.push_back(std::make_unique<kiv>(*src[i]));
+        tagRECT r = run.r;
+        ref_blur_simple(*want[i], &r, run.rad);
     }
+    // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(path == 2);
+            kivcore::allow_avx2(path == 0);
+            kiv::setthreads(threads);
+            for (std::size_t i = 0; i < runs.size(); ++i) {
+                kiv got(*src[i]);
+                tagRECT r = runs[i].r;
+                ASSERT_EQ(got.blur_simple(&r, runs[i].rad), 1);
+                EXPECT_TRUE(images_equal(got, *want[i]))
+                    << runs[i].w << "x" << runs[i].h << " r " << runs[i].rad << " path " << path << " threads " << threads;
+            }
+        }
+    kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
     kiv::setthreads(0);
 }
 
