@@ -6,7 +6,9 @@
 // samples (vertical pass) in lanes, each lane doing exactly the scalar sequence.
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
 #include <vector>
@@ -59,6 +61,30 @@ struct Contributions {
     const double* wt(int i) const { return weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap); }
 };
 
+// A filter's values by argument. Whole-number scale ratios make the same few arguments recur
+// in every list (Lanczos costs two double-double sines a call), and the function depends on
+// its argument alone, so a value looked up by the argument's bits is the value it returns.
+class FilterMemo {
+public:
+    explicit FilterMemo(double (*fn)(double)) : fn_(fn), slots_(kSlots) {}
+    double operator()(double x) {
+        const std::uint64_t bits = std::bit_cast<std::uint64_t>(x);
+        Slot& s = slots_[static_cast<std::size_t>((bits * 0x9E3779B97F4A7C15ull) >> (64 - kBits))];
+        if (!s.used || s.bits != bits) s = Slot{bits, fn_(x), true};
+        return s.value;
+    }
+
+private:
+    static constexpr int kBits = 10, kSlots = 1 << kBits;
+    struct Slot {
+        std::uint64_t bits = 0;
+        double value = 0.0;
+        bool used = false;
+    };
+    double (*fn_)(double);
+    std::vector<Slot> slots_;
+};
+
 bool build_contributions(Contributions& c, int n_out, int n_src, double scale, const ResampleFilter& f) {
     double width = f.support, fscale = 1.0;
     if (scale < 1.0) {  // shrinking widens the filter to cover every source pixel
@@ -82,23 +108,26 @@ bool build_contributions(Contributions& c, int n_out, int n_src, double scale, c
     std::size_t entries = static_cast<std::size_t>(c.cap) * static_cast<std::size_t>(n_out);
     c.index.assign(entries, 0);
     c.weight.assign(entries, 0.0);
-    kivcore::parallel_for(0, n_out, [&](int i) {
-        const double centre = i / scale;
-        const long long l = left[static_cast<std::size_t>(i)];
-        const int n = c.count[static_cast<std::size_t>(i)];
-        int* ix = c.index.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
-        double* w = c.weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
-        double sum = 0.0;
-        for (int k = 0; k < n; ++k) {
-            const long long j = l + k;
-            const double v = f.fn((static_cast<double>(j) - centre + 0.5) / fscale) / fscale;
-            ix[k] = mirror_index(j, n_src);
-            w[k] = v;
-            sum += v;
+    kivcore::parallel_chunks(0, n_out, [&](int i0, int i1) {
+        FilterMemo memo(f.fn);
+        for (int i = i0; i < i1; ++i) {
+            const double centre = i / scale;
+            const long long l = left[static_cast<std::size_t>(i)];
+            const int n = c.count[static_cast<std::size_t>(i)];
+            int* ix = c.index.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
+            double* w = c.weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(c.cap);
+            double sum = 0.0;
+            for (int k = 0; k < n; ++k) {
+                const long long j = l + k;
+                const double v = memo((static_cast<double>(j) - centre + 0.5) / fscale) / fscale;
+                ix[k] = mirror_index(j, n_src);
+                w[k] = v;
+                sum += v;
+            }
+            // Normalise so flat areas keep their value; a NaN sum also divides (and poisons).
+            if (sum != 0.0 && sum != 1.0)
+                for (int k = 0; k < n; ++k) w[k] /= sum;
         }
-        // Normalise so flat areas keep their value; a NaN sum also divides (and poisons).
-        if (sum != 0.0 && sum != 1.0)
-            for (int k = 0; k < n; ++k) w[k] /= sum;
     });
     return true;
 }
