@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "filter/sharpen_reference.h"
+#include "core/simd.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
 #include "kiv.h"
@@ -93,9 +94,18 @@ kiv reference_resample(kiv& src, int w, int h, int method) {
     return out;
 }
 
-struct ScalarPath {
-    explicit ScalarPath(bool on) { kivgeom::set_force_scalar(on); }
-    ~ScalarPath() { kivgeom::set_force_scalar(false); }
+// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable scalar.
+constexpr int kPaths = 3;
+const char* const kPathName[kPaths] = {"best", "sse2", "scalar"};
+struct Path {
+    explicit Path(int path) {
+        kivgeom::set_force_scalar(path == 2);
+        kivcore::allow_avx2(path == 0);
+    }
+    ~Path() {
+        kivgeom::set_force_scalar(false);
+        kivcore::allow_avx2(true);
+    }
 };
 
 }  // namespace
@@ -135,8 +145,8 @@ TEST(Resample, MatchesThePlainModelForEveryFilterAndDirection) {
     const int shapes[][4] = {{17, 13, 7, 13},  {17, 13, 29, 13}, {17, 13, 17, 5},  {17, 13, 17, 31},
                              {17, 13, 9, 29},  {17, 13, 31, 6},  {23, 19, 11, 9},  {9, 11, 40, 37},
                              {37, 9, 36, 10}};
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        ScalarPath path(scalar != 0);
+    for (int path = 0; path < kPaths; ++path) {
+        Path use(path);
         for (int method = 0; method < 14; ++method)
             for (auto& s : shapes) {
                 kiv src = random_image(s[0], s[1], 32, 1000 + method * 31 + s[2]);
@@ -144,47 +154,50 @@ TEST(Resample, MatchesThePlainModelForEveryFilterAndDirection) {
                 ASSERT_TRUE(kivgeom::resample(src, s[2], s[3], method, false, got));
                 kiv expect = reference_resample(src, s[2], s[3], method);
                 ASSERT_TRUE(images_equal(expect, got))
-                    << "method " << method << " " << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3]
-                    << (scalar ? " scalar" : " sse2");
+                    << "method " << method << " " << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << " "
+                    << kPathName[path];
                 ASSERT_TRUE(images_equal(before, src));  // the source is only read
             }
     }
 }
 
 TEST(Resample, LongRowsCrossTheStripBoundary) {
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        ScalarPath path(scalar != 0);
+    for (int path = 0; path < kPaths; ++path) {
+        Path use(path);
         kiv src = random_image(601, 5, 24, 77);
         kiv got;
         ASSERT_TRUE(kivgeom::resample(src, 603, 3, 11, false, got));
         kiv expect = reference_resample(src, 603, 3, 11);
-        EXPECT_TRUE(images_equal(expect, got));
+        EXPECT_TRUE(images_equal(expect, got)) << kPathName[path];
     }
 }
 
 TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
-    // Heights past one block of output rows, widths past one strip and not a multiple of
-    // eight, odd row counts for the paired horizontal pass, and a tall shrink whose source
-    // span overflows the strip buffer; each at several thread counts on both paths.
+    // Widths past one column strip of the vertical pass with every kind of remainder (runs
+    // of sixteen, eight and four pixels, single pixels), many and few taps, odd row counts
+    // for the four-row horizontal pass and odd column counts for its pairs, blocks of source
+    // columns in the horizontal pass (wide sources), and a tall shrink whose source span is
+    // too tall to buffer; each at several thread counts on every path.
     struct Shape {
         int w, h, tw, th, method;
-    } shapes[] = {{77, 130, 45, 31, 11}, {50, 41, 131, 97, 10}, {203, 70, 13, 33, 1},
-                  {31, 9, 29, 75, 13},   {5, 2500, 3, 2, 10},   {1100, 3, 7, 1, 1}};
+    } shapes[] = {{77, 130, 45, 31, 11}, {50, 41, 131, 97, 10}, {203, 70, 13, 33, 1},  {31, 9, 29, 75, 13},
+                  {5, 2500, 3, 2, 10},   {1100, 3, 7, 1, 1},    {613, 37, 251, 19, 13}, {90, 23, 333, 71, 0},
+                  {141, 300, 1131, 37, 6}};
     struct Threads {
         ~Threads() { kiv::setthreads(0); }
     } restore;
     for (int threads : {1, 2, 3})
-        for (int scalar = 0; scalar < 2; ++scalar) {
+        for (int path = 0; path < kPaths; ++path) {
             kiv::setthreads(threads);
-            ScalarPath path(scalar != 0);
+            Path use(path);
             for (const Shape& s : shapes) {
                 kiv src = random_image(s.w, s.h, 24, 500 + static_cast<std::uint64_t>(s.tw) * 7 + s.method);
                 kiv got;
                 ASSERT_TRUE(kivgeom::resample(src, s.tw, s.th, s.method, false, got));
                 kiv expect = reference_resample(src, s.tw, s.th, s.method);
                 ASSERT_TRUE(images_equal(expect, got)) << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th
-                                                       << " method " << s.method << ", " << threads << " threads"
-                                                       << (scalar ? " scalar" : " sse2");
+                                                       << " method " << s.method << ", " << threads << " threads "
+                                                       << kPathName[path];
             }
         }
 }
