@@ -44,6 +44,10 @@ void vsum_avx2(const VsumArgs& a);
 void quad_to_pd_avx2(const unsigned char* const* src, int np, double* out);
 void hsum_avx2(const HsumArgs& a);
 
+// zoom_linear's output row from two mixed source rows (four floats a pixel): pixel x is
+// min(bot * fy + top * gy, 255) truncated, per channel, alpha 0.
+void linear_combine_avx2(const float* top, const float* bot, float fy, float gy, int w, unsigned char* out);
+
 }  // namespace kivgeom
 
 #endif

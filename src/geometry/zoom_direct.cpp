@@ -6,6 +6,7 @@
 
 #include "core/parallel.h"
 #include "geometry/geometry.h"
+#include "geometry/resample_kernels.h"
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
@@ -122,6 +123,9 @@ void linear_mix_row(const tagRGBA* s, const Tap* tx, int w, float* out) {
 // Rows y0..y1 of zoom_linear when enlarging: bottom mix * fy + top mix * (1 - fy), the order
 // of the scalar expression, with the mixes of the last two source rows kept.
 void linear_rows_mixed_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0, int y1) {
+#  if KIV_HAVE_AVX2
+    const bool avx2 = kivcore::use_avx2();
+#  endif
     const int w = dst.m_width;
     std::vector<float> mix(8 * static_cast<std::size_t>(w));
     float* slot[2] = {mix.data(), mix.data() + 4 * static_cast<std::size_t>(w)};
@@ -139,8 +143,14 @@ void linear_rows_mixed_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, in
         const Tap& v = ty[y];
         const float* top = mixed(v.i0, v.i1);
         const float* bot = mixed(v.i1, v.i0);
-        const __m128 fy = _mm_set1_ps(v.f), gy = _mm_set1_ps(1.0f - v.f), top255 = _mm_set1_ps(255.0f);
         BYTE* d = reinterpret_cast<BYTE*>(row_ptr(dst, y));
+#  if KIV_HAVE_AVX2
+        if (avx2) {
+            kivgeom::linear_combine_avx2(top, bot, v.f, 1.0f - v.f, w, d);
+            continue;
+        }
+#  endif
+        const __m128 fy = _mm_set1_ps(v.f), gy = _mm_set1_ps(1.0f - v.f), top255 = _mm_set1_ps(255.0f);
         const __m128i rgb = _mm_set1_epi32(0x00FFFFFF);
         int x = 0;
         auto px = [&](int i) {
