@@ -60,6 +60,10 @@ inline int mirror_index(long long j, long long n) {
 // pairs starting at entry i * cap.
 struct Contributions {
     long long cap = 0;
+    // 255 times the largest total |weight| of a list is below 2^30, so no weighted sum of
+    // bytes can leave +-2^30 and the AVX2 kernels convert sums to int32 without a clamp
+    // first (false for NaN or infinite weights).
+    bool small_sums = false;
     std::vector<int> count;
     std::vector<int> index;
     std::vector<double> weight;
@@ -135,6 +139,12 @@ bool build_contributions(Contributions& c, int n_out, int n_src, double scale, c
                 for (int k = 0; k < n; ++k) w[k] /= sum;
         }
     });
+    c.small_sums = true;
+    for (int i = 0; i < n_out; ++i) {
+        double total = 0.0;
+        for (int k = 0, n = c.count[static_cast<std::size_t>(i)]; k < n; ++k) total += std::fabs(c.wt(i)[k]);
+        if (!(total * 255.0 < 1073741824.0)) c.small_sums = false;
+    }
     return true;
 }
 
@@ -312,6 +322,7 @@ void hpass_blocks(kiv& src, kiv& dst, const Contributions& c, const std::vector<
     a.weight = c.weight.data();
     a.count = c.count.data();
     a.cap = c.cap;
+    a.clamp = !c.small_sums;
     for (int y = y0; y < y1; y += 4) {
         // Missing rows at a chunk's end repeat the last one and are not written.
         a.rows = std::min(4, y1 - y);
@@ -530,6 +541,7 @@ void vpass_ring(kiv& src, kiv& dst, const Contributions& c, int ring, int y0, in
     std::vector<const double*> rows(cap);
     VsumArgs a{};
     a.rows = rows.data();
+    a.clamp = !c.small_sums;
     for (int x0 = 0; x0 < W; x0 += strip) {
         a.np = std::min(strip, W - x0);
         for (int y = y0; y < y1; ++y) {

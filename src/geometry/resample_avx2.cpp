@@ -21,16 +21,20 @@ namespace kivgeom {
 namespace {
 
 // + 0.5, min(255, v), truncate: NaN and sums below -2^31 become INT_MIN, which the signed and
-// unsigned packs that follow turn into 0, as the scalar rule does.
+// unsigned packs that follow turn into 0, as the scalar rule does. Sums known to stay within
+// +-2^30 (Clamp false) need no min: the packs alone saturate them to 0..255.
+template <bool Clamp>
 KIV_RS_INLINE __m128i sums_to_int(__m256d v) {
-    return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_set1_pd(255.0), _mm256_add_pd(v, _mm256_set1_pd(0.5))));
+    v = _mm256_add_pd(v, _mm256_set1_pd(0.5));
+    return _mm256_cvttpd_epi32(Clamp ? _mm256_min_pd(_mm256_set1_pd(255.0), v) : v);
 }
 
 // Sums r0 g0 b0 r1 | g1 b1 r2 g2 | ... of eight pixels to 32 bytes at out, alpha 0.
+template <bool Clamp>
 KIV_RS_INLINE void store_rgb8(const __m256d* acc, unsigned char* out) {
-    const __m256i a = _mm256_setr_m128i(sums_to_int(acc[0]), sums_to_int(acc[1]));
-    const __m256i b = _mm256_setr_m128i(sums_to_int(acc[2]), sums_to_int(acc[3]));
-    const __m256i c = _mm256_setr_m128i(sums_to_int(acc[4]), sums_to_int(acc[5]));
+    const __m256i a = _mm256_setr_m128i(sums_to_int<Clamp>(acc[0]), sums_to_int<Clamp>(acc[1]));
+    const __m256i b = _mm256_setr_m128i(sums_to_int<Clamp>(acc[2]), sums_to_int<Clamp>(acc[3]));
+    const __m256i c = _mm256_setr_m128i(sums_to_int<Clamp>(acc[4]), sums_to_int<Clamp>(acc[5]));
     // Lane 0 holds groups 0, 2, 4, 4 of four bytes, lane 1 groups 1, 3, 5, 5: gather 0 1 2
     // into lane 0 and 3 4 5 into lane 1, then spread each lane's twelve bytes to four pixels.
     const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_packs_epi32(c, c));
@@ -41,8 +45,9 @@ KIV_RS_INLINE void store_rgb8(const __m256d* acc, unsigned char* out) {
 }
 
 // Four pixels' sums (three registers) to 16 bytes at out.
+template <bool Clamp>
 KIV_RS_INLINE void store_rgb4(const __m256d* acc, unsigned char* out) {
-    const __m128i a = sums_to_int(acc[0]), b = sums_to_int(acc[1]), c = sums_to_int(acc[2]);
+    const __m128i a = sums_to_int<Clamp>(acc[0]), b = sums_to_int<Clamp>(acc[1]), c = sums_to_int<Clamp>(acc[2]);
     const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, c));
     const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(bytes, spread));
@@ -57,8 +62,9 @@ unsigned char sum_to_byte(double v) {
 }
 
 // Three channels of four rows (lane = row) to four pixels: 16 bytes, row 0's pixel first.
+template <bool Clamp>
 KIV_RS_INLINE __m128i quad_pixels(__m256d r, __m256d g, __m256d b) {
-    const __m128i ri = sums_to_int(r), gi = sums_to_int(g), bi = sums_to_int(b);
+    const __m128i ri = sums_to_int<Clamp>(r), gi = sums_to_int<Clamp>(g), bi = sums_to_int<Clamp>(b);
     const __m128i z = _mm_setzero_si128();
     const __m128i rg0 = _mm_unpacklo_epi32(ri, gi), rg1 = _mm_unpackhi_epi32(ri, gi);
     const __m128i bz0 = _mm_unpacklo_epi32(bi, z), bz1 = _mm_unpackhi_epi32(bi, z);
@@ -100,24 +106,25 @@ KIV_RS_INLINE void vertical_sums(const VsumArgs& a, int p0, __m256d* acc) {
     for (int k = 1; k < a.n; ++k) add_tap<M>(acc, a.w[k], a.rows[k] + 3 * p0);
 }
 
+template <bool Clamp>
 void vsum_run(const VsumArgs& a) {
     int p0 = 0;
     if (a.n > 8)  // many taps (shrinking): sixteen pixels a run, twelve sums in flight
         for (; p0 + 16 <= a.np; p0 += 16) {
             __m256d acc[12];
             vertical_sums<12>(a, p0, acc);
-            store_rgb8(acc, a.out + 4 * p0);
-            store_rgb8(acc + 6, a.out + 4 * p0 + 32);
+            store_rgb8<Clamp>(acc, a.out + 4 * p0);
+            store_rgb8<Clamp>(acc + 6, a.out + 4 * p0 + 32);
         }
     for (; p0 + 8 <= a.np; p0 += 8) {
         __m256d acc[6];
         vertical_sums<6>(a, p0, acc);
-        store_rgb8(acc, a.out + 4 * p0);
+        store_rgb8<Clamp>(acc, a.out + 4 * p0);
     }
     if (p0 + 4 <= a.np) {
         __m256d acc[3];
         vertical_sums<3>(a, p0, acc);
-        store_rgb4(acc, a.out + 4 * p0);
+        store_rgb4<Clamp>(acc, a.out + 4 * p0);
         p0 += 4;
     }
     for (int p = p0; p < a.np; ++p) {  // one lane each
@@ -133,6 +140,7 @@ void vsum_run(const VsumArgs& a) {
 
 // Two output columns at a time, so six independent sums are in flight; each column still
 // adds its own taps in its own order.
+template <bool Clamp>
 void hsum_run(const HsumArgs& a) {
     int i = a.i0;
     for (; i + 2 <= a.i1; i += 2) {
@@ -152,7 +160,7 @@ void hsum_run(const HsumArgs& a) {
         }
         for (int t = k; t < na; ++t) add_tap<3>(A, wa[t], a.buf + 12LL * (ia[t] - a.lo));
         for (int t = k; t < nb; ++t) add_tap<3>(B, wb[t], a.buf + 12LL * (ib[t] - a.lo));
-        const __m128i pa = quad_pixels(A[0], A[1], A[2]), pb = quad_pixels(B[0], B[1], B[2]);
+        const __m128i pa = quad_pixels<Clamp>(A[0], A[1], A[2]), pb = quad_pixels<Clamp>(B[0], B[1], B[2]);
         const __m128i lo = _mm_unpacklo_epi32(pa, pb), hi = _mm_unpackhi_epi32(pa, pb);  // (A B) per row
         const long long o = 4LL * i;
         _mm_storel_epi64(reinterpret_cast<__m128i*>(a.out[0] + o), lo);
@@ -168,7 +176,7 @@ void hsum_run(const HsumArgs& a) {
         for (int m = 0; m < 3; ++m) A[m] = _mm256_setzero_pd();
         if (na > 0) first_tap<3>(A, wa[0], a.buf + 12LL * (ia[0] - a.lo));
         for (int k = 1; k < na; ++k) add_tap<3>(A, wa[k], a.buf + 12LL * (ia[k] - a.lo));
-        __m128i p = quad_pixels(A[0], A[1], A[2]);
+        __m128i p = quad_pixels<Clamp>(A[0], A[1], A[2]);
         const long long o = 4LL * i;
         for (int r = 0; r < a.rows; ++r) {
             _mm_storeu_si32(a.out[r] + o, p);
@@ -196,7 +204,12 @@ void rgb_to_pd_avx2(const unsigned char* src, int np, double* out) {
     }
 }
 
-void vsum_avx2(const VsumArgs& a) { vsum_run(a); }
+void vsum_avx2(const VsumArgs& a) {
+    if (a.clamp)
+        vsum_run<true>(a);
+    else
+        vsum_run<false>(a);
+}
 
 void quad_to_pd_avx2(const unsigned char* const* s, int np, double* out) {
     int x = 0;
@@ -222,7 +235,12 @@ void quad_to_pd_avx2(const unsigned char* const* s, int np, double* out) {
     }
 }
 
-void hsum_avx2(const HsumArgs& a) { hsum_run(a); }
+void hsum_avx2(const HsumArgs& a) {
+    if (a.clamp)
+        hsum_run<true>(a);
+    else
+        hsum_run<false>(a);
+}
 
 void linear_combine_avx2(const float* top, const float* bot, float fy, float gy, int w, unsigned char* out) {
     const __m256 vf = _mm256_set1_ps(fy), vg = _mm256_set1_ps(gy), top255 = _mm256_set1_ps(255.0f);

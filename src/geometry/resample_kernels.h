@@ -19,6 +19,7 @@ struct VsumArgs {
     int n;   // taps
     int np;  // pixels
     unsigned char* out;
+    bool clamp;  // see Contributions::small_sums: false when no sum can leave +-2^30
 };
 
 // One block of output columns of the horizontal pass over four rows. Output i's taps are
@@ -35,6 +36,7 @@ struct HsumArgs {
     int i0, i1;
     unsigned char* out[4];
     int rows;
+    bool clamp;
 };
 
 // np pixels of 4 bytes at src to 3 doubles each at out.

@@ -5,10 +5,11 @@
 #include <cmath>
 #include <vector>
 
-#include "filter/sharpen_reference.h"
 #include "core/simd.h"
+#include "filter/sharpen_reference.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
+#include "geometry/resample_kernels.h"
 #include "kiv.h"
 #include "support/test_images.h"
 
@@ -201,6 +202,76 @@ TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
             }
         }
 }
+
+#if KIV_HAVE_AVX2
+// The AVX2 kernels drop the clamp before converting sums when the weights bound them; the
+// filter table's normalised weights always do, so the clamping variant is driven directly:
+// sums past +-2^31, negative ones and NaN must give the scalar bytes.
+namespace {
+
+BYTE scalar_byte(const double* w, const double* const* v, int n) {
+    double acc = w[0] * *v[0];
+    for (int k = 1; k < n; ++k) acc += w[k] * *v[k];
+    acc += 0.5;
+    return acc >= 255.0 ? 255 : acc >= 1.0 ? static_cast<BYTE>(static_cast<int>(acc)) : 0;
+}
+
+}  // namespace
+
+TEST(Resample, Avx2KernelsClampSumsOutsideInt32) {
+    if (!kivcore::cpu_has_avx2()) GTEST_SKIP() << "no AVX2 here";
+    kiv bytes = random_image(64, 12, 24, 99);
+    const BYTE* px = reinterpret_cast<const BYTE*>(bytes.m_pixels);
+    const double weight_sets[3][9] = {{3e9, -2.9e9, 1e-3, 0.5, 2e9, -2e9, 7.0, -1e10, 1e10},
+                                      {-4e9, 1.0, 3.9e9, 0.25, -1e-9, 1e9, -1e9, 2.0, 0.0},
+                                      {0.5, std::nan(""), 0.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0}};
+    for (const auto& w : weight_sets)
+        for (int n : {3, 9}) {  // the eight- and the sixteen-pixel runs, then fours and singles
+            const int np = 37;
+            std::vector<std::vector<double>> rows(static_cast<std::size_t>(n));
+            std::vector<const double*> row_ptrs;
+            for (int k = 0; k < n; ++k) {
+                for (int p = 0; p < np; ++p)
+                    for (int c = 0; c < 3; ++c) rows[k].push_back(px[4 * (k * 64 + p) + c]);
+                row_ptrs.push_back(rows[k].data());
+            }
+            std::vector<BYTE> out(4 * np, 7);
+            kivgeom::VsumArgs a{row_ptrs.data(), w, n, np, out.data(), true};
+            kivgeom::vsum_avx2(a);
+            for (int p = 0; p < np; ++p)
+                for (int c = 0; c < 4; ++c) {
+                    std::vector<const double*> v;
+                    for (int k = 0; k < n; ++k) v.push_back(&rows[k][3 * p + c % 3]);
+                    ASSERT_EQ(c == 3 ? 0 : scalar_byte(w, v.data(), n), out[4 * p + c]) << "vertical, pixel " << p;
+                }
+            // Horizontal: output column i of four rows reads source columns i .. i + n - 1.
+            const int cols = np + n;
+            std::vector<double> buf;
+            for (int x = 0; x < cols; ++x)
+                for (int c = 0; c < 3; ++c)
+                    for (int r = 0; r < 4; ++r) buf.push_back(px[4 * (r * 64 + x) + c]);
+            std::vector<int> index, count(np, n);
+            std::vector<double> weight;
+            for (int i = 0; i < np; ++i)
+                for (int k = 0; k < n; ++k) {
+                    index.push_back(i + k);
+                    weight.push_back(w[k]);
+                }
+            std::vector<BYTE> rows_out(4 * 4 * np, 7);
+            kivgeom::HsumArgs h{buf.data(), 0, index.data(), weight.data(), count.data(), n, 0, np, {}, 4, true};
+            for (int r = 0; r < 4; ++r) h.out[r] = rows_out.data() + 4 * np * r;
+            kivgeom::hsum_avx2(h);
+            for (int r = 0; r < 4; ++r)
+                for (int i = 0; i < np; ++i)
+                    for (int c = 0; c < 4; ++c) {
+                        std::vector<const double*> v;
+                        for (int k = 0; k < n; ++k) v.push_back(&buf[12 * (i + k) + 4 * (c % 3) + r]);
+                        ASSERT_EQ(c == 3 ? 0 : scalar_byte(w, v.data(), n), rows_out[4 * (np * r + i) + c])
+                            << "horizontal, row " << r << " column " << i;
+                    }
+        }
+}
+#endif
 
 TEST(Zoom, MirroredEdgesReadTheNeighbourInside) {
     // Catmull-Rom at scale 1 across. Column 0 draws on j = -1, 0, 1 with weights 0.5625,
