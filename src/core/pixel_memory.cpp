@@ -29,8 +29,10 @@ namespace kivcore {
 namespace {
 
 constexpr std::size_t kHuge = std::size_t(2) << 20;
-// Below this the heap serves well enough (and packs small images tightly).
-constexpr std::size_t kDirectFrom = std::size_t(8) << 20;
+// Below this the heap serves well enough (and packs small images tightly). From 4 MiB (a
+// 1024 x 1024 image) the heap hands back fresh pages too, faulted in 4 KiB at a time, which
+// cost more than the work of a fast operation at that size.
+constexpr std::size_t kDirectFrom = std::size_t(4) << 20;
 
 // The system mappings handed out, by their pixel address: munmap needs the length, and
 // free_pixels must tell them from heap blocks. Few and large, so a locked map is cheap.
