@@ -394,6 +394,35 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
+    // Band boundaries at one to three threads on every path, rows with and without a tail or
+    // too short for a vector, margins from outside the rectangle; lights from every side and
+    // from below, depths that give flat shades of 0 and Nz = 0.
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
+                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
+                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+    const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes)
+                for (const tagKIV_EMBOSS& p : lights) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h)), want(got);
+                    // Few heights, so flat neighbourhoods and small gradients are common.
+                    for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0xC1;
+                    tagKIV_EMBOSS q = p;
+                    ASSERT_EQ(got.emboss(&r, &q), 1);
+                    ref_emboss(want, &r, p);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
+                }
+        }
+    restore_paths();
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
