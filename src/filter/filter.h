@@ -165,6 +165,13 @@ void run_3x3(kiv* img, const Area& a, Kernel kernel);
 
 namespace kivfilter {
 
+struct Weighted3x3;
+
+// Filters the rectangle in place with the vector kernels of k (rectangle border repeated
+// outward, alpha kept). False, with nothing done, when the portable code is forced or there
+// is no vector code.
+bool weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k);
+
 // Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give
 // 0 1 1 2 2 2 2 3 3 3 3 3 3.
 unsigned isqrt_rounded(unsigned n);

@@ -17,6 +17,20 @@ int edge_row_avx2(const unsigned char* const* rows, int x0, int x1, int f, unsig
 // takes them, for the tests.
 void edge_roots_avx2(const int* n, int count, int* root);
 
+// A 3x3 weighted sum per channel taken to a byte: clamp(c + trunc(float(S) * mul / div)),
+// S the sum of w[k] times neighbour k (row-major), c the centre value when add_centre, else
+// 0. Exact whenever |S * mul| < 2^24 and div is an integer in 1 .. 2^24 - 1: the float
+// quotient of two exact integers then lies closer to the true one than 1 / div, so it
+// truncates alike.
+struct Weighted3x3 {
+    short w[9];
+    int add_centre;
+    float mul, div;
+};
+
+// Weighted3x3 on 4-byte pixels; alpha from the middle row.
+int weighted_row_avx2(const unsigned char* const* rows, int x0, int x1, const Weighted3x3* k, unsigned char* out);
+
 // emboss's light, as the row kernels take it: shade = trunc(d / sqrt(Nx^2 + Ny^2 + nz2)) with
 // d = trunc(Nx lx + Ny ly + nzlz), flat (Nx = Ny = 0) the flat shade already clamped.
 struct EmbossLight {

@@ -8,6 +8,7 @@
 #include "core/color_models.h"
 #include "core/parallel.h"
 #include "filter/filter.h"
+#include "filter/kernel3x3_avx2.h"
 
 namespace {
 
@@ -54,6 +55,9 @@ int kiv::sharpen2(tagRECT* rect, int strength) {
     if (!normalise(this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
     raise_depth_24(this);
     if (strength == 0) return 1;
+    // |S * strength| <= 2040 * 1000 < 2^24: the vector kernels' float quotient is exact.
+    const Weighted3x3 k{{-1, -1, -1, -1, 8, -1, -1, -1, -1}, 1, static_cast<float>(strength), 800.0f};
+    if (weighted_3x3(this, a, k)) return 1;
     run_3x3(this, a, [&](const Rows3& r, int w, unsigned char* const* out) {
         for (int c = 0; c < 3; ++c) {
             const unsigned char *t = r.row[0][c], *m = r.row[1][c], *b = r.row[2][c];
