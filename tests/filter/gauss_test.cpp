@@ -404,3 +404,31 @@ TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
                 EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
             }
 }
+
+// The members' own passes (the lightness plane, twelve lines a kernel run) across sweeps,
+// batches and threads, on every path.
+TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
+    struct Big {
+        int w, h;
+        tagRECT r;
+    };
+    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}}, {45, 291, {2, -4, 40, 280}}, {300, 262, {0, 0, 300, 262}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(path == 2);
+            kivcore::allow_avx2(path == 0);
+            kiv::setthreads(threads);
+            for (const Big& b : bigs)
+                for (int grey = 0; grey < 2; ++grey) {
+                    tagRECT r = b.r;
+                    kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), want(got);
+                    ASSERT_EQ(grey ? got.unsharp_mask2(&r, 2.5, 170, 2) : got.unsharp_mask(&r, 2.5, 170, 2), 1);
+                    ref_unsharp(want, &r, 2.5, 170, 2, grey != 0);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
+                }
+        }
+    kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
+    kiv::setthreads(0);
+}
