@@ -386,6 +386,23 @@ double cos(double x) {
     return c.hi;
 }
 
+void sincos(double x, double* s, double* c) {
+    if (is_nan(x) || is_inf(x)) {
+        *s = *c = x - x;
+        return;
+    }
+    const double ax = fabs_(x);
+    if (ax < 0x1p-27) {
+        *s = x;
+        *c = 1.0;
+        return;
+    }
+    dd sd, cd;
+    sincos_dd(x, &sd, &cd);
+    *s = ax < 0x1p-26 ? x : sd.hi;  // the thresholds of sin and cos
+    *c = cd.hi;
+}
+
 double bessel_j1(double x) {
     if (is_nan(x)) return x + x;
     if (is_inf(x)) return with_sign_of(0.0, x);

@@ -21,6 +21,8 @@ double log(double x);
 double pow(double x, double y);
 double sin(double x);  // any finite argument, reduced with 2/pi to 1200 bits
 double cos(double x);
+// sin(x) and cos(x) exactly as the two functions give them, for the price of one.
+void sincos(double x, double* s, double* c);
 // Bessel function of the first kind, order 1; odd, J1(+-inf) = 0.
 double bessel_j1(double x);
 

@@ -2,6 +2,7 @@
 // reference, the C library over many arguments (1 ulp at most), special values, exact cases.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -228,6 +229,22 @@ TEST(KMath, SpecialValuesAndExactCases) {
     for (double x : {0.5, 3.0, 1e5, 1e200}) {
         EXPECT_EQ(km::sin(-x), -km::sin(x)) << x;
         EXPECT_EQ(km::cos(-x), km::cos(x)) << x;
+    }
+    // sincos: both values of sin and cos to the bit, across their small-argument cut-offs.
+    std::mt19937_64 gen(77);
+    for (int i = 0; i < 20000; ++i) {
+        const double x = std::ldexp(static_cast<double>(gen() >> 11) * 0x1p-53, static_cast<int>(gen() % 90) - 40) *
+                         ((gen() & 1) ? -1.0 : 1.0);
+        double s, c;
+        km::sincos(x, &s, &c);
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(s), std::bit_cast<std::uint64_t>(km::sin(x))) << std::hexfloat << x;
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(c), std::bit_cast<std::uint64_t>(km::cos(x))) << std::hexfloat << x;
+    }
+    for (double x : {0x1p-26, 0x1.fffffffffffffp-27, 0x1p-27, 0x1.fffffffffffffp-28, -0x1p-26, 0.0, -0.0, kNaN, kInf}) {
+        double s, c;
+        km::sincos(x, &s, &c);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(s), std::bit_cast<std::uint64_t>(km::sin(x))) << std::hexfloat << x;
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(c), std::bit_cast<std::uint64_t>(km::cos(x))) << std::hexfloat << x;
     }
     // pow: the C99 special cases
     EXPECT_EQ(km::pow(kNaN, 0.0), 1.0);
