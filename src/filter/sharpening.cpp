@@ -8,6 +8,7 @@
 #include "core/parallel.h"
 #include "filter/filter.h"
 #include "filter/kernel3x3_avx2.h"
+#include "filter/sharpening_avx2.h"
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
@@ -99,6 +100,42 @@ void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b,
 #endif
     for (; i < n; ++i) add_to_rgb(o[i], t[static_cast<std::size_t>(l[i]) * 256 + b[i]] - l[i]);
 }
+
+#if KIV_HAVE_SSE2
+// Box sums (below 2^52, non-negative) as doubles: the integer in a double's mantissa.
+inline __m128d box_sums(const long long* p, int lo, int hi) {
+    const __m128i d = _mm_sub_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + hi)),
+                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + lo)));
+    const __m128d two52 = _mm_set1_pd(4503599627370496.0);
+    return _mm_sub_pd(_mm_castsi128_pd(_mm_or_si128(d, _mm_castpd_si128(two52))), two52);
+}
+
+// enhance_span_avx2 with two pixels to a register: each lane the scalar sequence; the
+// ternaries' clamps as max and min, which pick the same operand.
+int enhance_span_sse2(const EnhanceRow& e, int x0, int x1, tagRGBA* out) {
+    const __m128d area = _mm_set1_pd(e.area), gs = _mm_set1_pd(e.gain_scale), zero = _mm_setzero_pd();
+    const __m128d one = _mm_set1_pd(1.0), three = _mm_set1_pd(3.0), forty = _mm_set1_pd(40.0);
+    const __m128d half = _mm_set1_pd(0.5), top = _mm_set1_pd(255.0);
+    const int r = e.radius;
+    int i = x0;
+    for (; i + 2 <= x1; i += 2) {
+        const __m128d mean = _mm_div_pd(box_sums(e.p1, i - r, i + r + 1), area);
+        const __m128d var = _mm_sub_pd(_mm_div_pd(box_sums(e.p2, i - r, i + r + 1), area), _mm_mul_pd(mean, mean));
+        const __m128d sd = _mm_sqrt_pd(_mm_max_pd(var, zero));
+        const __m128d g = _mm_min_pd(_mm_max_pd(_mm_div_pd(forty, _mm_add_pd(sd, one)), one), three);
+        const __m128d gain = _mm_add_pd(one, _mm_mul_pd(gs, _mm_sub_pd(g, one)));
+        const __m128i l32 = _mm_setr_epi32(e.l[i], e.l[i + 1], 0, 0);
+        const __m128d v = _mm_add_pd(_mm_add_pd(mean, _mm_mul_pd(_mm_sub_pd(_mm_cvtepi32_pd(l32), mean), gain)), half);
+        const __m128i d = _mm_sub_epi32(_mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, zero), top)), l32);
+        const __m128i z = _mm_setzero_si128();
+        auto spread = [](__m128i x) { return _mm_or_si128(_mm_or_si128(x, _mm_slli_epi32(x, 8)), _mm_slli_epi32(x, 16)); };
+        const __m128i up = spread(_mm_max_epi16(d, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, d), z));
+        __m128i* q = reinterpret_cast<__m128i*>(out + i);
+        _mm_storel_epi64(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadl_epi64(q), up), down));
+    }
+    return i;
+}
+#endif
 
 }  // namespace
 
@@ -194,7 +231,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     kivcore::parallel_for(0, nb, [&](int k) {
         const int jb = static_cast<int>(static_cast<long long>(h) * k / nb), je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);
         std::vector<std::int32_t> c1(sw), c2(sw);
-        std::vector<std::int64_t> p1(sw + 1), p2(sw + 1);
+        std::vector<long long> p1(sw + 1), p2(sw + 1);
         auto add_row = [&](int j, int sign) {
             const unsigned char* l = L + j * sw;
             for (std::size_t i = 0; i < sw; ++i) {
@@ -218,7 +255,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
             }
             const unsigned char* l = L + j * sw;
             tagRGBA* o = row_ptr(this, a.top + j) + a.left;
-            for (int i = 0; i < w; ++i) {
+            auto one = [&](int i) {
                 const int i0 = std::max(0, i - radius), i1 = std::min(w, i + radius + 1);
                 const double n = static_cast<double>(j1 - j0) * (i1 - i0);
                 const double mean = static_cast<double>(p1[i1] - p1[i0]) / n;
@@ -229,7 +266,22 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
                 const double gain = 1.0 + gain_scale * (g - 1.0);
                 const int nl = clamp_trunc_byte(mean + (l[i] - mean) * gain + 0.5);
                 add_to_rgb(o[i], nl - l[i]);
+            };
+            // The vector steps take the pixels whose boxes lie whole inside the row.
+            const int x0 = std::min(w, radius);
+            int i = 0;
+            for (; i < x0; ++i) one(i);
+#if KIV_HAVE_SSE2
+            if (!force_scalar()) {
+                const int x1 = std::max(x0, w - radius);
+                const EnhanceRow er{p1.data(), p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1), gain_scale, radius};
+#  if KIV_HAVE_AVX2
+                if (kivcore::use_avx2()) i = enhance_span_avx2(&er, i, x1, reinterpret_cast<unsigned char*>(o));
+#  endif
+                i = enhance_span_sse2(er, i, x1, o);
             }
+#endif
+            for (; i < w; ++i) one(i);
         }
     });
     return 1;

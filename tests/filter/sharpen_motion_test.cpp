@@ -177,17 +177,19 @@ void ref_enhance(kiv& img, tagRECT* rect, int radius, int amount) {
 
 }  // namespace
 
-// Bands of rows at one to three threads, boxes clipped on every side and larger than the
-// rectangle.
+// Bands of rows at one to three threads on every path, boxes clipped on every side and
+// larger than the rectangle.
 TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
     struct Shape {
         int w, h;
         tagRECT r;
     };
     const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {33, 5, {0, 0, 33, 5}}};
+    for (int path = 0; path < 3; ++path)
     for (int threads = 1; threads <= 3; ++threads) {
         kiv::setthreads(threads);
-        kivfilter::set_force_scalar(threads == 2);  // the lightness of sixteen pixels at a time, or one
+        kivfilter::set_force_scalar(path == 2);
+        kivcore::allow_avx2(path == 0);
         for (const Shape& sh : shapes)
             for (int radius : {1, 3, 17, 1000})
                 for (int amount : {100, 37}) {
@@ -199,10 +201,11 @@ TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
                     ASSERT_EQ(got.enhance(&r, radius, amount), 1);
                     ref_enhance(want, &r, radius, amount);
                     EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " radius " << radius << " amount " << amount
-                                                         << " threads " << threads;
+                                                         << " path " << path << " threads " << threads;
                 }
     }
     kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
     kiv::setthreads(0);
 }
 
