@@ -176,6 +176,17 @@ inline void store_pixel(tagRGBA* p, __m128i v) {
     std::memcpy(p, &x, 4);
 }
 
+// body(b, e) over strips of groups [b, e) of `group` columns covering w columns, one strip a
+// thread: a strip runs down every row, so wide strips keep its rows' pieces long.
+template <class Body>
+void for_strips(int w, int group, Body body) {
+    const int groups = (w + group - 1) / group;
+    const int strips = std::max(1, std::min(groups, kivcore::parallel_threads()));
+    kivcore::parallel_for(0, strips, [&](int k) {
+        body(static_cast<int>(static_cast<long long>(groups) * k / strips), static_cast<int>(static_cast<long long>(groups) * (k + 1) / strips));
+    });
+}
+
 // The streak blurs in place with SSE2, line by line across (rows), all the lines of a strip
 // at once along (columns). Each line runs the scalar sequence of per_wind_line's bodies.
 // The wind's trail: t = max(in, t - fade) per byte, the subtraction saturating at 0 where
@@ -202,7 +213,7 @@ void wind_sse2(kiv* img, const Area& a, int direction, int strength) {
         return;
     }
     // Four columns a vector; a last, partial group goes through a copy.
-    kivcore::parallel_chunks(0, (w + 3) / 4, [&](int gb, int ge) {
+    for_strips(w, 4, [&](int gb, int ge) {
         std::vector<int> fades(4 * static_cast<std::size_t>(ge - gb));
         for (int c = 4 * gb; c < 4 * ge; ++c) fades[static_cast<std::size_t>(c - 4 * gb)] = c < w ? static_cast<int>(static_cast<unsigned>(fade_of(c)) * 0x01010101u) : 0;
         std::vector<tagRGBA> trail(4 * static_cast<std::size_t>(ge - gb), tagRGBA{0, 0, 0, 0});
