@@ -323,7 +323,7 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
                 ref_iir(want, rp, 1.5, 4.0);
                 EXPECT_TRUE(images_equal(got, want)) << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
                 // Blocks of 64 pixels with tails of every parity, columns outside the image.
-                const double radius = threads == 2 ? 5.5 : 2.0;
+                const double radius = threads == 2 ? 3.5 : 2.0;
                 const int threshold = threads == 3 ? 0 : 60;
                 kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
                 ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);

@@ -48,8 +48,9 @@ void ref_3x3(kiv& img, tagRECT* rect, unsigned mode, const int* custom = nullptr
                 };
                 int v = 0;
                 const int O = nb[4], Sh = clamp8(S(K[3]) / 10), Bl = clamp8(S(K[4]) / 100), d = std::abs(O - Sh);
-                std::vector<int> sorted(nb, nb + 9);
-                std::sort(sorted.begin(), sorted.end());
+                int sorted[9];
+                std::copy(nb, nb + 9, sorted);
+                if (!custom && (mode == 1 || mode == 7 || mode == 8)) std::sort(sorted, sorted + 9);
                 if (custom) {
                     v = static_cast<int>(std::clamp<long long>(static_cast<long long>(S(custom)) / divisor, 0, 255));
                 } else {
