@@ -421,22 +421,26 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
                          static_cast<double>(cx), static_cast<double>(cy)};
 #endif
     kivcore::parallel_chunks(0, static_cast<int>(firsts.size()), [&](int fb, int fe) {
-        std::vector<Turn> turn(static_cast<std::size_t>(amax - amin + 1));
+        const std::size_t turns = static_cast<std::size_t>(amax - amin + 1);
+        std::vector<Turn> turn(turns);
+        std::vector<double> arg(2 * turns), sn(arg.size()), cs(arg.size());
 #if KIV_HAVE_AVX2
         std::vector<double> lanes(avx2 ? 4 * static_cast<std::size_t>(w) : 0);
 #endif
         for (int f = fb; f < fe; ++f) {
             const int y0 = firsts[static_cast<std::size_t>(f)];
             const double oy0 = static_cast<double>(y0) - cy;
+            // The angles first, then their sines and cosines in one batch.
             for (long long k = amin; k <= amax; ++k) {
+                const std::size_t i = static_cast<std::size_t>(k - amin);
                 const double ox = static_cast<double>(k), r = std::sqrt(ox * ox + oy0 * oy0);
-                Turn& t = turn[static_cast<std::size_t>(k - amin)];
-                t.still = r < 0.5;
-                if (t.still) continue;
-                const double span = std::min(amount / r, kTwoPi);
-                kivcore::kmath::sincos(span / amount, &t.s, &t.c);
-                kivcore::kmath::sincos(-span / 2, &t.sh, &t.ch);
+                turn[i].still = r < 0.5;
+                const double span = turn[i].still ? 1.0 : std::min(amount / r, kTwoPi);
+                arg[2 * i] = span / amount;
+                arg[2 * i + 1] = -span / 2;
             }
+            kivcore::kmath::sincos_many(arg.data(), sn.data(), cs.data(), static_cast<int>(arg.size()));
+            for (std::size_t i = 0; i < turns; ++i) turn[i] = Turn{cs[2 * i], sn[2 * i], cs[2 * i + 1], sn[2 * i + 1], turn[i].still};
             const long long m = 2LL * cy - y0;
             const int rows[2] = {y0, m != y0 && m >= a.top && m < a.bottom ? static_cast<int>(m) : -1};
             for (int y : rows) {
