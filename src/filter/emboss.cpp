@@ -59,9 +59,12 @@ int emboss_row_sse2(const tagRGBA* const* rows, int x0, int x1, const EmbossLigh
         __m128i h[9];
         for (int k = 0; k < 9; ++k)
             if (k != 4)
-                h[k] = _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k / 3] + x - 1 + k % 3)), red);
-        const __m128i nx = _mm_sub_epi32(_mm_add_epi32(_mm_add_epi32(h[0], h[3]), h[6]), _mm_add_epi32(_mm_add_epi32(h[2], h[5]), h[8]));
-        const __m128i ny = _mm_sub_epi32(_mm_add_epi32(_mm_add_epi32(h[6], h[7]), h[8]), _mm_add_epi32(_mm_add_epi32(h[0], h[1]), h[2]));
+                h[k] =
+                    _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k / 3] + x - 1 + k % 3)), red);
+        const __m128i nx = _mm_sub_epi32(_mm_add_epi32(_mm_add_epi32(h[0], h[3]), h[6]),
+                                         _mm_add_epi32(_mm_add_epi32(h[2], h[5]), h[8]));
+        const __m128i ny = _mm_sub_epi32(_mm_add_epi32(_mm_add_epi32(h[6], h[7]), h[8]),
+                                         _mm_add_epi32(_mm_add_epi32(h[0], h[1]), h[2]));
         const __m128i s = _mm_unpacklo_epi64(shade2(nx, ny, L), shade2(_mm_srli_si128(nx, 8), _mm_srli_si128(ny, 8), L));
         // To 16 bits with saturation, then 0 .. 255; the flat shade where Nx = Ny = 0.
         const __m128i is_flat = _mm_cmpeq_epi32(_mm_or_si128(nx, ny), z);

@@ -255,7 +255,8 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
     const int used = end - q0, lanes = (used + kRun - 1) / kRun * kRun;
     const std::size_t plane = static_cast<std::size_t>(n) * kStride;
     auto slot = [&](unsigned char* base, int g, int i) {
-        return base + static_cast<std::size_t>(g / kRun) * plane + static_cast<std::size_t>(i) * kStride + Ch * (g % kRun);
+        return base + static_cast<std::size_t>(g / kRun) * plane + static_cast<std::size_t>(i) * kStride +
+               Ch * (g % kRun);
     };
     auto get = [&](int g, int i) {
         unsigned char* xi = slot(s.x.data(), g, i);

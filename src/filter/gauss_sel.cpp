@@ -118,7 +118,8 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         for (int r = 0; r < t.rows; ++r) {
                             const tagRGBA* src = copy.m_pixels + static_cast<std::size_t>(ylo + r) * W;
                             double* d[3];
-                            for (int c = 0; c < 3; ++c) d[c] = tile.data() + c * plane + static_cast<std::size_t>(r) * tw;
+                            for (int c = 0; c < 3; ++c)
+                                d[c] = tile.data() + c * plane + static_cast<std::size_t>(r) * tw;
                             for (int c = 0; c < 3; ++c) {
                                 std::fill(d[c], d[c] + j0, kOutside);
                                 std::fill(d[c] + j1, d[c] + cols, kOutside);
@@ -140,7 +141,8 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                             for (int i = 0; i < count; ++i) {
                                 const double ws = wsum[static_cast<std::size_t>(c) * kSelBlock + i];
                                 if (ws != 0.0)
-                                    out[4 * (x0 + i) + c] = clamp_trunc_byte(sum[static_cast<std::size_t>(c) * kSelBlock + i] / ws);
+                                    out[4 * (x0 + i) + c] =
+                                        clamp_trunc_byte(sum[static_cast<std::size_t>(c) * kSelBlock + i] / ws);
                             }
                     }
                 }

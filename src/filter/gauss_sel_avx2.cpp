@@ -26,7 +26,8 @@ void sel_block_avx2(const SelTile& t, int count, double* sum, double* wsum, int 
                 const double* p = at + dx + static_cast<long long>(r) * t.width;
                 for (int c = 0; c < 3; ++c) {
                     const __m256d v = _mm256_loadu_pd(p + c * plane);
-                    const __m256d in = _mm256_cmp_pd(_mm256_andnot_pd(sign, _mm256_sub_pd(centre[c], v)), thr, _CMP_LE_OQ);
+                    const __m256d in =
+                        _mm256_cmp_pd(_mm256_andnot_pd(sign, _mm256_sub_pd(centre[c], v)), thr, _CMP_LE_OQ);
                     const __m256d m = _mm256_and_pd(in, wt);
                     s[c] = _mm256_add_pd(s[c], _mm256_mul_pd(v, m));
                     ws[c] = _mm256_add_pd(ws[c], m);

@@ -324,7 +324,8 @@ void weighted4(const tagRGBA* const* rows, int x, const kivfilter::Weighted3x3& 
         for (int e = 0; e < 2; ++e) {  // the half's first and second pixel
             V s = z;
             for (int j = 0; j < 5; ++j) {
-                const V pair = e ? _mm_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
+                const V pair =
+                    e ? _mm_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
                 s = _mm_add_epi32(s, _mm_madd_epi16(pair, wp[j]));
             }
             __m128 f = _mm_cvtepi32_ps(s);
@@ -343,7 +344,8 @@ int weighted_row_sse2(const tagRGBA* const* rows, int x0, int x1, const kivfilte
     if (x1 - x0 < 4) return x0;
     V wp[5];
     for (int j = 0; j < 5; ++j) {
-        const int lo = static_cast<unsigned short>(k.w[2 * j]), hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0;
+        const int lo = static_cast<unsigned short>(k.w[2 * j]),
+                  hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0;
         wp[j] = _mm_set1_epi32(static_cast<int>(static_cast<unsigned>(lo) | static_cast<unsigned>(hi) << 16));
     }
     // The last four end at x1, overlapping the ones before (the same values again); one

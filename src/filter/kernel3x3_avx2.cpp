@@ -177,13 +177,15 @@ void weighted8(const unsigned char* const* rows, int x, const Weighted3x3& k, co
         for (int e = 0; e < 2; ++e) {
             V s = z;
             for (int j = 0; j < 5; ++j) {
-                const V pair = e ? _mm256_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm256_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
+                const V pair =
+                    e ? _mm256_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm256_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
                 s = _mm256_add_epi32(s, _mm256_madd_epi16(pair, wp[j]));
             }
             __m256 f = _mm256_cvtepi32_ps(s);
             if (k.mul != 1.0f) f = _mm256_mul_ps(f, _mm256_set1_ps(k.mul));
             V t = _mm256_cvttps_epi32(_mm256_div_ps(f, _mm256_set1_ps(k.div)));
-            if (k.add_centre) t = _mm256_add_epi32(t, e ? _mm256_unpackhi_epi16(n[4], z) : _mm256_unpacklo_epi16(n[4], z));
+            if (k.add_centre)
+                t = _mm256_add_epi32(t, e ? _mm256_unpackhi_epi16(n[4], z) : _mm256_unpacklo_epi16(n[4], z));
             res[2 * h + e] = t;
         }
     }
@@ -199,7 +201,8 @@ int weighted_row_avx2(const unsigned char* const* rows, int x0, int x1, const We
     const Weighted3x3 k = *kp;
     V wp[5];
     for (int j = 0; j < 5; ++j) {
-        const unsigned lo = static_cast<unsigned short>(k.w[2 * j]), hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0u;
+        const unsigned lo = static_cast<unsigned short>(k.w[2 * j]),
+                       hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0u;
         wp[j] = _mm256_set1_epi32(static_cast<int>(lo | hi << 16));
     }
     // The last eight end at x1, overlapping the ones before (the same values again); one

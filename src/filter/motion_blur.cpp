@@ -183,7 +183,8 @@ void for_strips(int w, int group, Body body) {
     const int groups = (w + group - 1) / group;
     const int strips = std::max(1, std::min(groups, kivcore::parallel_threads()));
     kivcore::parallel_for(0, strips, [&](int k) {
-        body(static_cast<int>(static_cast<long long>(groups) * k / strips), static_cast<int>(static_cast<long long>(groups) * (k + 1) / strips));
+        body(static_cast<int>(static_cast<long long>(groups) * k / strips),
+             static_cast<int>(static_cast<long long>(groups) * (k + 1) / strips));
     });
 }
 
@@ -215,7 +216,9 @@ void wind_sse2(kiv* img, const Area& a, int direction, int strength) {
     // Four columns a vector; a last, partial group goes through a copy.
     for_strips(w, 4, [&](int gb, int ge) {
         std::vector<int> fades(4 * static_cast<std::size_t>(ge - gb));
-        for (int c = 4 * gb; c < 4 * ge; ++c) fades[static_cast<std::size_t>(c - 4 * gb)] = c < w ? static_cast<int>(static_cast<unsigned>(fade_of(c)) * 0x01010101u) : 0;
+        for (int c = 4 * gb; c < 4 * ge; ++c)
+            fades[static_cast<std::size_t>(c - 4 * gb)] =
+                c < w ? static_cast<int>(static_cast<unsigned>(fade_of(c)) * 0x01010101u) : 0;
         std::vector<tagRGBA> trail(4 * static_cast<std::size_t>(ge - gb), tagRGBA{0, 0, 0, 0});
         for (int k = 0; k < h; ++k) {
             tagRGBA* row = row_ptr(img, a.top + (reverse ? h - 1 - k : k)) + a.left;
@@ -250,11 +253,12 @@ struct BlastLine {
         sum = _mm_add_epi32(sum, in32);
         if (k >= len) sum = _mm_sub_epi32(sum, _mm_unpacklo_epi16(_mm_unpacklo_epi8(load_pixel(old), z), z));
         const int cnt = std::min(k + 1, len);
-        const __m128i mean = _mm_cvttps_epi32(
-            _mm_div_ps(_mm_cvtepi32_ps(_mm_add_epi32(sum, _mm_set1_epi32(cnt / 2))), _mm_set1_ps(static_cast<float>(cnt))));
+        const __m128i mean = _mm_cvttps_epi32(_mm_div_ps(_mm_cvtepi32_ps(_mm_add_epi32(sum, _mm_set1_epi32(cnt / 2))),
+                                                         _mm_set1_ps(static_cast<float>(cnt))));
         const __m128i v = _mm_max_epi16(in32, mean);
         const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
-        return _mm_or_si128(_mm_and_si128(alpha, in), _mm_andnot_si128(alpha, _mm_packus_epi16(_mm_packs_epi32(v, z), z)));
+        return _mm_or_si128(_mm_and_si128(alpha, in),
+                            _mm_andnot_si128(alpha, _mm_packus_epi16(_mm_packs_epi32(v, z), z)));
     }
 };
 
@@ -271,7 +275,9 @@ void blast_sse2(kiv* img, const Area& a, int direction, int strength) {
                 BlastLine line(streak_length(q, strength));
                 for (int k = 0; k < w; ++k) {
                     const int pos = reverse ? w - 1 - k : k;
-                    const tagRGBA* old = k >= line.len ? &in[static_cast<std::size_t>(reverse ? pos + line.len : pos - line.len)] : nullptr;
+                    const tagRGBA* old = k >= line.len
+                                             ? &in[static_cast<std::size_t>(reverse ? pos + line.len : pos - line.len)]
+                                             : nullptr;
                     store_pixel(p + pos, line.step(k, load_pixel(&in[static_cast<std::size_t>(pos)]), old));
                 }
             }
@@ -378,8 +384,8 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
                              static_cast<double>(cx), static_cast<double>(cy)};
         per_row(this, a, [&](int y, tagRGBA* o) {
             const int whole = a.w() / 4 * 4;
-            spin_pixels_avx2(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(), n,
-                             whole, reinterpret_cast<const unsigned char*>(row_ptr(this, y) + a.left),
+            spin_pixels_avx2(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(),
+                             n, whole, reinterpret_cast<const unsigned char*>(row_ptr(this, y) + a.left),
                              reinterpret_cast<unsigned char*>(o));
             for (int x = a.left + whole; x < a.right; ++x) o[x - a.left] = one(x, y);
         });
@@ -440,7 +446,8 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
                 arg[2 * i + 1] = -span / 2;
             }
             kivcore::kmath::sincos_many(arg.data(), sn.data(), cs.data(), static_cast<int>(arg.size()));
-            for (std::size_t i = 0; i < turns; ++i) turn[i] = Turn{cs[2 * i], sn[2 * i], cs[2 * i + 1], sn[2 * i + 1], turn[i].still};
+            for (std::size_t i = 0; i < turns; ++i)
+                turn[i] = Turn{cs[2 * i], sn[2 * i], cs[2 * i + 1], sn[2 * i + 1], turn[i].still};
             const long long m = 2LL * cy - y0;
             const int rows[2] = {y0, m != y0 && m >= a.top && m < a.bottom ? static_cast<int>(m) : -1};
             for (int y : rows) {
@@ -465,7 +472,8 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
                         lanes[3 * whole + i] = go ? t.s : 0.0;
                     }
                     arc_pixels_avx2(&msrc, lanes.data(), lanes.data() + whole, lanes.data() + 2 * whole,
-                                    lanes.data() + 3 * whole, whole, n, reinterpret_cast<const unsigned char*>(src + a.left),
+                                    lanes.data() + 3 * whole, whole, n,
+                                    reinterpret_cast<const unsigned char*>(src + a.left),
                                     reinterpret_cast<unsigned char*>(o));
                     for (int i = 0; i < whole; ++i) {
                         const long long ax = a.left + i - static_cast<long long>(cx);
@@ -541,8 +549,9 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
                     for (int i = 0; i < 4; ++i) o[x + i - a.left] = one(x + i, y);
                     continue;
                 }
-                spin_pixels_avx2(&msrc, ox, oy, f.data() + static_cast<std::size_t>(n) * kMaxArcSamples, zeros.data(), n, 4,
-                                 reinterpret_cast<const unsigned char*>(src + x), reinterpret_cast<unsigned char*>(o + (x - a.left)));
+                spin_pixels_avx2(&msrc, ox, oy, f.data() + static_cast<std::size_t>(n) * kMaxArcSamples, zeros.data(),
+                                 n, 4, reinterpret_cast<const unsigned char*>(src + x),
+                                 reinterpret_cast<unsigned char*>(o + (x - a.left)));
             }
             for (; x < a.right; ++x) o[x - a.left] = one(x, y);
         });

@@ -87,7 +87,9 @@ void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b,
     if (!force_scalar()) {
         // A change d as a saturating add of max(d, 0) and subtract of max(-d, 0) on the
         // colour bytes; alpha gets 0 of each.
-        auto spread = [](__m128i v) { return _mm_or_si128(_mm_or_si128(v, _mm_slli_epi32(v, 8)), _mm_slli_epi32(v, 16)); };
+        auto spread = [](__m128i v) {
+            return _mm_or_si128(_mm_or_si128(v, _mm_slli_epi32(v, 8)), _mm_slli_epi32(v, 16));
+        };
         for (; i + 4 <= n; i += 4) {
             int d[4];
             for (int k = 0; k < 4; ++k) d[k] = t[static_cast<std::size_t>(l[i + k]) * 256 + b[i + k]] - l[i + k];
@@ -128,7 +130,9 @@ int enhance_span_sse2(const EnhanceRow& e, int x0, int x1, tagRGBA* out) {
         const __m128d v = _mm_add_pd(_mm_add_pd(mean, _mm_mul_pd(_mm_sub_pd(_mm_cvtepi32_pd(l32), mean), gain)), half);
         const __m128i d = _mm_sub_epi32(_mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, zero), top)), l32);
         const __m128i z = _mm_setzero_si128();
-        auto spread = [](__m128i x) { return _mm_or_si128(_mm_or_si128(x, _mm_slli_epi32(x, 8)), _mm_slli_epi32(x, 16)); };
+        auto spread = [](__m128i x) {
+            return _mm_or_si128(_mm_or_si128(x, _mm_slli_epi32(x, 8)), _mm_slli_epi32(x, 16));
+        };
         const __m128i up = spread(_mm_max_epi16(d, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, d), z));
         __m128i* q = reinterpret_cast<__m128i*>(out + i);
         _mm_storel_epi64(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadl_epi64(q), up), down));
@@ -221,7 +225,8 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     // Lightness of every pixel first: the pass below changes the pixels it reads it from.
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
     const unsigned char* const L = block.as<unsigned char>();
-    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+    kivcore::parallel_for(
+        0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
     // Box sums are exact integers, so any order gives the same values: per band of rows,
     // column sums over the box's rows slide down one row at a time (a column of 2001
@@ -229,7 +234,8 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     const int threads = kivcore::parallel_threads();
     const int nb = std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads));
     kivcore::parallel_for(0, nb, [&](int k) {
-        const int jb = static_cast<int>(static_cast<long long>(h) * k / nb), je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);
+        const int jb = static_cast<int>(static_cast<long long>(h) * k / nb),
+                  je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);
         std::vector<std::int32_t> c1(sw), c2(sw);
         std::vector<long long> p1(sw + 1), p2(sw + 1);
         auto add_row = [&](int j, int sign) {
@@ -274,7 +280,8 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
 #if KIV_HAVE_SSE2
             if (!force_scalar()) {
                 const int x1 = std::max(x0, w - radius);
-                const EnhanceRow er{p1.data(), p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1), gain_scale, radius};
+                const EnhanceRow er{p1.data(),  p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1),
+                                    gain_scale, radius};
 #  if KIV_HAVE_AVX2
                 if (kivcore::use_avx2()) i = enhance_span_avx2(&er, i, x1, reinterpret_cast<unsigned char*>(o));
 #  endif

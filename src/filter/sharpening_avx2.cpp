@@ -41,7 +41,8 @@ int enhance_span_avx2(const EnhanceRow* e, int x0, int x1, unsigned char* out) {
         const __m128i up = _mm_max_epi32(d, z), down = _mm_max_epi32(_mm_sub_epi32(z, d), z);
         const __m128i rgb = _mm_set1_epi32(0x010101);
         __m128i* q = reinterpret_cast<__m128i*>(out + 4 * i);
-        _mm_storeu_si128(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadu_si128(q), _mm_mullo_epi32(up, rgb)), _mm_mullo_epi32(down, rgb)));
+        _mm_storeu_si128(
+            q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadu_si128(q), _mm_mullo_epi32(up, rgb)), _mm_mullo_epi32(down, rgb)));
     }
     return i;
 }
