@@ -1,4 +1,6 @@
 // Filters on the 4096 x 4096 photo-like image, next to a memcpy of the same image.
+#include <cstdlib>
+
 #include "bench_common.h"
 
 namespace {
@@ -51,4 +53,70 @@ static void BM_unsharp_mask(benchmark::State& state) {
 }
 BENCHMARK(BM_unsharp_mask)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+static void BM_unsharp_mask2(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.unsharp_mask2(nullptr, 2.0, 100, 3); });
+}
+BENCHMARK(BM_unsharp_mask2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_enhance(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.enhance(nullptr, 5, 50); });
+}
+BENCHMARK(BM_enhance)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_sharpen2(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.sharpen2(nullptr, 150); });
+}
+BENCHMARK(BM_sharpen2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_filter_custom3x3(benchmark::State& state) {
+    int k[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.filter_custom3x3(nullptr, k, 16); });
+}
+BENCHMARK(BM_filter_custom3x3)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_filter_sharpen(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.filter_sharpen(nullptr, 10); });
+}
+BENCHMARK(BM_filter_sharpen)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_mblur_linear(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.mblur_linear(nullptr, 30.0, 20); });
+}
+BENCHMARK(BM_mblur_linear)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_mblur_radial(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.mblur_radial(nullptr, kSize / 2, kSize / 2, 2.0); });
+}
+BENCHMARK(BM_mblur_radial)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_mblur_round(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.mblur_round(nullptr, kSize / 2, kSize / 2, 20); });
+}
+BENCHMARK(BM_mblur_round)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_mblur_zoom(benchmark::State& state) {
+    kivbench::run_on_photo_copy(state, kSize, [](kiv& i) { i.mblur_zoom(nullptr, kSize / 2, kSize / 2, 2); });
+}
+BENCHMARK(BM_mblur_zoom)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_sblur_wind(benchmark::State& state) {
+    const int dir = static_cast<int>(state.range(0));
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.sblur_wind(nullptr, dir, 20); });
+}
+BENCHMARK(BM_sblur_wind)->Arg(0)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+static void BM_sblur_blast(benchmark::State& state) {
+    const int dir = static_cast<int>(state.range(0));
+    kivbench::run_on_photo_copy(state, kSize, [&](kiv& i) { i.sblur_blast(nullptr, dir, 20); });
+}
+BENCHMARK(BM_sblur_blast)->Arg(0)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// KIV_BENCH_THREADS=N caps the library's threads (default: all cores).
+int main(int argc, char** argv) {
+    if (const char* t = std::getenv("KIV_BENCH_THREADS")) kiv::setthreads(std::atoi(t));
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

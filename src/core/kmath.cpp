@@ -1,6 +1,8 @@
 // Deterministic transcendental functions: double-double evaluation of short Taylor and
 // asymptotic series after exact argument reduction, one rounding at the end.
 #include "core/kmath.h"
+#include "core/kmath_avx2.h"
+#include "core/simd.h"
 
 #include <bit>
 #include <cmath>
@@ -384,6 +386,44 @@ double cos(double x) {
     dd s, c;
     sincos_dd(x, &s, &c);
     return c.hi;
+}
+
+void sincos(double x, double* s, double* c) {
+    if (is_nan(x) || is_inf(x)) {
+        *s = *c = x - x;
+        return;
+    }
+    const double ax = fabs_(x);
+    if (ax < 0x1p-27) {
+        *s = x;
+        *c = 1.0;
+        return;
+    }
+    dd sd, cd;
+    sincos_dd(x, &sd, &cd);
+    *s = ax < 0x1p-26 ? x : sd.hi;  // the thresholds of sin and cos
+    *c = cd.hi;
+}
+
+void sincos_many(const double* x, double* s, double* c, int n) {
+    int i = 0;
+#if KIV_HAVE_AVX2
+    if (use_avx2()) {
+        // Four at a time where none needs the argument reduction or a small-argument rule.
+        auto plain = [](double v) {
+            const double a = fabs_(v);
+            return a >= 0x1p-26 && a <= 0x1.921fb54442d18p-1;  // false for NaN too
+        };
+        for (; i + 4 <= n; i += 4) {
+            if (plain(x[i]) && plain(x[i + 1]) && plain(x[i + 2]) && plain(x[i + 3])) {
+                sincos4_avx2(x + i, s + i, c + i);
+            } else {
+                for (int j = i; j < i + 4; ++j) sincos(x[j], s + j, c + j);
+            }
+        }
+    }
+#endif
+    for (; i < n; ++i) sincos(x[i], s + i, c + i);
 }
 
 double bessel_j1(double x) {

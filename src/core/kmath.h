@@ -21,6 +21,10 @@ double log(double x);
 double pow(double x, double y);
 double sin(double x);  // any finite argument, reduced with 2/pi to 1200 bits
 double cos(double x);
+// sin(x) and cos(x) exactly as the two functions give them, for the price of one.
+void sincos(double x, double* s, double* c);
+// sincos of x[0 .. n - 1] into s and c, four at a time where AVX2 runs.
+void sincos_many(const double* x, double* s, double* c, int n);
 // Bessel function of the first kind, order 1; odd, J1(+-inf) = 0.
 double bessel_j1(double x);
 

@@ -8,12 +8,14 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "kiv.h"
 
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "core/simd.h"
 
 namespace kivfilter {
@@ -151,6 +153,25 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     });
 }
 
+// A block of n bytes that its user writes whole before reading: a large one may be a block
+// freed shortly before, which spares the page faults of fresh memory. Throws std::bad_alloc.
+class UnzeroedBlock {
+public:
+    explicit UnzeroedBlock(std::size_t n) : p_(kivcore::alloc_pixels_unzeroed(n == 0 ? 1 : n)) {
+        if (!p_) throw std::bad_alloc();
+    }
+    ~UnzeroedBlock() { kivcore::free_pixels(p_); }
+    UnzeroedBlock(const UnzeroedBlock&) = delete;
+    UnzeroedBlock& operator=(const UnzeroedBlock&) = delete;
+    template <class T>
+    T* as() const {
+        return static_cast<T*>(p_);
+    }
+
+private:
+    void* p_;
+};
+
 // Copy of a rectangle's pixels, row-major at width w.
 inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {
     std::vector<tagRGBA> buf(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
@@ -168,6 +189,10 @@ bool iir_blur_block(const tagRGBA* src, std::ptrdiff_t src_stride, tagRGBA* dst,
                     std::ptrdiff_t dst_stride, int w, int h, double sx, double sy,
                     LineProgress* progress);
 bool iir_sigma_ok(double s);
+// iir_blur_block on a plane of bytes (strides in bytes): the same filter, twelve lines a
+// kernel run instead of four lines of three channels.
+bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigned char* dst, std::ptrdiff_t dst_stride,
+                    int w, int h, double sx, double sy, LineProgress* progress);
 
 }  // namespace kivfilter
 
@@ -203,6 +228,13 @@ void run_3x3(kiv* img, const Area& a, Kernel kernel);
 #include "filter/filter_3x3_impl.h"
 
 namespace kivfilter {
+
+struct Weighted3x3;
+
+// Filters the rectangle in place with the vector kernels of k (rectangle border repeated
+// outward, alpha kept). False, with nothing done, when the portable code is forced or there
+// is no vector code.
+bool weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k);
 
 // Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give
 // 0 1 1 2 2 2 2 3 3 3 3 3 3.

@@ -236,49 +236,96 @@ struct Scratch {
         : x(static_cast<std::size_t>(n) * kStride * kSweep), out(x.size()), yp(static_cast<std::size_t>(n) * kLanes) {}
 };
 
-// Filters lines [q0, end) (at most kSweep groups of kLines) into out. Line q, position i is
-// pixel in(q, i). Lanes past `end` copy the last line; their results are dropped. Every
-// input is read before any output is written, so out may be the input block itself.
-// Across (columns) the positions run in the outer loop, so each row segment is read and
-// written whole; along (rows) each line is read in turn, because rows a power-of-two
-// stride apart read side by side would compete for the same cache sets.
-template <bool Across, class In, class Out>
+// Lines of a kernel run: kLines lines of three channels (pixels), or kLanes lines of one
+// (planes of bytes).
+template <int Ch>
+constexpr int lines_per_run() {
+    return kLanes / Ch;
+}
+
+// Filters lines [q0, end) (at most kSweep runs of lines) into out. Line q, position i is
+// pixel (Ch = 3) or byte (Ch = 1) in(q, i). Lanes past `end` copy the last line; their
+// results are dropped. Every input is read before any output is written, so out may be
+// the input block itself. Across (columns) the positions run in the outer loop, so each
+// row segment is read and written whole; along (rows) each line is read in turn, because
+// rows a power-of-two stride apart read side by side would compete for the same cache sets.
+template <bool Across, int Ch, class In, class Out>
 void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out outp) {
-    const int used = end - q0, lanes = (used + kLines - 1) / kLines * kLines;
+    constexpr int kRun = lines_per_run<Ch>();
+    const int used = end - q0, lanes = (used + kRun - 1) / kRun * kRun;
     const std::size_t plane = static_cast<std::size_t>(n) * kStride;
     auto slot = [&](unsigned char* base, int g, int i) {
-        return base + static_cast<std::size_t>(g / kLines) * plane + static_cast<std::size_t>(i) * kStride + 3 * (g % kLines);
+        return base + static_cast<std::size_t>(g / kRun) * plane + static_cast<std::size_t>(i) * kStride +
+               Ch * (g % kRun);
     };
     auto get = [&](int g, int i) {
-        const tagRGBA& p = in(q0 + std::min(g, used - 1), i);
         unsigned char* xi = slot(s.x.data(), g, i);
-        xi[0] = p.r;
-        xi[1] = p.g;
-        xi[2] = p.b;
+        if constexpr (Ch == 3) {
+            const tagRGBA& p = in(q0 + std::min(g, used - 1), i);
+            xi[0] = p.r;
+            xi[1] = p.g;
+            xi[2] = p.b;
+        } else {
+            xi[0] = in(q0 + std::min(g, used - 1), i);
+        }
     };
     auto put = [&](int g, int i) {
         const unsigned char* o = slot(s.out.data(), g, i);
-        tagRGBA& p = outp(q0 + g, i);
-        p.r = o[0];
-        p.g = o[1];
-        p.b = o[2];
+        if constexpr (Ch == 3) {
+            tagRGBA& p = outp(q0 + g, i);
+            p.r = o[0];
+            p.g = o[1];
+            p.b = o[2];
+        } else {
+            outp(q0 + g, i) = o[0];
+        }
     };
+    // Across, a whole run of lines is one stretch of a row: copied as such.
+    auto get_run = [&](int g, int i) {
+        unsigned char* xi = slot(s.x.data(), g, i);
+        if constexpr (Ch == 3) {
+            const tagRGBA* p = &in(q0 + g, i);
+            for (int l = 0; l < kRun; ++l) {
+                xi[3 * l] = p[l].r;
+                xi[3 * l + 1] = p[l].g;
+                xi[3 * l + 2] = p[l].b;
+            }
+        } else {
+            std::memcpy(xi, &in(q0 + g, i), kRun);
+        }
+    };
+    auto put_run = [&](int g, int i) {
+        const unsigned char* o = slot(s.out.data(), g, i);
+        if constexpr (Ch == 3) {
+            tagRGBA* p = &outp(q0 + g, i);
+            for (int l = 0; l < kRun; ++l) {
+                p[l].r = o[3 * l];
+                p[l].g = o[3 * l + 1];
+                p[l].b = o[3 * l + 2];
+            }
+        } else {
+            std::memcpy(&outp(q0 + g, i), o, kRun);
+        }
+    };
+    const int whole = used / kRun * kRun;  // lines in whole runs
     if (Across) {
         for (int i = 0; i < n; ++i) {
             // Each row segment lies on its own page, out of the hardware prefetcher's reach.
             if (i + kAhead < n) prefetch(&in(q0, i + kAhead));
-            for (int g = 0; g < lanes; ++g) get(g, i);
+            for (int g = 0; g < whole; g += kRun) get_run(g, i);
+            for (int g = whole; g < lanes; ++g) get(g, i);
         }
     } else {
         for (int g = 0; g < lanes; ++g)
             for (int i = 0; i < n; ++i) get(g, i);
     }
-    for (int g = 0; g < lanes / kLines; ++g)
+    for (int g = 0; g < lanes / kRun; ++g)
         iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
     if (Across) {
         for (int i = 0; i < n; ++i) {
             if (i + kAhead < n) prefetch(&outp(q0, i + kAhead));
-            for (int g = 0; g < used; ++g) put(g, i);
+            for (int g = 0; g < whole; g += kRun) put_run(g, i);
+            for (int g = whole; g < used; ++g) put(g, i);
         }
     } else {
         for (int g = 0; g < used; ++g)
@@ -287,9 +334,9 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.
-template <bool Across, class In, class Out>
+template <bool Across, int Ch, class In, class Out>
 void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* progress) {
-    constexpr int kSpan = kLines * kSweep;
+    constexpr int kSpan = lines_per_run<Ch>() * kSweep;
     ScratchPool<Scratch> pool;
     for (int b0 = 0; b0 < lines; b0 += kProgressBatch) {
         const int b1 = std::min(lines, b0 + kProgressBatch);
@@ -299,7 +346,7 @@ void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* 
             for (int g = gb; g < ge; ++g) {
                 const int q0 = b0 + g * kSpan;
                 // A sweep may not reach past this batch's last line.
-                iir_sweep<Across>(c, n, q0, std::min(b1, q0 + kSpan), *s, in, out);
+                iir_sweep<Across, Ch>(c, n, q0, std::min(b1, q0 + kSpan), *s, in, out);
             }
             pool.give(std::move(s));
         });
@@ -317,15 +364,34 @@ bool iir_blur_block(const tagRGBA* src, std::ptrdiff_t src_stride, tagRGBA* dst,
     if (!cy.ok || !cx.ok) return false;
     // Columns of src into dst, then rows of dst in place. A sweep reads all of its lines
     // before it writes them and sweeps own disjoint lines, so dst may be src itself.
-    iir_pass<true>(
+    iir_pass<true, 3>(
         cy, h, w,
         [&](int q, int i) -> const tagRGBA& { return src[static_cast<std::ptrdiff_t>(i) * src_stride + q]; },
         [&](int q, int i) -> tagRGBA& { return dst[static_cast<std::ptrdiff_t>(i) * dst_stride + q]; },
         progress);
-    iir_pass<false>(
+    iir_pass<false, 3>(
         cx, w, h,
         [&](int q, int i) -> const tagRGBA& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
         [&](int q, int i) -> tagRGBA& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
+        progress);
+    return true;
+}
+
+bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigned char* dst, std::ptrdiff_t dst_stride,
+                    int w, int h, double sx, double sy, LineProgress* progress) {
+    if (w < 1 || h < 1 || !(sx > 0.0) || !(sy > 0.0)) return false;
+    const IirCoef cy = iir_coefficients(sy);
+    const IirCoef cx = sx == sy ? cy : iir_coefficients(sx);
+    if (!cy.ok || !cx.ok) return false;
+    iir_pass<true, 1>(
+        cy, h, w,
+        [&](int q, int i) -> const unsigned char& { return src[static_cast<std::ptrdiff_t>(i) * src_stride + q]; },
+        [&](int q, int i) -> unsigned char& { return dst[static_cast<std::ptrdiff_t>(i) * dst_stride + q]; },
+        progress);
+    iir_pass<false, 1>(
+        cx, w, h,
+        [&](int q, int i) -> const unsigned char& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
+        [&](int q, int i) -> unsigned char& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
         progress);
     return true;
 }

@@ -295,6 +295,70 @@ void mode_row(const tagRGBA* const* rows, int w, tagRGBA* out) {
 }
 #endif
 
+#if KIV_HAVE_SSE2
+// One pixel of a Weighted3x3 from columns xl, x and xr: the vector lanes' arithmetic.
+tagRGBA weighted_pixel(const tagRGBA* const* rows, int xl, int x, int xr, const kivfilter::Weighted3x3& k) {
+    tagRGBA o = rows[1][x];
+    const int col[3] = {xl, x, xr};
+    for (int c = 0; c < 3; ++c) {
+        int S = 0;
+        for (int q = 0; q < 9; ++q) S += k.w[q] * reinterpret_cast<const unsigned char*>(rows[q / 3] + col[q % 3])[c];
+        const int v = static_cast<int>(static_cast<float>(S) * k.mul / k.div) +
+                      (k.add_centre ? reinterpret_cast<const unsigned char*>(rows[1] + x)[c] : 0);
+        reinterpret_cast<unsigned char*>(&o)[c] = static_cast<unsigned char>(clamp255(v));
+    }
+    return o;
+}
+
+// Four pixels from x on: neighbour pairs interleaved in 16-bit lanes, so one multiply-add
+// gives two terms of a pixel's four channel sums.
+void weighted4(const tagRGBA* const* rows, int x, const kivfilter::Weighted3x3& k, const V* wp, tagRGBA* out) {
+    const V z = _mm_setzero_si128();
+    V p[9];
+    for (int q = 0; q < 9; ++q) p[q] = load(rows[q / 3] + x - 1 + q % 3);
+    V res[4];
+    for (int h = 0; h < 2; ++h) {
+        V n[10];
+        for (int q = 0; q < 9; ++q) n[q] = h ? _mm_unpackhi_epi8(p[q], z) : _mm_unpacklo_epi8(p[q], z);
+        n[9] = z;
+        for (int e = 0; e < 2; ++e) {  // the half's first and second pixel
+            V s = z;
+            for (int j = 0; j < 5; ++j) {
+                const V pair =
+                    e ? _mm_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
+                s = _mm_add_epi32(s, _mm_madd_epi16(pair, wp[j]));
+            }
+            __m128 f = _mm_cvtepi32_ps(s);
+            if (k.mul != 1.0f) f = _mm_mul_ps(f, _mm_set1_ps(k.mul));
+            V t = _mm_cvttps_epi32(_mm_div_ps(f, _mm_set1_ps(k.div)));
+            if (k.add_centre) t = _mm_add_epi32(t, e ? _mm_unpackhi_epi16(n[4], z) : _mm_unpacklo_epi16(n[4], z));
+            res[2 * h + e] = t;
+        }
+    }
+    V v = _mm_packus_epi16(_mm_packs_epi32(res[0], res[1]), _mm_packs_epi32(res[2], res[3]));
+    v = choose(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
+    _mm_storeu_si128(reinterpret_cast<V*>(out + x), v);
+}
+
+int weighted_row_sse2(const tagRGBA* const* rows, int x0, int x1, const kivfilter::Weighted3x3& k, tagRGBA* out) {
+    if (x1 - x0 < 4) return x0;
+    V wp[5];
+    for (int j = 0; j < 5; ++j) {
+        const int lo = static_cast<unsigned short>(k.w[2 * j]),
+                  hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0;
+        wp[j] = _mm_set1_epi32(static_cast<int>(static_cast<unsigned>(lo) | static_cast<unsigned>(hi) << 16));
+    }
+    // The last four end at x1, overlapping the ones before (the same values again); one
+    // call site, so the kernel is inlined.
+    for (int x = x0;; x += 4) {
+        x = x < x1 - 4 ? x : x1 - 4;
+        weighted4(rows, x, k, wp, out);
+        if (x == x1 - 4) break;
+    }
+    return x1;
+}
+#endif
+
 template <unsigned Mode>
 void run_mode(kiv* img, const kivfilter::Area& a) {
 #if KIV_HAVE_SSE2
@@ -315,6 +379,30 @@ void run_mode(kiv* img, const kivfilter::Area& a) {
 }
 
 }  // namespace
+
+bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
+#if KIV_HAVE_SSE2
+    if (force_scalar()) return false;
+    run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [&](unsigned char*) {
+        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
+            int e;
+#  if KIV_HAVE_AVX2
+            if (kivcore::use_avx2())
+                e = weighted_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), 1, w - 1, &k,
+                                      reinterpret_cast<unsigned char*>(out));
+            else
+#  endif
+                e = weighted_row_sse2(rows, 1, w - 1, k, out);
+            out[0] = weighted_pixel(rows, 0, 0, w > 1 ? 1 : 0, k);
+            for (int i = std::max(e, 1); i < w; ++i) out[i] = weighted_pixel(rows, i - 1, i, i + 1 < w ? i + 1 : i, k);
+        };
+    });
+    return true;
+#else
+    (void)img, (void)a, (void)k;
+    return false;
+#endif
+}
 
 int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
     using namespace kivfilter;
@@ -350,6 +438,25 @@ int kiv::filter_custom3x3(tagRECT* rect, int* kernel, int divisor) {
     std::uint32_t k[9];
     for (int i = 0; i < 9; ++i) k[i] = static_cast<std::uint32_t>(kernel[i]);
     const long long div = divisor == 0 ? 1 : divisor;
+    // The vector kernels take kernels whose sums stay below 2^24 in magnitude: then no sum
+    // wraps, and a divisor of 2^24 or more gives 0 everywhere, as zero weights over 1 do. A
+    // negative divisor divides the negated sum by its magnitude.
+    long long pos = 0, neg = 0;
+    bool small = true;
+    for (int i = 0; i < 9; ++i) {
+        small = small && kernel[i] >= -32767 && kernel[i] <= 32767;
+        (kernel[i] > 0 ? pos : neg) += kernel[i] > 0 ? kernel[i] : -static_cast<long long>(kernel[i]);
+    }
+    if (small && 255 * std::max(pos, neg) < (1 << 24)) {
+        const long long mag = div < 0 ? -div : div;
+        const bool zero = mag >= (1 << 24);
+        Weighted3x3 wk{};
+        for (int i = 0; i < 9; ++i) wk.w[i] = static_cast<short>(zero ? 0 : (div < 0 ? -kernel[i] : kernel[i]));
+        wk.add_centre = 0;
+        wk.mul = 1.0f;
+        wk.div = zero ? 1.0f : static_cast<float>(mag);
+        if (weighted_3x3(this, a, wk)) return 1;
+    }
     run_3x3(this, a, [&](const Rows3& r, int w, unsigned char* const* out) {
         for (int c = 0; c < 3; ++c) {
             const Nb n{r.row[0][c], r.row[1][c], r.row[2][c]};

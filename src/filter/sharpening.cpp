@@ -2,12 +2,17 @@
 #include <cmath>
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "core/color_models.h"
 #include "core/parallel.h"
 #include "filter/filter.h"
+#include "filter/kernel3x3_avx2.h"
+#include "filter/sharpening_avx2.h"
+
+#if KIV_HAVE_SSE2
+#  include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -39,13 +44,102 @@ std::vector<unsigned char> unsharp_table(int amount, int threshold) {
     return t;
 }
 
-inline int lightness(const tagRGBA& p) { return kivcore::rgb_to_hls(p.r, p.g, p.b).l; }
+// Lightness (max + min) / 2 of n pixels: the HLS model's lightness without its hue and
+// saturation.
+void lightness_row(const tagRGBA* p, int n, unsigned char* out) {
+    int i = 0;
+#if KIV_HAVE_SSE2
+    if (!force_scalar()) {
+        // Byte maxima and minima of each pixel's three channels land in its low byte; the
+        // rounded-up average less the odd bit is the floor of the mean.
+        const __m128i low = _mm_set1_epi32(0xFF);
+        for (; i + 16 <= n; i += 16) {
+            __m128i l[4];
+            for (int q = 0; q < 4; ++q) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i + 4 * q));
+                const __m128i g = _mm_srli_epi32(v, 8), b = _mm_srli_epi32(v, 16);
+                const __m128i mx = _mm_max_epu8(_mm_max_epu8(v, g), b), mn = _mm_min_epu8(_mm_min_epu8(v, g), b);
+                const __m128i odd = _mm_and_si128(_mm_xor_si128(mx, mn), _mm_set1_epi8(1));
+                l[q] = _mm_and_si128(_mm_sub_epi8(_mm_avg_epu8(mx, mn), odd), low);
+            }
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
+                             _mm_packus_epi16(_mm_packs_epi32(l[0], l[1]), _mm_packs_epi32(l[2], l[3])));
+        }
+    }
+#endif
+    for (; i < n; ++i) {
+        const int mx = std::max(std::max(p[i].r, p[i].g), p[i].b), mn = std::min(std::min(p[i].r, p[i].g), p[i].b);
+        out[i] = static_cast<unsigned char>((mx + mn) >> 1);
+    }
+}
 
 inline void add_to_rgb(tagRGBA& p, int delta) {
     p.r = static_cast<BYTE>(clamp255(p.r + delta));
     p.g = static_cast<BYTE>(clamp255(p.g + delta));
     p.b = static_cast<BYTE>(clamp255(p.b + delta));
 }
+
+// unsharp_mask2's step for n pixels: the change t[L * 256 + B] - L of the lightness L
+// (blurred B) added to red, green and blue, clamped.
+void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b, int n, const unsigned char* t) {
+    int i = 0;
+#if KIV_HAVE_SSE2
+    if (!force_scalar()) {
+        // A change d as a saturating add of max(d, 0) and subtract of max(-d, 0) on the
+        // colour bytes; alpha gets 0 of each.
+        auto spread = [](__m128i v) {
+            return _mm_or_si128(_mm_or_si128(v, _mm_slli_epi32(v, 8)), _mm_slli_epi32(v, 16));
+        };
+        for (; i + 4 <= n; i += 4) {
+            int d[4];
+            for (int k = 0; k < 4; ++k) d[k] = t[static_cast<std::size_t>(l[i + k]) * 256 + b[i + k]] - l[i + k];
+            const __m128i v = _mm_setr_epi32(d[0], d[1], d[2], d[3]), z = _mm_setzero_si128();
+            const __m128i up = spread(_mm_max_epi16(v, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, v), z));
+            __m128i* q = reinterpret_cast<__m128i*>(o + i);
+            _mm_storeu_si128(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadu_si128(q), up), down));
+        }
+    }
+#endif
+    for (; i < n; ++i) add_to_rgb(o[i], t[static_cast<std::size_t>(l[i]) * 256 + b[i]] - l[i]);
+}
+
+#if KIV_HAVE_SSE2
+// Box sums (below 2^52, non-negative) as doubles: the integer in a double's mantissa.
+inline __m128d box_sums(const long long* p, int lo, int hi) {
+    const __m128i d = _mm_sub_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + hi)),
+                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + lo)));
+    const __m128d two52 = _mm_set1_pd(4503599627370496.0);
+    return _mm_sub_pd(_mm_castsi128_pd(_mm_or_si128(d, _mm_castpd_si128(two52))), two52);
+}
+
+// enhance_span_avx2 with two pixels to a register: each lane the scalar sequence; the
+// ternaries' clamps as max and min, which pick the same operand.
+int enhance_span_sse2(const EnhanceRow& e, int x0, int x1, tagRGBA* out) {
+    const __m128d area = _mm_set1_pd(e.area), gs = _mm_set1_pd(e.gain_scale), zero = _mm_setzero_pd();
+    const __m128d one = _mm_set1_pd(1.0), three = _mm_set1_pd(3.0), forty = _mm_set1_pd(40.0);
+    const __m128d half = _mm_set1_pd(0.5), top = _mm_set1_pd(255.0);
+    const int r = e.radius;
+    int i = x0;
+    for (; i + 2 <= x1; i += 2) {
+        const __m128d mean = _mm_div_pd(box_sums(e.p1, i - r, i + r + 1), area);
+        const __m128d var = _mm_sub_pd(_mm_div_pd(box_sums(e.p2, i - r, i + r + 1), area), _mm_mul_pd(mean, mean));
+        const __m128d sd = _mm_sqrt_pd(_mm_max_pd(var, zero));
+        const __m128d g = _mm_min_pd(_mm_max_pd(_mm_div_pd(forty, _mm_add_pd(sd, one)), one), three);
+        const __m128d gain = _mm_add_pd(one, _mm_mul_pd(gs, _mm_sub_pd(g, one)));
+        const __m128i l32 = _mm_setr_epi32(e.l[i], e.l[i + 1], 0, 0);
+        const __m128d v = _mm_add_pd(_mm_add_pd(mean, _mm_mul_pd(_mm_sub_pd(_mm_cvtepi32_pd(l32), mean), gain)), half);
+        const __m128i d = _mm_sub_epi32(_mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, zero), top)), l32);
+        const __m128i z = _mm_setzero_si128();
+        auto spread = [](__m128i x) {
+            return _mm_or_si128(_mm_or_si128(x, _mm_slli_epi32(x, 8)), _mm_slli_epi32(x, 16));
+        };
+        const __m128i up = spread(_mm_max_epi16(d, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, d), z));
+        __m128i* q = reinterpret_cast<__m128i*>(out + i);
+        _mm_storel_epi64(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadl_epi64(q), up), down));
+    }
+    return i;
+}
+#endif
 
 }  // namespace
 
@@ -54,6 +148,9 @@ int kiv::sharpen2(tagRECT* rect, int strength) {
     if (!normalise(this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
     raise_depth_24(this);
     if (strength == 0) return 1;
+    // |S * strength| <= 2040 * 1000 < 2^24: the vector kernels' float quotient is exact.
+    const Weighted3x3 k{{-1, -1, -1, -1, 8, -1, -1, -1, -1}, 1, static_cast<float>(strength), 800.0f};
+    if (weighted_3x3(this, a, k)) return 1;
     run_3x3(this, a, [&](const Rows3& r, int w, unsigned char* const* out) {
         for (int c = 0; c < 3; ++c) {
             const unsigned char *t = r.row[0][c], *m = r.row[1][c], *b = r.row[2][c];
@@ -75,15 +172,16 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     const std::size_t W = static_cast<std::size_t>(m_width);
     // The blur reads the image in place; every channel it writes is written before it is
     // read, so the buffer needs no clearing.
-    std::unique_ptr<tagRGBA[]> blurred(new tagRGBA[static_cast<std::size_t>(w) * static_cast<std::size_t>(h)]);
+    const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * sizeof(tagRGBA));
+    tagRGBA* const blurred = block.as<tagRGBA>();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     LineProgress progress(this, static_cast<long long>(w) + h);
-    iir_blur_block(row_ptr(this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred.get(), w, w, h, radius, radius,
+    iir_blur_block(row_ptr(this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
                    &progress);
     progress.term();
     kivcore::parallel_for(0, h, [&](int j) {
         tagRGBA* o = row_ptr(this, a.top + j) + a.left;
-        const tagRGBA* b = blurred.get() + static_cast<std::size_t>(j) * w;
+        const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
         const unsigned char* t = lut.data();
         for (int i = 0; i < w; ++i) {
             o[i].r = t[o[i].r * 256 + b[i].r];
@@ -99,28 +197,19 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
     if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
     raise_depth_24(this);
     const int w = a.w(), h = a.h();
-    // Lightness as a grey image, blurred like the colour channels of unsharp_mask.
-    std::vector<tagRGBA> light(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
-    kivcore::parallel_for(0, h, [&](int j) {
-        const std::size_t at = static_cast<std::size_t>(j) * w;
-        const tagRGBA* src = row_ptr(this, a.top + j) + a.left;
-        for (int i = 0; i < w; ++i) {
-            const BYTE l = static_cast<BYTE>(lightness(src[i]));
-            light[at + i] = tagRGBA{l, l, l, 0};
-        }
-    });
-    std::vector<tagRGBA> blurred(light.size());
+    const std::size_t sw = static_cast<std::size_t>(w), n = sw * static_cast<std::size_t>(h);
+    // Lightness as a plane of bytes, blurred like the colour channels of unsharp_mask; both
+    // planes are written whole before they are read.
+    const UnzeroedBlock block(2 * n);
+    unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
+    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, light + j * sw); });
     LineProgress progress(this, static_cast<long long>(w) + h);
-    iir_blur_block(light.data(), w, blurred.data(), w, w, h, radius, radius, &progress);
+    iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
     progress.term();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     kivcore::parallel_for(0, h, [&](int j) {
         tagRGBA* o = row_ptr(this, a.top + j) + a.left;
-        const std::size_t at = static_cast<std::size_t>(j) * w;
-        for (int i = 0; i < w; ++i) {
-            const int L = light[at + i].r;
-            add_to_rgb(o[i], lut[static_cast<std::size_t>(L) * 256 + blurred[at + i].r] - L);
-        }
+        add_changes_row(o, light + j * sw, blurred + j * sw, w, lut.data());
     });
     return 1;
 }
@@ -132,41 +221,74 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     raise_depth_24(this);
     if (amount == 0) return 1;
     const int w = a.w(), h = a.h();
-    const std::size_t iw = static_cast<std::size_t>(w) + 1;
-    // Summed-area tables of lightness and its square over the rectangle (exact integers).
-    std::vector<std::int64_t> s1(iw * (static_cast<std::size_t>(h) + 1)), s2(s1.size());
-    std::vector<unsigned char> L(static_cast<std::size_t>(w) * h);
-    for (int j = 0; j < h; ++j) {
-        const tagRGBA* row = row_ptr(this, a.top + j) + a.left;
-        std::int64_t r1 = 0, r2 = 0;
-        for (int i = 0; i < w; ++i) {
-            const int l = lightness(row[i]);
-            L[static_cast<std::size_t>(j) * w + i] = static_cast<unsigned char>(l);
-            r1 += l;
-            r2 += l * l;
-            s1[(j + 1) * iw + i + 1] = s1[j * iw + i + 1] + r1;
-            s2[(j + 1) * iw + i + 1] = s2[j * iw + i + 1] + r2;
-        }
-    }
+    const std::size_t sw = static_cast<std::size_t>(w);
+    // Lightness of every pixel first: the pass below changes the pixels it reads it from.
+    const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
+    const unsigned char* const L = block.as<unsigned char>();
+    kivcore::parallel_for(
+        0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
-    kivcore::parallel_for(0, h, [&](int j) {
-        const int j0 = std::max(0, j - radius), j1 = std::min(h, j + radius + 1);
-        tagRGBA* o = row_ptr(this, a.top + j) + a.left;
-        for (int i = 0; i < w; ++i) {
-            const int i0 = std::max(0, i - radius), i1 = std::min(w, i + radius + 1);
-            const double n = static_cast<double>(j1 - j0) * (i1 - i0);
-            auto box = [&](const std::vector<std::int64_t>& s) {
-                return static_cast<double>(s[j1 * iw + i1] - s[j0 * iw + i1] - s[j1 * iw + i0] + s[j0 * iw + i0]);
+    // Box sums are exact integers, so any order gives the same values: per band of rows,
+    // column sums over the box's rows slide down one row at a time (a column of 2001
+    // squares stays below 2^31), and prefix sums along the row give each box.
+    const int threads = kivcore::parallel_threads();
+    const int nb = std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads));
+    kivcore::parallel_for(0, nb, [&](int k) {
+        const int jb = static_cast<int>(static_cast<long long>(h) * k / nb),
+                  je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);
+        std::vector<std::int32_t> c1(sw), c2(sw);
+        std::vector<long long> p1(sw + 1), p2(sw + 1);
+        auto add_row = [&](int j, int sign) {
+            const unsigned char* l = L + j * sw;
+            for (std::size_t i = 0; i < sw; ++i) {
+                c1[i] += sign * l[i];
+                c2[i] += sign * (l[i] * l[i]);
+            }
+        };
+        int j0 = std::max(0, jb - radius), j1 = std::min(h, jb + radius + 1);
+        for (int j = j0; j < j1; ++j) add_row(j, 1);
+        for (int j = jb; j < je; ++j) {
+            if (j > jb) {
+                const int n0 = std::max(0, j - radius), n1 = std::min(h, j + radius + 1);
+                if (n0 > j0) add_row(j0, -1);
+                if (n1 > j1) add_row(j1, 1);
+                j0 = n0;
+                j1 = n1;
+            }
+            for (std::size_t i = 0; i < sw; ++i) {
+                p1[i + 1] = p1[i] + c1[i];
+                p2[i + 1] = p2[i] + c2[i];
+            }
+            const unsigned char* l = L + j * sw;
+            tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+            auto one = [&](int i) {
+                const int i0 = std::max(0, i - radius), i1 = std::min(w, i + radius + 1);
+                const double n = static_cast<double>(j1 - j0) * (i1 - i0);
+                const double mean = static_cast<double>(p1[i1] - p1[i0]) / n;
+                const double var = static_cast<double>(p2[i1] - p2[i0]) / n - mean * mean;
+                const double sd = std::sqrt(var > 0.0 ? var : 0.0);
+                double g = 40.0 / (sd + 1.0);  // flat areas get the most gain
+                g = g < 1.0 ? 1.0 : (g > 3.0 ? 3.0 : g);
+                const double gain = 1.0 + gain_scale * (g - 1.0);
+                const int nl = clamp_trunc_byte(mean + (l[i] - mean) * gain + 0.5);
+                add_to_rgb(o[i], nl - l[i]);
             };
-            const double mean = box(s1) / n;
-            const double var = box(s2) / n - mean * mean;
-            const double sd = std::sqrt(var > 0.0 ? var : 0.0);
-            double g = 40.0 / (sd + 1.0);  // flat areas get the most gain
-            g = g < 1.0 ? 1.0 : (g > 3.0 ? 3.0 : g);
-            const double gain = 1.0 + gain_scale * (g - 1.0);
-            const int l = L[static_cast<std::size_t>(j) * w + i];
-            const int nl = clamp_trunc_byte(mean + (l - mean) * gain + 0.5);
-            add_to_rgb(o[i], nl - l);
+            // The vector steps take the pixels whose boxes lie whole inside the row.
+            const int x0 = std::min(w, radius);
+            int i = 0;
+            for (; i < x0; ++i) one(i);
+#if KIV_HAVE_SSE2
+            if (!force_scalar()) {
+                const int x1 = std::max(x0, w - radius);
+                const EnhanceRow er{p1.data(),  p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1),
+                                    gain_scale, radius};
+#  if KIV_HAVE_AVX2
+                if (kivcore::use_avx2()) i = enhance_span_avx2(&er, i, x1, reinterpret_cast<unsigned char*>(o));
+#  endif
+                i = enhance_span_sse2(er, i, x1, o);
+            }
+#endif
+            for (; i < w; ++i) one(i);
         }
     });
     return 1;

@@ -2,14 +2,17 @@
 // reference, the C library over many arguments (1 ulp at most), special values, exact cases.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "core/kmath.h"
+#include "core/simd.h"
 
 namespace km = kivcore::kmath;
 
@@ -228,6 +231,39 @@ TEST(KMath, SpecialValuesAndExactCases) {
     for (double x : {0.5, 3.0, 1e5, 1e200}) {
         EXPECT_EQ(km::sin(-x), -km::sin(x)) << x;
         EXPECT_EQ(km::cos(-x), km::cos(x)) << x;
+    }
+    // sincos: both values of sin and cos to the bit, across their small-argument cut-offs.
+    std::mt19937_64 gen(77);
+    for (int i = 0; i < 20000; ++i) {
+        const double x = std::ldexp(static_cast<double>(gen() >> 11) * 0x1p-53, static_cast<int>(gen() % 90) - 40) *
+                         ((gen() & 1) ? -1.0 : 1.0);
+        double s, c;
+        km::sincos(x, &s, &c);
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(s), std::bit_cast<std::uint64_t>(km::sin(x))) << std::hexfloat << x;
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(c), std::bit_cast<std::uint64_t>(km::cos(x))) << std::hexfloat << x;
+    }
+    // sincos_many, four at a time on AVX2 and one by one without: the same bits, across the
+    // vector kernel's limits (small arguments, the reduction's threshold, NaN).
+    std::vector<double> xs;
+    for (int i = 0; i < 40000; ++i) xs.push_back((static_cast<double>(gen() >> 11) * 0x1p-53 - 0.5) * 2.0);
+    for (double v : {0x1.921fb54442d18p-1, 0x1.921fb54442d19p-1, -0x1.921fb54442d18p-1, 0x1p-26, -0x1p-26,
+                     0x1.fffffffffffffp-27, 0.0, kNaN, 3.0, 1e-300})
+        xs.insert(xs.begin() + static_cast<std::ptrdiff_t>(gen() % xs.size()), v);
+    for (bool avx2 : {true, false}) {
+        kivcore::allow_avx2(avx2);
+        std::vector<double> s(xs.size()), c(xs.size());
+        km::sincos_many(xs.data(), s.data(), c.data(), static_cast<int>(xs.size()));
+        for (std::size_t i = 0; i < xs.size(); ++i) {
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(s[i]), std::bit_cast<std::uint64_t>(km::sin(xs[i]))) << std::hexfloat << xs[i];
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(c[i]), std::bit_cast<std::uint64_t>(km::cos(xs[i]))) << std::hexfloat << xs[i];
+        }
+    }
+    kivcore::allow_avx2(true);
+    for (double x : {0x1p-26, 0x1.fffffffffffffp-27, 0x1p-27, 0x1.fffffffffffffp-28, -0x1p-26, 0.0, -0.0, kNaN, kInf}) {
+        double s, c;
+        km::sincos(x, &s, &c);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(s), std::bit_cast<std::uint64_t>(km::sin(x))) << std::hexfloat << x;
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(c), std::bit_cast<std::uint64_t>(km::cos(x))) << std::hexfloat << x;
     }
     // pow: the C99 special cases
     EXPECT_EQ(km::pow(kNaN, 0.0), 1.0);

@@ -322,7 +322,7 @@ TEST(FilterGaussFamily, SingleThreadGivesTheSameBytes) {
 // Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,
 // on the vector and the portable paths and on one to three threads; the integer Gaussian
 // likewise across its bands, column strips and row tails, the selective Gaussian across its
-// 256-line batches and strips.
+// 64-pixel blocks and their tails.
 TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
     struct Big {
         int w, h;
@@ -365,11 +365,15 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
                     EXPECT_TRUE(images_equal(rle, *rle_want[slot]))
                         << "rle " << b.w << "x" << b.h << " sigma " << sigma << " path " << path << " threads " << threads;
                 }
-                if (path != 0 || threads != 2 || b.h >= 1000) continue;  // the selective one has no other paths
+                if (b.h >= 1000) continue;
+                // Blocks of 64 pixels with tails of every parity, columns outside the image.
+                const double radius = threads == 2 ? 3.5 : 2.0;
+                const int threshold = threads == 3 ? 0 : 60;
                 kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
-                ASSERT_EQ(sel.blur_gauss_sel(rp, 2.0, 60), 1);
-                ref_sel(sel_want, rp, 2.0, 60);
-                EXPECT_TRUE(images_equal(sel, sel_want)) << "sel " << b.w << "x" << b.h << " threads " << threads;
+                ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);
+                ref_sel(sel_want, rp, radius, threshold);
+                EXPECT_TRUE(images_equal(sel, sel_want))
+                    << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
             }
         }
     kivfilter::set_force_scalar(false);
@@ -437,4 +441,32 @@ TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
                 ref_unsharp(want, rect_of(c), row.radius, row.amount, row.threshold, grey != 0);
                 EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
             }
+}
+
+// The members' own passes (the lightness plane, twelve lines a kernel run) across sweeps,
+// batches and threads, on every path.
+TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
+    struct Big {
+        int w, h;
+        tagRECT r;
+    };
+    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}}, {45, 291, {2, -4, 40, 280}}, {300, 262, {0, 0, 300, 262}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(path == 2);
+            kivcore::allow_avx2(path == 0);
+            kiv::setthreads(threads);
+            for (const Big& b : bigs)
+                for (int grey = 0; grey < 2; ++grey) {
+                    tagRECT r = b.r;
+                    kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), want(got);
+                    ASSERT_EQ(grey ? got.unsharp_mask2(&r, 2.5, 170, 2) : got.unsharp_mask(&r, 2.5, 170, 2), 1);
+                    ref_unsharp(want, &r, 2.5, 170, 2, grey != 0);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
+                }
+        }
+    kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
+    kiv::setthreads(0);
 }

@@ -48,8 +48,9 @@ void ref_3x3(kiv& img, tagRECT* rect, unsigned mode, const int* custom = nullptr
                 };
                 int v = 0;
                 const int O = nb[4], Sh = clamp8(S(K[3]) / 10), Bl = clamp8(S(K[4]) / 100), d = std::abs(O - Sh);
-                std::vector<int> sorted(nb, nb + 9);
-                std::sort(sorted.begin(), sorted.end());
+                int sorted[9];
+                std::copy(nb, nb + 9, sorted);
+                if (!custom && (mode == 1 || mode == 7 || mode == 8)) std::sort(sorted, sorted + 9);
                 if (custom) {
                     v = static_cast<int>(std::clamp<long long>(static_cast<long long>(S(custom)) / divisor, 0, 255));
                 } else {
@@ -303,6 +304,87 @@ TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
     EXPECT_TRUE(images_equal(img, orig));
 }
 
+namespace {
+
+// sharpen2 as documented: O + (8 O - the other eight) * strength / 800, clamped, border
+// repeated outward.
+void ref_sharpen2(kiv& img, tagRECT* rect, int strength) {
+    const int k[9] = {-1, -1, -1, -1, 8, -1, -1, -1, -1};
+    kiv src(img);
+    tagRECT r;
+    img.validaterect(rect, &r);
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x)
+            for (int c = 0; c < 3; ++c) {
+                int S = 0;
+                for (int q = 0; q < 9; ++q) {
+                    const int nx = std::clamp(x + q % 3 - 1, int(r.left), int(r.right) - 1);
+                    const int ny = std::clamp(y + q / 3 - 1, int(r.top), int(r.bottom) - 1);
+                    S += k[q] * reinterpret_cast<const BYTE*>(&src.m_pixels[ny * img.m_width + nx])[c];
+                }
+                BYTE& o = reinterpret_cast<BYTE*>(&img.m_pixels[y * img.m_width + x])[c];
+                o = BYTE(clamp8(o + S * strength / 800));
+            }
+    img.m_bits = std::max(img.m_bits, 24);
+}
+
+}  // namespace
+
+// The vector kernels divide in float: kernels whose sums reach 2^24 - 1, divisors up to
+// 2^24 and beyond, negative ones; the rest goes the 64-bit way.
+TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}}, {12, 27, {0, 1, 7, 26}},
+                            {14, 25, {3, -1, 12, 25}}, {21, 19, {0, 0, 21, 19}}};
+    const struct {
+        int k[9];
+        std::vector<int> divisors;
+    } kernels[] = {
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, {16, 0, -3}},
+        {{-1, -1, -1, -1, 18, -1, -1, -1, -1}, {10, 1, 7}},
+        {{32767, 32767, 259, 0, 0, 0, 0, 0, -65}, {1, 3, 65536, 16777215, 16777216, -5, INT_MIN}},
+        {{-32767, -259, 0, 0, 5, 0, 0, 0, -32767}, {-1, -16777215, 255, 0}},
+        {{32767, 32767, 260, 0, 0, 0, 0, 0, -1}, {1, 9}},  // sums reach 2^24: the 64-bit way
+        {{-32768, 1, 1, 1, 1, 1, 1, 1, 1}, {-2}},
+    };
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes) {
+                const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
+                for (const auto& kr : kernels)
+                    for (int div : kr.divisors) {
+                        tagRECT r = sh.r;
+                        int k[9];
+                        std::copy(kr.k, kr.k + 9, k);
+                        kiv got = random_image(sh.w, sh.h, 24, seed + static_cast<std::uint64_t>(div)), want(got);
+                        ASSERT_EQ(got.filter_custom3x3(&r, k, div), 1);
+                        ref_3x3(want, &r, 0, kr.k, div == 0 ? 1 : div);
+                        EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " kernel " << kr.k[0] << " divisor "
+                                                             << div << " path " << path << " threads " << threads;
+                    }
+                for (int strength : {1, 150, 799, 1000}) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, seed * 3 + static_cast<std::uint64_t>(strength)), want(got);
+                    ASSERT_EQ(got.sharpen2(&r, strength), 1);
+                    ref_sharpen2(want, &r, strength);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
+                }
+            }
+        }
+    restore_paths();
+    // sharpen2's whole range: the float quotient truncates as the integer one.
+    for (int strength = 1; strength <= 1000; ++strength)
+        for (int S = -2040; S <= 2040; ++S)
+            ASSERT_EQ(static_cast<int>(static_cast<float>(S) * static_cast<float>(strength) / 800.0f), S * strength / 800)
+                << S << " " << strength;
+}
+
 TEST(FilterEdge, RoundedSquareRoot) {
     const unsigned small[13] = {0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3};
     for (unsigned n = 0; n <= 12; ++n) EXPECT_EQ(kivfilter::isqrt_rounded(n), small[n]);
@@ -394,6 +476,35 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
+    // Band boundaries at one to three threads on every path, rows with and without a tail or
+    // too short for a vector, margins from outside the rectangle; lights from every side and
+    // from below, depths that give flat shades of 0 and Nz = 0.
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
+                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
+                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+    const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes)
+                for (const tagKIV_EMBOSS& p : lights) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h)), want(got);
+                    // Few heights, so flat neighbourhoods and small gradients are common.
+                    for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0xC1;
+                    tagKIV_EMBOSS q = p;
+                    ASSERT_EQ(got.emboss(&r, &q), 1);
+                    ref_emboss(want, &r, p);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
+                }
+        }
+    restore_paths();
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));

@@ -1,9 +1,15 @@
 // Sharpening and motion blurs: neutral parameters, flat images, rectangle bounds, refusals,
 // and hand-checked values for the simple cases.
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <vector>
 
+#include "core/color_models.h"
+#include "core/kmath.h"
+#include "core/simd.h"
+#include "filter/filter.h"
 #include "filter_test_util.h"
 
 using namespace kivtest;
@@ -134,4 +140,283 @@ TEST(FilterSharpenMotion, RefusalsLeaveTheImage) {
     EXPECT_EQ(empty.filter_3x3(nullptr, 0) + empty.edge(nullptr, 1) + empty.emboss(nullptr, nullptr) +
                   empty.raise_edge(nullptr, 1) + empty.filter_sharpen(nullptr, 3),
               0);
+}
+
+namespace {
+
+// enhance written out per pixel: the box summed directly, lightness from the HLS model.
+void ref_enhance(kiv& img, tagRECT* rect, int radius, int amount) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    const int w = r.right - r.left, h = r.bottom - r.top;
+    std::vector<int> L(static_cast<std::size_t>(w) * h);
+    for (int j = 0; j < h; ++j)
+        for (int i = 0; i < w; ++i) {
+            const tagRGBA p = px(img, r.left + i, r.top + j);
+            L[j * w + i] = kivcore::rgb_to_hls(p.r, p.g, p.b).l;
+        }
+    for (int j = 0; j < h; ++j)
+        for (int i = 0; i < w; ++i) {
+            long long s1 = 0, s2 = 0, n = 0;
+            for (int y = std::max(0, j - radius); y < std::min(h, j + radius + 1); ++y)
+                for (int x = std::max(0, i - radius); x < std::min(w, i + radius + 1); ++x, ++n) {
+                    s1 += L[y * w + x];
+                    s2 += L[y * w + x] * L[y * w + x];
+                }
+            const double mean = double(s1) / double(n), var = double(s2) / double(n) - mean * mean;
+            const double sd = std::sqrt(var > 0.0 ? var : 0.0);
+            const double g = std::clamp(40.0 / (sd + 1.0), 1.0, 3.0);
+            const double gain = 1.0 + amount / 100.0 * (g - 1.0);
+            const double v = mean + (L[j * w + i] - mean) * gain + 0.5;
+            const int nl = !(v >= 0.0) ? 0 : (v > 255.0 ? 255 : int(v));
+            tagRGBA& o = img.m_pixels[static_cast<std::size_t>(r.top + j) * img.m_width + r.left + i];
+            for (BYTE* c : {&o.r, &o.g, &o.b}) *c = BYTE(std::clamp(*c + nl - L[j * w + i], 0, 255));
+        }
+    img.m_bits = std::max(img.m_bits, 24);
+}
+
+}  // namespace
+
+// Bands of rows at one to three threads on every path, boxes clipped on every side and
+// larger than the rectangle.
+TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {33, 5, {0, 0, 33, 5}}};
+    for (int path = 0; path < 3; ++path)
+    for (int threads = 1; threads <= 3; ++threads) {
+        kiv::setthreads(threads);
+        kivfilter::set_force_scalar(path == 2);
+        kivcore::allow_avx2(path == 0);
+        for (const Shape& sh : shapes)
+            for (int radius : {1, 3, 17, 1000})
+                for (int amount : {100, 37}) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, radius == 3 ? 8 : 24, static_cast<std::uint64_t>(sh.w + radius + threads));
+                    // Runs of equal pixels, so that low deviations (the high gains) occur too.
+                    for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i] = got.m_pixels[i - i % 4];
+                    kiv want(got);
+                    ASSERT_EQ(got.enhance(&r, radius, amount), 1);
+                    ref_enhance(want, &r, radius, amount);
+                    EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " radius " << radius << " amount " << amount
+                                                         << " path " << path << " threads " << threads;
+                }
+    }
+    kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
+    kiv::setthreads(0);
+}
+
+namespace {
+
+// The motion and streak blurs written out per pixel from their documented rules: nearest
+// samples with coordinates clamped to the image, rounded means, sample positions as
+// floor(v + 0.5) of the double positions.
+long long ref_round(double v) { return static_cast<long long>(std::floor(v + 0.5)); }
+
+tagRGBA ref_sample(const kiv& src, long long x, long long y) {
+    x = std::clamp<long long>(x, 0, src.m_width - 1);
+    y = std::clamp<long long>(y, 0, src.m_height - 1);
+    return src.m_pixels[static_cast<std::size_t>(y) * src.m_width + static_cast<std::size_t>(x)];
+}
+
+struct RefMean {
+    int s[3] = {0, 0, 0}, n = 0;
+    void add(const tagRGBA& p) {
+        s[0] += p.r, s[1] += p.g, s[2] += p.b;
+        ++n;
+    }
+    tagRGBA result(BYTE a) const {
+        return tagRGBA{BYTE((s[0] + n / 2) / n), BYTE((s[1] + n / 2) / n), BYTE((s[2] + n / 2) / n), a};
+    }
+};
+
+// Runs f(src, x, y) over the rectangle with every sample from the unchanged image.
+template <class F>
+void ref_per_pixel(kiv& img, tagRECT* rect, F f) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    kiv src(img);
+    for (int y = r.top; y < r.bottom; ++y)
+        for (int x = r.left; x < r.right; ++x) img.m_pixels[static_cast<std::size_t>(y) * img.m_width + x] = f(src, x, y);
+    img.m_bits = std::max(img.m_bits, 24);
+}
+
+void ref_mblur_linear(kiv& img, tagRECT* rect, double angle, int distance) {
+    const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad), s = kivcore::kmath::sin(rad);
+    ref_per_pixel(img, rect, [&](kiv& src, int x, int y) {
+        RefMean m;
+        for (int k = 0; k <= distance; ++k) {
+            const double t = k - distance / 2.0;
+            m.add(ref_sample(src, x + ref_round(t * c), y + ref_round(-t * s)));
+        }
+        return m.result(px(src, x, y).a);
+    });
+}
+
+double ref_farthest(kiv& img, tagRECT* rect, double cx, double cy) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    double best = 0.0;
+    for (double x : {double(r.left), double(r.right - 1)})
+        for (double y : {double(r.top), double(r.bottom - 1)}) best = std::max(best, std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy)));
+    return best;
+}
+
+void ref_mblur_radial(kiv& img, tagRECT* rect, int cx, int cy, double angle) {
+    const double span = angle * kivcore::kmath::kDegToRad;
+    const double want = std::ceil(ref_farthest(img, rect, cx, cy) * span) + 1.0;
+    const int n = want < 2.0 ? 2 : (want > 256 ? 256 : int(want));
+    std::vector<double> cs(n), sn(n);
+    for (int k = 0; k < n; ++k) {
+        const double t = span * (double(k) / (n - 1) - 0.5);
+        cs[k] = kivcore::kmath::cos(t);
+        sn[k] = kivcore::kmath::sin(t);
+    }
+    ref_per_pixel(img, rect, [&](kiv& src, int x, int y) {
+        const double ox = double(x) - cx, oy = double(y) - cy;
+        RefMean m;
+        for (int k = 0; k < n; ++k) m.add(ref_sample(src, cx + ref_round(ox * cs[k] - oy * sn[k]), cy + ref_round(ox * sn[k] + oy * cs[k])));
+        return m.result(px(src, x, y).a);
+    });
+}
+
+void ref_mblur_round(kiv& img, tagRECT* rect, int cx, int cy, int amount) {
+    ref_per_pixel(img, rect, [&](kiv& src, int x, int y) {
+        const double ox = double(x) - cx, oy = double(y) - cy, r = std::sqrt(ox * ox + oy * oy);
+        if (r < 0.5) return px(src, x, y);
+        const double span = std::min(amount / r, 6.283185307179586), step = span / amount;
+        const double c = kivcore::kmath::cos(step), s = kivcore::kmath::sin(step);
+        double vx = ox * kivcore::kmath::cos(-span / 2) - oy * kivcore::kmath::sin(-span / 2);
+        double vy = ox * kivcore::kmath::sin(-span / 2) + oy * kivcore::kmath::cos(-span / 2);
+        RefMean m;
+        for (int k = 0; k <= amount; ++k) {
+            m.add(ref_sample(src, cx + ref_round(vx), cy + ref_round(vy)));
+            const double nx = vx * c - vy * s;
+            vy = vx * s + vy * c;
+            vx = nx;
+        }
+        return m.result(px(src, x, y).a);
+    });
+}
+
+void ref_mblur_zoom(kiv& img, tagRECT* rect, int cx, int cy, int amount) {
+    const double reach = amount / 100.0;
+    ref_per_pixel(img, rect, [&](kiv& src, int x, int y) {
+        const double ox = double(x) - cx, oy = double(y) - cy;
+        const double want = std::ceil(std::sqrt(ox * ox + oy * oy) * reach) + 1.0;
+        const int n = want < 2.0 ? 2 : (want > 256 ? 256 : int(want));
+        RefMean m;
+        for (int k = 0; k < n; ++k) {
+            const double f = 1.0 - reach * k / (n - 1);
+            m.add(ref_sample(src, cx + ref_round(ox * f), cy + ref_round(oy * f)));
+        }
+        return m.result(px(src, x, y).a);
+    });
+}
+
+int ref_streak_length(int line, int strength) {
+    std::uint32_t v = static_cast<std::uint32_t>(line) * 0x9E3779B1u;
+    v ^= v >> 15;
+    v *= 0x85EBCA77u;
+    v ^= v >> 13;
+    const int half = strength / 2;
+    return std::max(1, half + static_cast<int>(v % static_cast<std::uint32_t>(strength - half + 1)));
+}
+
+// Wind (blast = false) or blast over the rectangle's lines; element 0 of a line is its
+// upwind end; only the rectangle is read.
+void ref_streak(kiv& img, tagRECT* rect, int direction, int strength, bool blast) {
+    tagRECT r;
+    img.validaterect(rect, &r);
+    kiv src(img);
+    const bool horizontal = direction < 2, reverse = direction == 1 || direction == 3;
+    const int w = r.right - r.left, h = r.bottom - r.top, lines = horizontal ? h : w, n = horizontal ? w : h;
+    for (int q = 0; q < lines; ++q) {
+        auto at = [&](int k) -> std::size_t {
+            const int p = reverse ? n - 1 - k : k;
+            const int x = r.left + (horizontal ? p : q), y = r.top + (horizontal ? q : p);
+            return static_cast<std::size_t>(y) * img.m_width + x;
+        };
+        const int len = ref_streak_length(q, strength), fade = std::max(1, 255 / len);
+        int t[3] = {0, 0, 0}, s[3] = {0, 0, 0};
+        for (int k = 0; k < n; ++k) {
+            const tagRGBA in = src.m_pixels[at(k)];
+            const int v[3] = {in.r, in.g, in.b};
+            int o[3];
+            for (int c = 0; c < 3; ++c) {
+                if (!blast) {
+                    t[c] = std::max(v[c], t[c] - fade);
+                    o[c] = t[c];
+                } else {
+                    s[c] += v[c];
+                    if (k >= len) s[c] -= reinterpret_cast<const BYTE*>(&src.m_pixels[at(k - len)])[c];
+                    const int cnt = std::min(k + 1, len);
+                    o[c] = std::max(v[c], (s[c] + cnt / 2) / cnt);
+                }
+            }
+            img.m_pixels[at(k)] = tagRGBA{BYTE(o[0]), BYTE(o[1]), BYTE(o[2]), in.a};
+        }
+    }
+    img.m_bits = std::max(img.m_bits, 24);
+}
+
+}  // namespace
+
+// Every member against its reference on odd sizes, rectangles partly outside (samples come
+// from outside them) and centres inside, on the edge of and far from the image, at one to
+// three threads and on every path.
+TEST(FilterSharpenMotion, MotionBlursMatchThePerPixelReferences) {
+    struct Shape {
+        int w, h;
+        tagRECT r;
+    };
+    const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {37, 5, {0, 0, 37, 5}}, {1, 1, {0, 0, 1, 1}}};
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            kivfilter::set_force_scalar(path == 2);
+            kivcore::allow_avx2(path == 0);
+            kiv::setthreads(threads);
+            for (const Shape& sh : shapes) {
+                const std::uint64_t seed = static_cast<std::uint64_t>(sh.w * 5 + threads + path);
+                const int centres[][2] = {{sh.w / 2, sh.h / 3}, {0, sh.h - 1}, {-70, 2 * sh.h + 9}};
+                auto check = [&](const char* what, auto run, auto ref) {
+                    tagRECT r = sh.r;
+                    kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
+                    ASSERT_EQ(run(got, &r), 1) << what;
+                    ref(want, &r);
+                    EXPECT_TRUE(images_equal(got, want))
+                        << what << " " << sh.w << "x" << sh.h << " path " << path << " threads " << threads;
+                };
+                for (double angle : {0.0, 33.0, 90.0, -147.5})
+                    for (int d : {1, 9, 40, 300}) {
+                        check("linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
+                              [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
+                    }
+                for (auto& c : centres) {
+                    for (double angle : {5.0, 40.0, 360.0})
+                        check("radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
+                              [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
+                    for (int amount : {1, 7, 60})
+                        check("round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
+                              [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
+                    for (int amount : {3, 60, 100})
+                        check("zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
+                              [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
+                }
+                for (int direction = 0; direction < 4; ++direction)
+                    for (int strength : {1, 12, 300})
+                        for (int blast = 0; blast < 2; ++blast)
+                            check(blast ? "blast" : "wind",
+                                  [&](kiv& i, tagRECT* r) {
+                                      return blast ? i.sblur_blast(r, direction, strength) : i.sblur_wind(r, direction, strength);
+                                  },
+                                  [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
+            }
+        }
+    kivfilter::set_force_scalar(false);
+    kivcore::allow_avx2(true);
+    kiv::setthreads(0);
 }
