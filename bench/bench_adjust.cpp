@@ -79,4 +79,4 @@ KIV_BENCH(BM_equalize);
 KIV_BENCH(BM_normalize);
 KIV_BENCH(BM_autocontrast);
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

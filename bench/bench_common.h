@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -74,5 +75,17 @@ void run_on_photo_copy(benchmark::State& state, int size, F f) {
 }
 
 }  // namespace kivbench
+
+// The main of every benchmark program. KIV_BENCH_THREADS=N caps the library's threads
+// (default: all cores).
+#define KIV_BENCH_MAIN()                                                                         \
+    int main(int argc, char** argv) {                                                            \
+        if (const char* t = std::getenv("KIV_BENCH_THREADS")) kiv::setthreads(std::atoi(t));     \
+        benchmark::Initialize(&argc, argv);                                                      \
+        if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;                        \
+        benchmark::RunSpecifiedBenchmarks();                                                     \
+        benchmark::Shutdown();                                                                   \
+        return 0;                                                                                \
+    }
 
 #endif

@@ -29,4 +29,4 @@ static void BM_parallel_loop_overhead(benchmark::State& state) {
 }
 BENCHMARK(BM_parallel_loop_overhead)->Arg(2)->Arg(64)->Arg(4096)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

@@ -33,4 +33,4 @@ static void BM_countcolors_photo_4096(benchmark::State& state) {
 }
 BENCHMARK(BM_countcolors_photo_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

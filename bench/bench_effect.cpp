@@ -80,4 +80,4 @@ static void BM_bumpmap_merge(benchmark::State& state) {
 }
 BENCHMARK(BM_bumpmap_merge)->Arg(0)->Arg(11)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

@@ -48,4 +48,4 @@ BENCHMARK(BM_gradientfill_4096)
     ->Args({6, 0})->Args({4, 0})->Args({2, 0})->Args({2, 7})->Args({2, 12})
     ->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

@@ -111,12 +111,4 @@ static void BM_sblur_blast(benchmark::State& state) {
 }
 BENCHMARK(BM_sblur_blast)->Arg(0)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// KIV_BENCH_THREADS=N caps the library's threads (default: all cores).
-int main(int argc, char** argv) {
-    if (const char* t = std::getenv("KIV_BENCH_THREADS")) kiv::setthreads(std::atoi(t));
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+KIV_BENCH_MAIN()

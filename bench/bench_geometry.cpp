@@ -65,4 +65,4 @@ BENCHMARK(BM_rotate_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_mirror_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_flip_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()

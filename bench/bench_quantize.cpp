@@ -35,4 +35,4 @@ static void BM_quantize256_4096(benchmark::State& state) {
 }
 BENCHMARK(BM_quantize256_4096)->Arg(0)->Arg(1)->Arg(4)->ArgName("mode")->Unit(benchmark::kMillisecond)->UseRealTime();
 
-BENCHMARK_MAIN();
+KIV_BENCH_MAIN()
