@@ -1,4 +1,5 @@
 // Cropping an image to a rectangle of itself.
+#include "core/pixel_memory.h"
 #include "geometry/geometry.h"
 
 int kiv::crop(tagRECT* rect) {
@@ -6,7 +7,8 @@ int kiv::crop(tagRECT* rect) {
     tagRECT r;
     if (!validaterect(rect, &r)) return 0;
     kiv tmp;
-    if (!tmp.create(r.right - r.left, r.bottom - r.top, m_bits)) return 0;
+    // The blt below fills every pixel: no need for a cleared block.
+    if (!kivcore::create_overwritten(&tmp, r.right - r.left, r.bottom - r.top, m_bits)) return 0;
     // Below 24 bits the map and its count travel with the pixels (their fourth bytes index
     // it); a true-colour image keeps no map, even one left over from a raised depth.
     if (m_bits < 24 && !kivgeom::copy_colour_map(*this, tmp)) return 0;

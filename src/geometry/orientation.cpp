@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "geometry/geometry.h"
 
 #if KIV_HAVE_SSE2
@@ -89,7 +90,8 @@ void kiv::rotate(int dir) {
     if (!m_pixels) return;
     const int W = m_width, H = m_height;
     kiv turned;
-    if (!turned.create(H, W, m_bits)) return;
+    // Every target pixel is written below, so a recycled block serves without clearing.
+    if (!kivcore::create_overwritten(&turned, H, W, m_bits)) return;
     if (m_bits < 24 && !kivgeom::copy_colour_map(*this, turned)) return;
 
     // One unit of work is a band of source rows; it writes its own band of target columns.

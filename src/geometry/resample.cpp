@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
 #include "geometry/resample_kernels.h"
@@ -626,13 +627,15 @@ bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
         if (!build_contributions(cx, w, W, xscale, *f) || !build_contributions(cy, h, H, yscale, *f)) return false;
         // Shrinking vertically goes first, so the intermediate is the smaller of the two.
         const bool vertical_first = h < H;
+        // Both passes write every byte of every pixel (alpha 0), so neither block need come
+        // cleared.
         kiv mid;
-        if (!mid.create(vertical_first ? W : w, vertical_first ? h : H, 24)) return false;
+        if (!kivcore::create_overwritten(&mid, vertical_first ? W : w, vertical_first ? h : H, 24)) return false;
         if (vertical_first)
             vpass(src, mid, cy);
         else
             hpass(src, mid, cx);
-        if (!(mapped ? dst.create_width_mapfile(w, h, 24) : dst.create(w, h, 24))) return false;
+        if (!(mapped ? dst.create_width_mapfile(w, h, 24) : kivcore::create_overwritten(&dst, w, h, 24))) return false;
         if (vertical_first)
             hpass(mid, dst, cx);
         else

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/pixel_memory.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_kernels.h"
 
@@ -45,7 +46,8 @@ int nearest_at(int x, int n, int m) {
 // whole copy of the source pixel (cols[x], rows[y]).
 int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const std::vector<int>& rows) {
     kiv result;
-    if (!result.create(w, h, img.m_bits)) return 0;
+    // Each row is written whole below.
+    if (!kivcore::create_overwritten(&result, w, h, img.m_bits)) return 0;
     if (img.m_bits < 9 && !kivgeom::copy_colour_map(img, result)) return 0;
     kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
