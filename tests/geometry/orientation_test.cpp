@@ -132,3 +132,46 @@ TEST(Orientation, RotateKeepsTheProgressCallbackAndIgnoresEmptyImages) {
     empty.rotate(1);
     EXPECT_EQ(nullptr, empty.pixels());
 }
+
+// Results of four megabytes and more may be built in a block freed moments before, not
+// cleared again: a pixel the operation failed to write would show the old image through.
+// Each case first frees a block of exactly the result's size, filled with a marker alpha.
+TEST(Orientation, RecycledResultBlocksNeverShowThrough) {
+    auto leave_dirty_block = [](int w, int h) {
+        kiv junk;
+        ASSERT_TRUE(junk.create(w, h, 24));
+        std::fill(junk.pixels(), junk.pixels() + static_cast<std::size_t>(w) * h, tagRGBA{1, 2, 3, 0xAB});
+    };
+    const int W = 1030, H = 1041;  // not multiples of the turn's tiles
+    kiv src = random_image(W, H, 24, 77);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(W) * H; ++i) src.pixels()[i].a = 0;
+
+    kiv turned(src);
+    leave_dirty_block(H, W);
+    turned.rotate(0);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+            ASSERT_TRUE(kivtest::same_rgba(px(src, x, y), px(turned, H - 1 - y, x))) << x << "," << y;
+
+    kiv cropped(src);
+    tagRECT r{3, 5, 3 + 1025, 5 + 1030};
+    leave_dirty_block(1025, 1030);
+    ASSERT_TRUE(cropped.crop(&r));
+    for (int y = 0; y < 1030; ++y)
+        for (int x = 0; x < 1025; ++x) ASSERT_TRUE(kivtest::same_rgba(px(src, x + 3, y + 5), px(cropped, x, y)));
+
+    kiv near(src);
+    leave_dirty_block(2 * W, H);
+    ASSERT_TRUE(near.zoom_near(2 * W, H));
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < 2 * W; ++x) ASSERT_EQ(0, px(near, x, y).a);  // whole source pixels, alpha 0
+
+    // The resampler defines alpha 0 for every result pixel too.
+    for (int method : {0, 1, 11}) {
+        kiv big(src);
+        leave_dirty_block(W + 300, H + 200);
+        ASSERT_TRUE(big.zoom(W + 300, H + 200, method, 0));
+        for (int y = 0; y < big.height(); ++y)
+            for (int x = 0; x < big.width(); ++x) ASSERT_EQ(0, px(big, x, y).a) << method;
+    }
+}
