@@ -9,7 +9,7 @@
 #include "geometry/geometry.h"
 
 #if KIV_HAVE_SSE2
-#  include <emmintrin.h>
+#include <emmintrin.h>
 #endif
 
 namespace {
@@ -35,11 +35,17 @@ void turn_tile_scalar(kiv& src, kiv& t, int x0, int x1, int y0, int y1, bool ccw
 }
 
 #if KIV_HAVE_SSE2
-// Full 16 x 16 tile as 4 x 4 transposes of whole pixels.
+// Full 16 x 16 tile as 4 x 4 transposes of whole pixels, gathered in a local block and then
+// written out one whole target line (64 bytes) at a time. Written straight into the target,
+// each line would be touched four times with fifteen others in between, and at power-of-two
+// widths all of them share one cache set: 1024 x 1024 took three times as long as 1000 x 1000.
 void turn_tile_sse2(kiv& src, kiv& t, int x0, int y0, bool ccw) {
     const int W = src.m_width, H = src.m_height;
-    for (int y = y0; y < y0 + kTurnBlock; y += 4)
-        for (int x = x0; x < x0 + kTurnBlock; x += 4) {
+    alignas(16) tagRGBA block[kTurnBlock][kTurnBlock];  // block[k]: target line of column x0 + k
+    for (int yy = 0; yy < kTurnBlock; yy += 4) {
+        const int y = y0 + yy;
+        for (int xx = 0; xx < kTurnBlock; xx += 4) {
+            const int x = x0 + xx;
             __m128i r0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y) + x));
             __m128i r1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y + 1) + x));
             __m128i r2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y + 2) + x));
@@ -49,14 +55,22 @@ void turn_tile_sse2(kiv& src, kiv& t, int x0, int y0, bool ccw) {
             __m128i col[4] = {_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b), _mm_unpacklo_epi64(c, d),
                               _mm_unpackhi_epi64(c, d)};  // col[k]: pixel x + k of rows y..y+3
             for (int k = 0; k < 4; ++k) {
-                if (ccw) {
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(turn_target(t, x + k, y, W, H, true)), col[k]);
-                } else {  // clockwise rows run right to left: reverse the four pixels
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(turn_target(t, x + k, y + 3, W, H, false)),
-                                     _mm_shuffle_epi32(col[k], 0x1B));
-                }
+                if (ccw)
+                    _mm_store_si128(reinterpret_cast<__m128i*>(&block[xx + k][yy]), col[k]);
+                else  // clockwise lines run right to left: reverse the four pixels
+                    _mm_store_si128(reinterpret_cast<__m128i*>(&block[xx + k][kTurnBlock - 4 - yy]),
+                                    _mm_shuffle_epi32(col[k], 0x1B));
             }
         }
+    }
+    for (int k = 0; k < kTurnBlock; ++k) {
+        // The line's leftmost pixel: source row y0 (ccw) or y0 + 15 (cw).
+        tagRGBA* out =
+            ccw ? turn_target(t, x0 + k, y0, W, H, true) : turn_target(t, x0 + k, y0 + kTurnBlock - 1, W, H, false);
+        const __m128i* in = reinterpret_cast<const __m128i*>(block[k]);
+        for (int q = 0; q < kTurnBlock / 4; ++q)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out) + q, _mm_load_si128(in + q));
+    }
 }
 #endif
 
