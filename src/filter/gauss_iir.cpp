@@ -233,7 +233,9 @@ struct Scratch {
     std::vector<unsigned char> x, out;
     std::vector<double> yp;
     explicit Scratch(int n)
-        : x(static_cast<std::size_t>(n) * kStride * kSweep), out(x.size()), yp(static_cast<std::size_t>(n) * kLanes) {}
+        : x(static_cast<std::size_t>(n) * kStride * kSweep),
+          out(x.size()),
+          yp(static_cast<std::size_t>(n) * kLanes * 2) {}  // two groups for iir_lanes2_avx2
 };
 
 // Lines of a kernel run: kLines lines of three channels (pixels), or kLanes lines of one
@@ -319,8 +321,18 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
         for (int g = 0; g < lanes; ++g)
             for (int i = 0; i < n; ++i) get(g, i);
     }
-    for (int g = 0; g < lanes / kRun; ++g)
+    const int groups = lanes / kRun;
+    for (int g = 0; g < groups; ++g) {
+#if KIV_HAVE_AVX2
+        if (g + 1 < groups && !force_scalar() && kivcore::use_avx2()) {
+            iir_lanes2_avx2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane),
+                            s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
+            ++g;
+            continue;
+        }
+#endif
         iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
+    }
     if (Across) {
         for (int i = 0; i < n; ++i) {
             if (i + kAhead < n) prefetch(&outp(q0, i + kAhead));

@@ -19,6 +19,10 @@ IirCoef iir_coefficients(double sigma);
 // The line kernel for AVX2 (gauss_iir_avx2.cpp): twelve lanes, four lines of three
 // channels, bytes at a 16-byte stride; call only when kivcore::use_avx2().
 void iir_lanes_avx2(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out);
+// Two such groups at once, the second's bytes and outputs `plane` bytes after the first's
+// and its yp n * 12 doubles after; the same results as two calls of iir_lanes_avx2.
+void iir_lanes2_avx2(const IirCoef& c, int n, const unsigned char* x, long long plane, double* yp,
+                     unsigned char* out);
 
 }  // namespace kivfilter
 

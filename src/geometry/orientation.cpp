@@ -9,7 +9,7 @@
 #include "geometry/geometry.h"
 
 #if KIV_HAVE_SSE2
-#include <emmintrin.h>
+#  include <emmintrin.h>
 #endif
 
 namespace {
