@@ -160,11 +160,11 @@ TEST(Orientation, RecycledResultBlocksNeverShowThrough) {
     for (int y = 0; y < 1030; ++y)
         for (int x = 0; x < 1025; ++x) ASSERT_TRUE(kivtest::same_rgba(px(src, x + 3, y + 5), px(cropped, x, y)));
 
-    kiv near(src);
+    kiv nearest(src);
     leave_dirty_block(2 * W, H);
-    ASSERT_TRUE(near.zoom_near(2 * W, H));
+    ASSERT_TRUE(nearest.zoom_near(2 * W, H));
     for (int y = 0; y < H; ++y)
-        for (int x = 0; x < 2 * W; ++x) ASSERT_EQ(0, px(near, x, y).a);  // whole source pixels, alpha 0
+        for (int x = 0; x < 2 * W; ++x) ASSERT_EQ(0, px(nearest, x, y).a);  // whole source pixels, alpha 0
 
     // The resampler defines alpha 0 for every result pixel too.
     for (int method : {0, 1, 11}) {
