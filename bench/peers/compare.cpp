@@ -58,6 +58,8 @@ const char* const kLibName[NLIB] = {"kivlib", "OpenCV", "vips", "Pillow", "libim
 constexpr int kPeerFirst = OCV, kPeerEnd = MEMCPY;
 
 using Clock = std::chrono::steady_clock;
+// Keeps reads made only to warm the cache from being optimised away.
+volatile unsigned g_sink = 0;
 double ms_since(Clock::time_point t0) {
     return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
 }
@@ -596,6 +598,13 @@ void Driver::build_rows(Table& t, Source& s) {
                      "bottom-up BGR, convert RGBA, tobytes bottom-up BGR");
         void* dib = s.dib;
         r.job[KIV] = [this, dib]() {
+            // The DIB read once first: every other job starts from an input just written or
+            // read (OpenCV reads these very bytes right after this job), so this one does too.
+            const auto* bytes = static_cast<const unsigned char*>(GlobalLock(dib));
+            unsigned sum = 0;
+            for (SIZE_T i = 0, n = GlobalSize(dib); i < n; i += 64) sum += bytes[i];
+            GlobalUnlock(dib);
+            g_sink = g_sink + sum;
             auto t0 = Clock::now();
             const int ok = img_.attachdib(dib);
             void* out = img_.createdib();
