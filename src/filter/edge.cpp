@@ -145,32 +145,22 @@ int kiv::edge(tagRECT* rect, double strength) {
     set_depth_24(this);
     const double s = strength >= 1.0 ? strength : 1.0;  // NaN counts as 1 too
     const int F = static_cast<int>(655360.0 / s);      // 16.16: strength 10 is a gain of 1
-    const int W = m_width, H = m_height;
     // Neighbours outside the rectangle come from the image; outside the image, from its edge.
-    // The vector kernels take the pixels whose neighbours all lie inside the image.
-    const int x0 = a.left > 0 ? 0 : 1;
-    run_rows_in_place(this, a, 0, H, 0, W, 0, [&](unsigned char*) {
-        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
-            int e = x0;
-#if KIV_HAVE_SSE2
-            if (!force_scalar()) {
-                const int x1 = std::min(w, W - 1 - a.left);
-#  if KIV_HAVE_AVX2
-                if (kivcore::use_avx2())
-                    e = edge_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), x0, x1, F,
-                                      reinterpret_cast<unsigned char*>(out));
-                else
-#  endif
-                    e = edge_row_sse2(rows, x0, x1, F, out);
-            }
+    run_clamped_3x3(
+        this, a,
+        [&](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+#if KIV_HAVE_AVX2
+            if (kivcore::use_avx2())
+                return edge_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), x0, x1, F,
+                                     reinterpret_cast<unsigned char*>(out));
 #endif
-            auto one = [&](int i) {
-                const int X = a.left + i;
-                out[i] = edge_pixel(rows, (X > 0 ? X - 1 : 0) - a.left, i, (X + 1 < W ? X + 1 : X) - a.left, F);
-            };
-            for (int i = 0; i < x0; ++i) one(i);
-            for (int i = e; i < w; ++i) one(i);
-        };
-    });
+#if KIV_HAVE_SSE2
+            return edge_row_sse2(rows, x0, x1, F, out);
+#else
+            (void)rows, (void)x1, (void)out;
+            return x0;
+#endif
+        },
+        [&](const tagRGBA* const* rows, int xl, int x, int xr) { return edge_pixel(rows, xl, x, xr, F); });
     return 1;
 }

@@ -107,33 +107,23 @@ int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
     const double Lz = kivcore::kmath::sin(el) * 255.9;
     const int Nz = static_cast<int>(1530u / depth);  // 6 * 255 over the relief depth
     const EmbossLight light{Lx, Ly, Nz * Lz, static_cast<double>(Nz * Nz), clamp255(static_cast<int>(Lz)), p.mono != 0};
-    const int W = m_width;
-    // Neighbours come from the whole image, coordinates clamped to it. The vector kernels
-    // take the pixels whose neighbours all lie inside the image.
-    const int x0 = a.left > 0 ? 0 : 1;
-    run_rows_in_place(this, a, 0, m_height, 0, W, 0, [&](unsigned char*) {
-        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
-            int e = x0;
-#if KIV_HAVE_SSE2
-            if (!force_scalar()) {
-                const int x1 = std::min(w, W - 1 - a.left);
-#  if KIV_HAVE_AVX2
-                if (kivcore::use_avx2())
-                    e = emboss_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), x0, x1, &light,
-                                        reinterpret_cast<unsigned char*>(out));
-                else
-#  endif
-                    e = emboss_row_sse2(rows, x0, x1, light, out);
-            }
+    // Neighbours come from the whole image, coordinates clamped to it.
+    run_clamped_3x3(
+        this, a,
+        [&](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+#if KIV_HAVE_AVX2
+            if (kivcore::use_avx2())
+                return emboss_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), x0, x1, &light,
+                                       reinterpret_cast<unsigned char*>(out));
 #endif
-            auto one = [&](int i) {
-                const int X = a.left + i;
-                out[i] = emboss_pixel(rows, (X > 0 ? X - 1 : 0) - a.left, i, (X + 1 < W ? X + 1 : X) - a.left, light);
-            };
-            for (int i = 0; i < x0; ++i) one(i);
-            for (int i = e; i < w; ++i) one(i);
-        };
-    });
+#if KIV_HAVE_SSE2
+            return emboss_row_sse2(rows, x0, x1, light, out);
+#else
+            (void)rows, (void)x1, (void)out;
+            return x0;
+#endif
+        },
+        [&](const tagRGBA* const* rows, int xl, int x, int xr) { return emboss_pixel(rows, xl, x, xr, light); });
     return 1;
 }
 

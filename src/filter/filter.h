@@ -223,6 +223,13 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
 template <class Kernel>
 void run_3x3(kiv* img, const Area& a, Kernel kernel);
 
+// run_rows_in_place over 4-byte pixels whose neighbours come from the whole image, clamped to
+// its edges. vec(rows, x0, x1, out) may fill pixels x0 .. x1 - 1 (their neighbours all inside
+// the image) and returns the first pixel it left, x0 if none; pixel(rows, xl, x, xr) makes
+// every other pixel from its own three columns.
+template <class Vec, class Pixel>
+void run_clamped_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel);
+
 }  // namespace kivfilter
 
 #include "filter/filter_3x3_impl.h"

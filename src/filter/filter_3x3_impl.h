@@ -95,6 +95,23 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
     });
 }
 
+template <class Vec, class Pixel>
+void run_clamped_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel) {
+    const int W = img->m_width;
+    const int x0 = a.left > 0 ? 0 : 1;
+    run_rows_in_place(img, a, 0, img->m_height, 0, W, 0, [&](unsigned char*) {
+        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
+            const int e = force_scalar() ? x0 : vec(rows, x0, std::min(w, W - 1 - a.left), out);
+            auto one = [&](int i) {
+                const int X = a.left + i;
+                out[i] = pixel(rows, (X > 0 ? X - 1 : 0) - a.left, i, (X + 1 < W ? X + 1 : X) - a.left);
+            };
+            for (int i = 0; i < x0; ++i) one(i);
+            for (int i = e; i < w; ++i) one(i);
+        };
+    });
+}
+
 template <class Kernel>
 void run_3x3(kiv* img, const Area& a, Kernel kernel) {
     const int w = a.w();
