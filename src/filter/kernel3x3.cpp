@@ -9,6 +9,7 @@
 
 #include "filter/filter.h"
 #include "filter/kernel3x3_avx2.h"
+#include "filter/kernel3x3_modes.h"
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
@@ -119,133 +120,39 @@ tagRGBA mode_pixel(const tagRGBA* const* rows, int xl, int x, int xr) {
 }
 
 #if KIV_HAVE_SSE2
-// The vector kernels work on 4-byte pixels as they lie, four to a register: byte modes on
-// the bytes, the others in 16-bit lanes, where every sum is exact. Alpha comes from the
-// middle pixel.
+// The vector kernels work on 4-byte pixels as they lie, four to a register (the arithmetic
+// in kernel3x3_modes.h). Alpha comes from the middle pixel.
 using V = __m128i;
 
+struct Sse2 {
+    using V = __m128i;
+    static V zero() { return _mm_setzero_si128(); }
+    static V set8(char v) { return _mm_set1_epi8(v); }
+    static V set16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
+    static V min_u8(V a, V b) { return _mm_min_epu8(a, b); }
+    static V max_u8(V a, V b) { return _mm_max_epu8(a, b); }
+    static V add8(V a, V b) { return _mm_add_epi8(a, b); }
+    static V sub8(V a, V b) { return _mm_sub_epi8(a, b); }
+    static V add16(V a, V b) { return _mm_add_epi16(a, b); }
+    static V sub16(V a, V b) { return _mm_sub_epi16(a, b); }
+    static V mullo16(V a, V b) { return _mm_mullo_epi16(a, b); }
+    static V mulhi_u16(V a, V b) { return _mm_mulhi_epu16(a, b); }
+    static V min16(V a, V b) { return _mm_min_epi16(a, b); }
+    static V max16(V a, V b) { return _mm_max_epi16(a, b); }
+    template <int N>
+    static V shl_16(V a) {
+        return _mm_slli_epi16(a, N);
+    }
+    static V shr3_16(V a) { return _mm_srli_epi16(a, 3); }
+    static V cmpeq16(V a, V b) { return _mm_cmpeq_epi16(a, b); }
+    static V cmplt16(V a, V b) { return _mm_cmplt_epi16(a, b); }
+    static V absdiff16(V a, V b) { return _mm_max_epi16(_mm_sub_epi16(a, b), _mm_sub_epi16(b, a)); }
+    static V choose(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
+};
+using M = kivfilter::Modes<Sse2>;
+
 inline V load(const tagRGBA* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
-inline V k16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
-
-// (x * m) >> (16 + s) is x / d for every x in 0 .. max when m d = 2^(16 + s) + e with
-// 0 <= e and max e < 2^(16 + s): x m / 2^(16 + s) then exceeds x / d by less than 1 / d, too
-// little to reach the next integer. The divisions below are exact over the sums that reach
-// them.
-constexpr bool exact_division(unsigned d, unsigned m, unsigned s, unsigned max) {
-    const unsigned long long k = 1ull << (16 + s), md = static_cast<unsigned long long>(m) * d;
-    return m < 65536 && md >= k && max * (md - k) < k;
-}
-static_assert(exact_division(9, 7282, 0, 9 * 255));
-static_assert(exact_division(10, 6554, 0, 18 * 255));
-static_assert(exact_division(5, 13108, 0, 13 * 255));
-static_assert(exact_division(100, 5243, 3, 100 * 255));
-
-inline V div9(V x) { return _mm_mulhi_epu16(x, k16(7282)); }
-inline V div10(V x) { return _mm_mulhi_epu16(x, k16(6554)); }
-inline V div5(V x) { return _mm_mulhi_epu16(x, k16(13108)); }
-inline V div100(V x) { return _mm_srli_epi16(_mm_mulhi_epu16(x, k16(5243)), 3); }
-
-inline V med3(V a, V b, V c) { return _mm_max_epu8(_mm_min_epu8(a, b), _mm_min_epu8(_mm_max_epu8(a, b), c)); }
-
-// Modes on bytes; p[k] is neighbour k (row-major, top-left first).
-template <unsigned Mode>
-V bytes(const V* p) {
-    if constexpr (Mode == 1) {
-        // Each column sorted, then the median of nine is the median of the largest minimum,
-        // the median of the medians and the smallest maximum.
-        V lo[3], mid[3], hi[3];
-        for (int d = 0; d < 3; ++d) {
-            const V a = _mm_min_epu8(p[d], p[3 + d]), b = _mm_max_epu8(p[d], p[3 + d]);
-            const V t = _mm_max_epu8(a, p[6 + d]);
-            lo[d] = _mm_min_epu8(a, p[6 + d]);
-            mid[d] = _mm_min_epu8(b, t);
-            hi[d] = _mm_max_epu8(b, t);
-        }
-        const V mx = _mm_max_epu8(_mm_max_epu8(lo[0], lo[1]), lo[2]);
-        const V mn = _mm_min_epu8(_mm_min_epu8(hi[0], hi[1]), hi[2]);
-        return med3(mx, med3(mid[0], mid[1], mid[2]), mn);
-    } else if constexpr (Mode == 5) {
-        return _mm_add_epi8(_mm_sub_epi8(p[8], p[0]), _mm_set1_epi8(static_cast<char>(0x80)));
-    } else {
-        V v = p[0];
-        for (int k = 1; k < 9; ++k) v = Mode == 7 ? _mm_max_epu8(v, p[k]) : _mm_min_epu8(v, p[k]);
-        return v;
-    }
-}
-
-inline V sum9(const V* n) {
-    V s = n[0];
-    for (int k = 1; k < 9; ++k) s = _mm_add_epi16(s, n[k]);
-    return s;
-}
-
-// The plain sharpening, clamped: (18 centre - the other eight) / 10.
-inline V sharp(const V* n, V s9) {
-    const V x = _mm_max_epi16(_mm_sub_epi16(_mm_mullo_epi16(n[4], k16(19)), s9), _mm_setzero_si128());
-    return _mm_min_epi16(div10(x), k16(255));
-}
-
-inline V choose(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
-inline V is(V d, int v) { return _mm_cmpeq_epi16(d, k16(v)); }
-inline V absdiff(V a, V b) { return _mm_max_epi16(_mm_sub_epi16(a, b), _mm_sub_epi16(b, a)); }
-
-// Modes on 16-bit lanes; the result is clamped to 0 .. 255 by the pack that follows.
-template <unsigned Mode>
-V words(const V* n) {
-    const V c = n[4];
-    if constexpr (Mode == 0) {
-        return div9(sum9(n));
-    } else if constexpr (Mode == 3) {
-        return sharp(n, sum9(n));
-    } else if constexpr (Mode == 4) {
-        const V corners = _mm_add_epi16(_mm_add_epi16(n[0], n[2]), _mm_add_epi16(n[6], n[8]));
-        const V sides = _mm_add_epi16(_mm_add_epi16(n[1], n[3]), _mm_add_epi16(n[5], n[7]));
-        return div100(_mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(corners, 3), _mm_mullo_epi16(sides, k16(12))),
-                                    _mm_mullo_epi16(c, k16(20))));
-    } else if constexpr (Mode == 6) {
-        const V x = _mm_sub_epi16(_mm_mullo_epi16(c, k16(14)), sum9(n));
-        return div5(_mm_max_epi16(x, _mm_setzero_si128()));
-    } else if constexpr (Mode == 9) {
-        const V sides = _mm_add_epi16(_mm_add_epi16(n[1], n[3]), _mm_add_epi16(n[5], n[7]));
-        return _mm_sub_epi16(_mm_mullo_epi16(c, k16(5)), sides);
-    } else if constexpr (Mode == 10) {
-        return _mm_sub_epi16(_mm_mullo_epi16(c, k16(10)), sum9(n));
-    } else if constexpr (Mode == 11) {
-        return _mm_sub_epi16(sum9(n), _mm_mullo_epi16(c, k16(9)));
-    } else if constexpr (Mode == 12 || Mode == 13) {
-        // 12: left column minus right column; 13: top row minus bottom row, middles doubled.
-        const int a0 = 0, a1 = Mode == 12 ? 3 : 1, a2 = Mode == 12 ? 6 : 2;
-        const int b0 = Mode == 12 ? 2 : 6, b1 = Mode == 12 ? 5 : 7, b2 = 8;
-        const V a = _mm_add_epi16(_mm_add_epi16(n[a0], n[a2]), _mm_add_epi16(n[a1], n[a1]));
-        const V b = _mm_add_epi16(_mm_add_epi16(n[b0], n[b2]), _mm_add_epi16(n[b1], n[b1]));
-        return _mm_sub_epi16(a, b);
-    } else if constexpr (Mode == 14) {
-        const V sh = sharp(n, sum9(n));
-        const V d = absdiff(c, sh);
-        const V c4 = _mm_slli_epi16(c, 2), s4 = _mm_slli_epi16(sh, 2);
-        V r = sh;
-        r = choose(is(d, 11), div10(_mm_slli_epi16(_mm_add_epi16(c, s4), 1)), r);
-        r = choose(is(d, 10), div10(_mm_add_epi16(_mm_mullo_epi16(sh, k16(6)), c4)), r);
-        r = choose(is(d, 9), div10(_mm_add_epi16(s4, _mm_mullo_epi16(c, k16(6)))), r);
-        r = choose(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(sh, c4), 1)), r);
-        return choose(_mm_cmplt_epi16(d, k16(8)), c, r);
-    } else {
-        static_assert(Mode == 15);
-        const V corners = _mm_add_epi16(_mm_add_epi16(n[0], n[2]), _mm_add_epi16(n[6], n[8]));
-        const V sides = _mm_add_epi16(_mm_add_epi16(n[1], n[3]), _mm_add_epi16(n[5], n[7]));
-        const V bl = div100(_mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(corners, 3), _mm_mullo_epi16(sides, k16(12))),
-                                          _mm_mullo_epi16(c, k16(20))));
-        const V sh = sharp(n, _mm_add_epi16(_mm_add_epi16(corners, sides), c));
-        const V d = absdiff(c, sh);
-        const V c4 = _mm_slli_epi16(c, 2), b4 = _mm_slli_epi16(bl, 2);
-        V r = c;
-        r = choose(is(d, 8), div10(_mm_slli_epi16(_mm_add_epi16(bl, c4), 1)), r);
-        r = choose(is(d, 7), div10(_mm_add_epi16(b4, _mm_mullo_epi16(c, k16(6)))), r);
-        r = choose(is(d, 6), div10(_mm_add_epi16(_mm_mullo_epi16(bl, k16(6)), c4)), r);
-        r = choose(is(d, 5), div10(_mm_slli_epi16(_mm_add_epi16(c, b4), 1)), r);
-        return choose(_mm_cmplt_epi16(d, k16(5)), bl, r);
-    }
-}
+inline V choose(V mask, V a, V b) { return Sse2::choose(mask, a, b); }
 
 // Four output pixels from x on.
 template <unsigned Mode>
@@ -254,7 +161,7 @@ void pixels4(const tagRGBA* const* rows, int x, tagRGBA* out) {
     for (int k = 0; k < 9; ++k) p[k] = load(rows[k / 3] + x - 1 + k % 3);
     V v;
     if constexpr (Mode == 1 || Mode == 5 || Mode == 7 || Mode == 8) {
-        v = bytes<Mode>(p);
+        v = M::bytes<Mode>(p);
     } else {
         const V z = _mm_setzero_si128();
         V lo[9], hi[9];
@@ -262,7 +169,7 @@ void pixels4(const tagRGBA* const* rows, int x, tagRGBA* out) {
             lo[k] = _mm_unpacklo_epi8(p[k], z);
             hi[k] = _mm_unpackhi_epi8(p[k], z);
         }
-        v = _mm_packus_epi16(words<Mode>(lo), words<Mode>(hi));
+        v = _mm_packus_epi16(M::words<Mode>(lo), M::words<Mode>(hi));
     }
     v = choose(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
     _mm_storeu_si128(reinterpret_cast<V*>(out + x), v);
