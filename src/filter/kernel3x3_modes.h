@@ -75,7 +75,8 @@ struct Modes {
 
     // The blur of mode 4: (8 corners + 12 sides + 20 centre) / 100.
     static V soft(V corners, V sides, V c) {
-        return div100(S::add16(S::add16(S::template shl_16<3>(corners), S::mullo16(sides, k16(12))), S::mullo16(c, k16(20))));
+        const V weighted = S::add16(S::template shl_16<3>(corners), S::mullo16(sides, k16(12)));
+        return div100(S::add16(weighted, S::mullo16(c, k16(20))));
     }
 
     // Modes on 16-bit lanes; the result is clamped to 0 .. 255 by the pack that follows.
