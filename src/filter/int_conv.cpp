@@ -70,41 +70,24 @@ inline void finish(const __m128i* acc, const Divider& d, const PairConv& p, cons
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), q);
 }
 
+struct Sse2Pair {
+    using V = __m128i;
+    Divider d;
+    const PairConv& p;
+    static V zero() { return _mm_setzero_si128(); }
+    static void widen(const unsigned char* a, const unsigned char* b, V* v) { widen_pair(a, b, v); }
+    static void mac(V* acc, const V* v, std::int32_t w) { kivfilter::mac(acc, v, w); }
+    void finish(const V* acc, const unsigned char* c, unsigned char* dst) const {
+        kivfilter::finish(acc, d, p, c, dst);
+    }
+};
+
 void pair_conv_sse2(const PairConv& p) {
     Divider d;
     d.single = p.total <= 8192;
     d.inv = _mm_set1_ps(1.0f / static_cast<float>(p.total));
     d.invd = _mm_set1_pd(1.0 / static_cast<double>(p.total));
-    const int both0 = p.s1 < p.e0 ? p.s1 : p.e0, both1 = p.e0 > p.s1 ? p.e0 : p.s1;
-    for (int it = 0; it < p.n; ++it) {
-        const std::ptrdiff_t off = it * p.step;
-        __m128i acc0[4], acc1[4], v[4];
-        for (int k = 0; k < 4; ++k) acc0[k] = acc1[k] = _mm_setzero_si128();
-        if (!p.w1) {
-            for (int m = 0; m < p.e0; ++m) {
-                widen_pair(p.a[m] + off, p.b[m] + off, v);
-                mac(acc0, v, p.w0[m]);
-            }
-            finish(acc0, d, p, p.c0 + off, p.d0 + off);
-            continue;
-        }
-        int m = 0;
-        for (; m < both0; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc0, v, p.w0[m]);
-        }
-        for (; m < p.e0; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc0, v, p.w0[m]);
-            mac(acc1, v, p.w1[m]);
-        }
-        for (m = both1; m < p.e1; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc1, v, p.w1[m]);
-        }
-        finish(acc0, d, p, p.c0 + off, p.d0 + off);
-        finish(acc1, d, p, p.c1 + off, p.d1 + off);
-    }
+    pair_loop(p, Sse2Pair{d, p});
 }
 
 // 16-bit sums (SSE2 has no byte multiply: samples widened, then pmullw). The quotient:

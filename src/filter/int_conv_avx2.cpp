@@ -64,44 +64,17 @@ inline void finish(const __m256i* acc, const Divider& d, const PairConv& p, cons
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), q);
 }
 
-void one_output(const PairConv& p, const Divider& d) {
-    for (int it = 0; it < p.n; ++it) {
-        const std::ptrdiff_t off = it * p.step;
-        __m256i acc[4], v[4];
-        for (int k = 0; k < 4; ++k) acc[k] = _mm256_setzero_si256();
-        for (int m = 0; m < p.e0; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc, v, p.w0[m]);
-        }
-        finish(acc, d, p, p.c0 + off, p.d0 + off);
+struct Avx2Pair {
+    using V = __m256i;
+    Divider d;
+    const PairConv& p;
+    static V zero() { return _mm256_setzero_si256(); }
+    static void widen(const unsigned char* a, const unsigned char* b, V* v) { widen_pair(a, b, v); }
+    static void mac(V* acc, const V* v, std::int32_t w) { kivfilter::mac(acc, v, w); }
+    void finish(const V* acc, const unsigned char* c, unsigned char* dst) const {
+        kivfilter::finish(acc, d, p, c, dst);
     }
-}
-
-// Both outputs from the same widened pairs: the unpacking is shared.
-void two_outputs(const PairConv& p, const Divider& d) {
-    const int both0 = p.s1 < p.e0 ? p.s1 : p.e0, both1 = p.e0 > p.s1 ? p.e0 : p.s1;
-    for (int it = 0; it < p.n; ++it) {
-        const std::ptrdiff_t off = it * p.step;
-        __m256i acc0[4], acc1[4], v[4];
-        for (int k = 0; k < 4; ++k) acc0[k] = acc1[k] = _mm256_setzero_si256();
-        int m = 0;
-        for (; m < both0; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc0, v, p.w0[m]);
-        }
-        for (; m < p.e0; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc0, v, p.w0[m]);
-            mac(acc1, v, p.w1[m]);
-        }
-        for (m = both1; m < p.e1; ++m) {
-            widen_pair(p.a[m] + off, p.b[m] + off, v);
-            mac(acc1, v, p.w1[m]);
-        }
-        finish(acc0, d, p, p.c0 + off, p.d0 + off);
-        finish(acc1, d, p, p.c1 + off, p.d1 + off);
-    }
-}
+};
 
 // 16-bit sums: vpmaddubsw multiplies the interleaved samples by the byte weights and adds
 // each pair (at most 128 * 255: no saturation); the sums wrap to their exact value below
@@ -138,10 +111,7 @@ void pair_conv_avx2(const PairConv& p) {
     d.single = p.total <= 8192;
     d.inv = _mm256_set1_ps(1.0f / static_cast<float>(p.total));
     d.invd = _mm256_set1_pd(1.0 / static_cast<double>(p.total));
-    if (p.w1)
-        two_outputs(p, d);
-    else
-        one_output(p, d);
+    pair_loop(p, Avx2Pair{d, p});
 }
 
 }  // namespace kivfilter
