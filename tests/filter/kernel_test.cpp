@@ -177,6 +177,31 @@ void restore_paths() {
     kiv::setthreads(0);
 }
 
+// check(path, threads) on every path at one to three threads (band boundaries differ), with
+// the paths and the thread count restored after.
+template <class Check>
+void on_every_path(Check check) {
+    for (int path = 0; path < 3; ++path)
+        for (int threads = 1; threads <= 3; ++threads) {
+            use_path(path);
+            kiv::setthreads(threads);
+            check(path, threads);
+        }
+    restore_paths();
+}
+
+struct Shape {
+    int w, h;
+    tagRECT r;
+};
+
+// For the filters whose neighbours come from the whole image: rectangles whose margins come
+// from outside them, that reach the image's sides, and rows with and without a tail or too
+// short for a vector.
+constexpr Shape kClampedShapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
+                                    {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
+                                    {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+
 // Low-contrast noise with a few outliers, which puts |O - Sh| into every band of modes 14
 // and 15.
 kiv smooth_image(int w, int h, std::uint64_t seed) {
@@ -195,31 +220,23 @@ kiv smooth_image(int w, int h, std::uint64_t seed) {
 // end pixels have their own clamped columns), band boundaries at one to three threads, on
 // every path.
 TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
-    struct Shape {
-        int w, h;
-        tagRECT r;
-    };
     const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
                             {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
                             {21, 19, {0, 0, 21, 19}}};
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            for (unsigned mode = 0; mode <= 15; ++mode) {
-                if (mode == 2) continue;
-                for (const Shape& sh : shapes) {
-                    tagRECT r = sh.r;
-                    const std::uint64_t seed = static_cast<std::uint64_t>(mode * 5 + threads + sh.w);
-                    kiv got = mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed), want(got);
-                    ASSERT_EQ(got.filter_3x3(&r, mode), 1);
-                    ref_3x3(want, &r, mode);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
-                }
+    on_every_path([&](int path, int threads) {
+        for (unsigned mode = 0; mode <= 15; ++mode) {
+            if (mode == 2) continue;
+            for (const Shape& sh : shapes) {
+                tagRECT r = sh.r;
+                const std::uint64_t seed = static_cast<std::uint64_t>(mode * 5 + threads + sh.w);
+                kiv got = mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed), want(got);
+                ASSERT_EQ(got.filter_3x3(&r, mode), 1);
+                ref_3x3(want, &r, mode);
+                EXPECT_TRUE(images_equal(got, want))
+                    << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
             }
         }
-    restore_paths();
+    });
 }
 
 TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
@@ -333,10 +350,6 @@ void ref_sharpen2(kiv& img, tagRECT* rect, int strength) {
 // The vector kernels divide in float: kernels whose sums reach 2^24 - 1, divisors up to
 // 2^24 and beyond, negative ones; the rest goes the 64-bit way.
 TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
-    struct Shape {
-        int w, h;
-        tagRECT r;
-    };
     const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}}, {12, 27, {0, 1, 7, 26}},
                             {14, 25, {3, -1, 12, 25}}, {21, 19, {0, 0, 21, 19}}};
     const struct {
@@ -350,34 +363,30 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
         {{32767, 32767, 260, 0, 0, 0, 0, 0, -1}, {1, 9}},  // sums reach 2^24: the 64-bit way
         {{-32768, 1, 1, 1, 1, 1, 1, 1, 1}, {-2}},
     };
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            for (const Shape& sh : shapes) {
-                const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
-                for (const auto& kr : kernels)
-                    for (int div : kr.divisors) {
-                        tagRECT r = sh.r;
-                        int k[9];
-                        std::copy(kr.k, kr.k + 9, k);
-                        kiv got = random_image(sh.w, sh.h, 24, seed + static_cast<std::uint64_t>(div)), want(got);
-                        ASSERT_EQ(got.filter_custom3x3(&r, k, div), 1);
-                        ref_3x3(want, &r, 0, kr.k, div == 0 ? 1 : div);
-                        EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " kernel " << kr.k[0] << " divisor "
-                                                             << div << " path " << path << " threads " << threads;
-                    }
-                for (int strength : {1, 150, 799, 1000}) {
+    on_every_path([&](int path, int threads) {
+        for (const Shape& sh : shapes) {
+            const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
+            for (const auto& kr : kernels)
+                for (int div : kr.divisors) {
                     tagRECT r = sh.r;
-                    kiv got = random_image(sh.w, sh.h, 24, seed * 3 + static_cast<std::uint64_t>(strength)), want(got);
-                    ASSERT_EQ(got.sharpen2(&r, strength), 1);
-                    ref_sharpen2(want, &r, strength);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
+                    int k[9];
+                    std::copy(kr.k, kr.k + 9, k);
+                    kiv got = random_image(sh.w, sh.h, 24, seed + static_cast<std::uint64_t>(div)), want(got);
+                    ASSERT_EQ(got.filter_custom3x3(&r, k, div), 1);
+                    ref_3x3(want, &r, 0, kr.k, div == 0 ? 1 : div);
+                    EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " kernel " << kr.k[0] << " divisor "
+                                                         << div << " path " << path << " threads " << threads;
                 }
+            for (int strength : {1, 150, 799, 1000}) {
+                tagRECT r = sh.r;
+                kiv got = random_image(sh.w, sh.h, 24, seed * 3 + static_cast<std::uint64_t>(strength)), want(got);
+                ASSERT_EQ(got.sharpen2(&r, strength), 1);
+                ref_sharpen2(want, &r, strength);
+                EXPECT_TRUE(images_equal(got, want))
+                    << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
             }
         }
-    restore_paths();
+    });
     // sharpen2's whole range: the float quotient truncates as the integer one.
     for (int strength = 1; strength <= 1000; ++strength)
         for (int S = -2040; S <= 2040; ++S)
@@ -423,31 +432,17 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    // Band boundaries at one to three threads on every path; rectangles whose margins come
-    // from outside them, that reach the image's sides, and rows with and without a tail or
-    // too short for a vector.
-    struct Shape {
-        int w, h;
-        tagRECT r;
-    };
-    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
-                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
-                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            for (const Shape& sh : shapes)
-                for (double s : {7.0, 0.5}) {
-                    tagRECT r = sh.r;
-                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)), want(got);
-                    ASSERT_EQ(got.edge(&r, s), 1);
-                    ref_edge(want, &r, s);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
-                }
-        }
-    restore_paths();
+    on_every_path([](int path, int threads) {
+        for (const Shape& sh : kClampedShapes)
+            for (double s : {7.0, 0.5}) {
+                tagRECT r = sh.r;
+                kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)), want(got);
+                ASSERT_EQ(got.edge(&r, s), 1);
+                ref_edge(want, &r, s);
+                EXPECT_TRUE(images_equal(got, want))
+                    << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
+            }
+    });
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)
@@ -476,35 +471,23 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    // Band boundaries at one to three threads on every path, rows with and without a tail or
-    // too short for a vector, margins from outside the rectangle; lights from every side and
-    // from below, depths that give flat shades of 0 and Nz = 0.
-    struct Shape {
-        int w, h;
-        tagRECT r;
-    };
-    const Shape shapes[] = {{157, 67, {5, 3, 150, 61}}, {40, 23, {-2, -1, 45, 30}}, {16, 21, {0, 2, 9, 20}},
-                            {16, 19, {7, -3, 16, 15}},  {13, 17, {1, 0, 11, 17}},   {24, 15, {3, 1, 14, 14}},
-                            {9, 12, {2, 0, 7, 10}},     {9, 12, {0, 0, 3, 12}}};
+    // Lights from every side and from below, depths that give flat shades of 0 and Nz = 0.
     const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            for (const Shape& sh : shapes)
-                for (const tagKIV_EMBOSS& p : lights) {
-                    tagRECT r = sh.r;
-                    kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h)), want(got);
-                    // Few heights, so flat neighbourhoods and small gradients are common.
-                    for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0xC1;
-                    tagKIV_EMBOSS q = p;
-                    ASSERT_EQ(got.emboss(&r, &q), 1);
-                    ref_emboss(want, &r, p);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
-                }
-        }
-    restore_paths();
+    on_every_path([&](int path, int threads) {
+        for (const Shape& sh : kClampedShapes)
+            for (const tagKIV_EMBOSS& p : lights) {
+                tagRECT r = sh.r;
+                const std::uint64_t seed = static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h);
+                kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
+                // Few heights, so flat neighbourhoods and small gradients are common.
+                for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0xC1;
+                tagKIV_EMBOSS q = p;
+                ASSERT_EQ(got.emboss(&r, &q), 1);
+                ref_emboss(want, &r, p);
+                EXPECT_TRUE(images_equal(got, want))
+                    << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
+            }
+    });
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
