@@ -117,6 +117,11 @@ enum {
     KIV_CS_LAB = 6
 };
 
+/* Flags of kiv::quantize_hq and kiv::quantize_shared. */
+enum {
+    KIV_QUANT_ALPHA = 1 /* byte 3 of 24- and 32-bit images is straight alpha */
+};
+
 class KIV_API kiv {
 public:
     /* The image's fields, public so a host can read them and install m_progressproc.
@@ -344,6 +349,36 @@ public:
      * 1 when done (an image without pixels is left as it is); 0, image unchanged, for which
      * outside 0..8 or mode outside 0..4. */
     int quantize_wdp(int mode, int which);
+    /* Reduce the whole image to a palette of at most `colors` entries chosen for the least
+     * visible error: a weighted colour histogram is split into boxes where that removes the
+     * most squared error, then refined by Voronoi (k-means) iterations; every pixel takes its
+     * nearest entry (weights red 5, green 6, blue 4, alpha 6 on premultiplied colour), or with
+     * `dither` above 0 Floyd-Steinberg error diffusion at that strength, held back on edges,
+     * in textured areas and in flat areas where it would only add noise.
+     *
+     * colors: 1..256.  An image with at most `colors` distinct colours keeps every colour
+     *   exactly (no dithering).  The palette may have fewer entries than asked.
+     * dither: 0..100, the strength of the error diffusion in percent (0 = none).
+     * flags: 0, or KIV_QUANT_ALPHA: byte 3 of a 24- or 32-bit image is straight alpha.
+     *   Entries then carry alpha (weighted by it: colours are compared premultiplied); every
+     *   pixel with alpha 0 maps to one entry (0, 0, 0, 0); an image without alpha below 255
+     *   gets only opaque entries.  Ignored for images of 8 bits or fewer (byte 3 is an index).
+     * Result as quantize: bits 1, 4 or 8 by the palette size, the colour map holds the
+     * palette, every pixel's red, green, blue are its entry's colour and byte 3 its index.
+     * Byte 3 of each colour-map entry is the entry's alpha (255 = opaque, always so without
+     * KIV_QUANT_ALPHA); entries with alpha below 255 come first, so a PNG-8 writer's tRNS
+     * chunk covers only them.  Then entries by how many pixels chose them, most first.
+     * Returns 1, or 0 with the image unchanged for: an empty image, colors outside 1..256,
+     * dither outside 0..100, unknown flags.
+     * The same bytes on every thread count and processor. */
+    int quantize_hq(int colors, int dither, int flags);
+    /* One palette for several images (frames of an animation, a set of icons): chosen as
+     * quantize_hq chooses it, from the pixels of all images together, then every image is
+     * mapped to it and palettized as quantize_hq leaves it (same colour map in each).
+     * images: n (1 or more) distinct, non-empty images; colors, dither, flags as quantize_hq.
+     * Returns 1, or 0 with every image unchanged for a null list or entry, n < 1, an empty
+     * image, an image listed twice, or an argument quantize_hq refuses. */
+    static int quantize_shared(kiv** images, int n, int colors, int dither, int flags);
 
     /* ---- Fills and gradients -------------------------------------------------------- */
     /* Blend modes (mode), d the existing pixel and s the fill colour, per channel 0..255:

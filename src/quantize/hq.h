@@ -1,0 +1,149 @@
+// What the refined quantizer's files share: the search space, the candidate lists and the
+// nearest-colour kernels, the palette builder and the mapper.
+//
+// Colours are searched in a four-channel space: red, green and blue premultiplied by alpha,
+// then alpha (an opaque image has alpha 255 everywhere, so only its colours count), each
+// 0..255.  Distances are sums of channel weight times squared difference, in integers, so
+// every path and thread count finds the same nearest entry.
+#ifndef KIV_QUANTIZE_HQ_H
+#define KIV_QUANTIZE_HQ_H
+
+#include <cstdint>
+#include <vector>
+
+#include "kiv.h"
+#include "quantize/hq_simd.h"
+
+namespace kivhq {
+
+constexpr int kMaxColors = 256;
+
+// Packs a colour of the search space the way the kernels read it.
+inline Packed pack(int c0, int c1, int c2, int c3) {
+    return Packed{static_cast<std::uint32_t>(c0) | static_cast<std::uint32_t>(c1) << 16,
+                  static_cast<std::uint32_t>(c2) | static_cast<std::uint32_t>(c3) << 16};
+}
+
+// round(v * a / 255) for bytes v and a, exactly.
+inline int premultiply(int v, int a) {
+    const int t = v * a + 128;
+    return (t + (t >> 8)) >> 8;
+}
+
+// The kernels of the fastest path this processor runs (or the scalar ones).
+NearestFn nearest_kernel();
+Nearest2Fn nearest2_kernel();
+// For tests: 0 the scalar kernels, 1 at most SSE2, 2 the best available (the default).
+void force_kernels(int level);
+
+// A palette in search coordinates.
+struct Palette {
+    int count = 0;
+    int c[kMaxColors][4];
+};
+
+// Appends the chunks of the candidate list of `indices` (n of them) to out.
+void add_chunks(const Palette& pal, const int* indices, int n, std::vector<Chunk>* out);
+
+// ---- The pixels, seen as sources of the search space.
+
+// One image's pixels and how to read them.
+struct Source {
+    tagRGBA* px;
+    int width, height;
+    bool alpha;  // byte 3 is straight alpha; otherwise every pixel is opaque
+};
+
+inline Packed search_colour(const tagRGBA& p, bool alpha) {
+    if (!alpha || p.a == 255) return pack(p.r, p.g, p.b, 255);
+    return pack(premultiply(p.r, p.a), premultiply(p.g, p.a), premultiply(p.b, p.a), p.a);
+}
+
+// ---- Nearest-colour grid: the colour cube cut into cells of 8 x 8 x 8 units of the
+// premultiplied colour (and, for images with alpha, 8 slices of alpha), each with the list of
+// the entries that can be nearest to some colour inside it.
+
+class Grid {
+public:
+    Grid(const Palette& pal, bool alpha);
+    static int cell_of(Packed q, bool alpha) {
+        const int c0 = static_cast<int>(q.rg & 0xFF), c1 = static_cast<int>(q.rg >> 16);
+        const int c2 = static_cast<int>(q.ba & 0xFF);
+        const int a = alpha ? static_cast<int>(q.ba >> 16) >> 5 : 0;
+        return ((a << 5 | c0 >> 3) << 5 | c1 >> 3) << 5 | c2 >> 3;
+    }
+    int cells() const { return alpha_ ? 8 << 15 : 1 << 15; }
+    // Builds the lists of every cell whose flag in `wanted` (one byte per cell) is set.
+    void build(const std::uint8_t* wanted);
+    // Nearest entry of q: exact for every colour, through the cell's list where it was built
+    // and through the whole palette elsewhere.
+    int nearest(Packed q) const {
+        const int cell = cell_of(q, alpha_);
+        const Span s = span_[cell];
+        if (s.n) return static_cast<int>(kernel_(s.at, s.n, q) & 0xFF);
+        return static_cast<int>(kernel_(all_.data(), static_cast<int>(all_.size()), q) & 0xFF);
+    }
+
+private:
+    struct Span {
+        const Chunk* at = nullptr;
+        int n = 0;
+    };
+    const Palette& pal_;
+    bool alpha_;
+    NearestFn kernel_;
+    std::vector<Chunk> all_;                  // the whole palette
+    std::vector<std::vector<Chunk>> blocks_;  // one pool per block of 4 x 4 x 4 cells
+    std::vector<Span> span_;
+};
+
+// Marks the cells within `units` of a marked cell along each axis (error diffusion moves
+// colours that far).
+void widen_cells(std::vector<std::uint8_t>* cells, bool alpha, int units);
+
+// ---- The palette builder.
+
+// Colour histogram of one or more sources: its points (exact colours, or cells of a grid of
+// bins) with their pixel counts and channel sums in search coordinates.
+struct Histogram {
+    bool alpha = false;
+    bool any_transparent = false;  // a pixel with alpha 0 (kept out of the points)
+    bool any_visible = false;      // a pixel with alpha above 0
+    bool exact = false;            // every distinct colour is a point
+    bool few = false;              // ... and there are at most `colors` of them
+    std::vector<std::uint32_t> keys;  // exact: the distinct colours (r | g << 8 | b << 16 | a << 24,
+                                      // 0 for transparent), in order of first appearance
+    int bins = 0, alpha_bins = 0;     // bins along the colour axes and the alpha axis
+    std::vector<std::uint32_t> n;     // per point: pixels
+    std::vector<std::uint64_t> sum;   // per point: 4 channel sums
+    std::vector<std::uint8_t> bin;    // per point: its bin along each axis
+    std::vector<std::uint8_t> occupied;  // per grid cell: a pixel falls in it
+};
+
+// Fills h from the sources (alpha: any source has alpha).
+void build_histogram(const Source* src, int count, bool alpha, int colors, Histogram* h);
+
+// At most `colors` entries from the histogram (never more), refined by Voronoi iterations.
+// *pal in search coordinates, pixel totals per entry in weight (for ordering).
+void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std::uint64_t>* weight);
+
+// ---- Mapping the pixels.
+
+// Error diffusion limits each pixel's error to this many units a channel.
+constexpr int kLimit = 40;
+
+struct Mapping {
+    const Grid* grid;
+    const Palette* pal;   // search coordinates of the entries
+    const tagRGBA* out;   // per entry: the pixel written (its colour, its index in byte 3)
+    int transparent;      // the entry of pixels with alpha 0 (sources with alpha only)
+};
+
+// Replaces every pixel of s (in place) by its nearest entry.
+void map_nearest(const Source& s, const Mapping& m);
+// The same with error diffusion at strength 1..100 percent.
+void map_diffuse(const Source& s, const Mapping& m, int strength);
+
+}  // namespace kivhq
+
+#endif

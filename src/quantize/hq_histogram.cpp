@@ -1,0 +1,323 @@
+// The refined quantizer's colour histogram: the exact colours of an image that has few of
+// them, else cells of a grid whose bins follow each channel's distribution.
+//
+// Rows are shared among threads in fixed spans, one table per span, and the tables are
+// merged in span order: counts and sums are integers and colours are listed in order of
+// first appearance, so the result is the same for every number of threads.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "core/parallel.h"
+#include "quantize/hq.h"
+
+namespace kivhq {
+
+namespace {
+
+// Up to this many distinct colours are kept exactly; beyond, the grid of bins takes over.
+constexpr int kExactLimit = 4096;
+
+// Grid bins: 32 per colour channel, and 8 of alpha for images with alpha.
+constexpr int kBinBits = 5, kBins = 1 << kBinBits;
+constexpr int kAlphaBinBits = 3;
+
+// At most this many pixels are counted into the grid, so that a cell's channel sums fit 32
+// bits (2^24 x 255 < 2^32); larger images are sampled evenly.
+constexpr long long kMaxCounted = 1LL << 24;
+
+// A pixel as one 32-bit key: straight colour and alpha (255 for opaque sources), every fully
+// transparent pixel 0.
+inline std::uint32_t key_of(std::uint32_t word, bool alpha) {
+    if (!alpha) return word | 0xFF000000u;
+    return word >> 24 ? word : 0u;
+}
+
+inline std::uint32_t word_of(const tagRGBA& p) {
+    std::uint32_t w;
+    std::memcpy(&w, &p, 4);
+    return w;  // red in the low byte on every little-endian target
+}
+
+// Distinct keys with their counts, in order of first appearance.
+class KeyTable {
+public:
+    KeyTable() : key_(kSlots), count_(kSlots, 0), at_(kSlots, -1) {}
+    // false once there are more than kExactLimit keys.
+    bool add(std::uint32_t key, std::uint32_t n) {
+        std::uint32_t h = (key * 2654435761u) >> (32 - kBits);
+        while (at_[h] >= 0 && key_[h] != key) h = (h + 1) & (kSlots - 1);
+        if (at_[h] < 0) {
+            if (static_cast<int>(order_.size()) == kExactLimit) return false;
+            key_[h] = key;
+            at_[h] = static_cast<int>(order_.size());
+            order_.push_back(h);
+        }
+        count_[h] += n;
+        return true;
+    }
+    int size() const { return static_cast<int>(order_.size()); }
+    std::uint32_t key(int i) const { return key_[order_[static_cast<std::size_t>(i)]]; }
+    std::uint32_t count(int i) const { return count_[order_[static_cast<std::size_t>(i)]]; }
+
+private:
+    static constexpr int kBits = 14;  // 16384 slots for at most 4096 keys
+    static constexpr std::uint32_t kSlots = 1u << kBits;
+    std::vector<std::uint32_t> key_, count_;
+    std::vector<int> at_;
+    std::vector<std::uint32_t> order_;
+};
+
+// The rows of all sources as one sequence, cut into spans for the threads.
+struct Rows {
+    const Source* src;
+    std::vector<long long> first;  // first global row of each source, then the total
+    int slots;
+    int total() const { return static_cast<int>(first.back()); }
+    int begin(int t) const { return static_cast<int>(first.back() * t / slots); }
+    // Calls f(source, first pixel, pixel count) for the runs of whole rows of span t.
+    template <class F>
+    void each_run(int t, F&& f) const {
+        const long long b = first.back() * t / slots, e = first.back() * (t + 1) / slots;
+        for (std::size_t i = 0; i + 1 < first.size(); ++i) {
+            const long long lo = std::max(b, first[i]), hi = std::min(e, first[i + 1]);
+            if (lo >= hi) continue;
+            const Source& s = src[i];
+            f(s, s.px + static_cast<std::size_t>(lo - first[i]) * static_cast<std::size_t>(s.width),
+              static_cast<std::size_t>(hi - lo) * static_cast<std::size_t>(s.width), lo - first[i]);
+        }
+    }
+};
+
+// The keys of span t, run by run (runs of equal pixels are common in graphics).
+bool collect_keys(const Rows& rows, int t, KeyTable* table) {
+    bool ok = true;
+    rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long) {
+        if (!ok || !n) return;
+        std::uint32_t prev = word_of(p[0]), run = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            const std::uint32_t w = word_of(p[i]);
+            if (w == prev) {
+                ++run;
+                continue;
+            }
+            if (!table->add(key_of(prev, s.alpha), run)) {
+                ok = false;
+                return;
+            }
+            prev = w;
+            run = 1;
+        }
+        ok = table->add(key_of(prev, s.alpha), run);
+    });
+    return ok;
+}
+
+// Search-space channels of a key.
+inline void channels_of(std::uint32_t key, int* c) {
+    const int a = static_cast<int>(key >> 24);
+    for (int k = 0; k < 3; ++k) c[k] = premultiply(static_cast<int>(key >> (8 * k) & 0xFF), a);
+    c[3] = a;
+}
+
+// Bins of one channel, as a table from value to bin (shifted into place): 32 spans holding
+// equal shares of a weight that is half the channel's own distribution (crowded ranges get
+// narrow bins), three eighths spread evenly over the values it uses and one eighth over all
+// values (values the sample missed still get bins of their own, apart from the main range).
+void make_bins(const std::uint32_t* marginal, int shift, std::uint32_t* lut) {
+    int lo = 0, hi = 255;
+    while (lo < 255 && !marginal[lo]) ++lo;
+    while (hi > lo && !marginal[hi]) --hi;
+    double total = 0;
+    for (int v = lo; v <= hi; ++v) total += marginal[v];
+    const double per_count = total > 0 ? 0.5 / total : 0.0;
+    const double used = (total > 0 ? 0.375 : 0.875) / (hi - lo + 1), everywhere = 0.125 / 256;
+    double cum = 0;
+    for (int v = 0; v < 256; ++v) {
+        const double w = marginal[v] * per_count + (v >= lo && v <= hi ? used : 0.0) + everywhere;
+        // The bin holding the middle of this value's share.
+        const int bin = std::min(kBins - 1, static_cast<int>((cum + w / 2) * kBins));
+        cum += w;
+        lut[v] = static_cast<std::uint32_t>(bin) << shift;
+    }
+}
+
+struct Cell {
+    std::uint32_t n, s[4];
+};
+
+struct Counter {
+    std::uint32_t lut[4][256];  // per channel: value to its bin, shifted into the cell number
+    Cell* cells;
+    std::uint8_t* occupied;
+    bool alpha;
+    bool clear = false, visible = false;
+
+    void add(std::uint32_t key, std::uint32_t run) {
+        if (!key) {  // fully transparent: kept out of the colours
+            clear = true;
+            return;
+        }
+        visible = true;
+        int c[4];
+        if (key >> 24 == 255) {
+            c[0] = static_cast<int>(key & 0xFF), c[1] = static_cast<int>(key >> 8 & 0xFF), c[2] = static_cast<int>(key >> 16 & 0xFF), c[3] = 255;
+        } else {
+            channels_of(key, c);
+        }
+        Cell& e = cells[lut[0][c[0]] | lut[1][c[1]] | lut[2][c[2]] | lut[3][c[3]]];
+        e.n += run;
+        for (int k = 0; k < 4; ++k) e.s[k] += static_cast<std::uint32_t>(c[k]) * run;
+        occupied[Grid::cell_of(pack(c[0], c[1], c[2], c[3]), alpha)] = 1;
+    }
+};
+
+}  // namespace
+
+void build_histogram(const Source* src, int count, bool alpha, int colors, Histogram* h) {
+    *h = Histogram{};
+    h->alpha = alpha;
+    Rows rows{src, {0}, 1};
+    long long total = 0;
+    for (int i = 0; i < count; ++i) {
+        rows.first.push_back(rows.first.back() + src[i].height);
+        total += static_cast<long long>(src[i].width) * src[i].height;
+    }
+    rows.slots = std::max(1, std::min(kivcore::parallel_threads(), rows.total()));
+    const int slots = rows.slots;
+    const int grid_cells = (alpha ? 8 : 1) << 15;
+
+    // Few colours: every distinct colour is a point of its own.
+    {
+        std::vector<std::unique_ptr<KeyTable>> tables(static_cast<std::size_t>(slots));
+        std::vector<std::uint8_t> ok(static_cast<std::size_t>(slots), 0);
+        kivcore::parallel_for(0, slots, [&](int t) {
+            tables[static_cast<std::size_t>(t)] = std::make_unique<KeyTable>();
+            ok[static_cast<std::size_t>(t)] = collect_keys(rows, t, tables[static_cast<std::size_t>(t)].get());
+        });
+        bool exact = std::all_of(ok.begin(), ok.end(), [](std::uint8_t v) { return v != 0; });
+        KeyTable& all = *tables[0];
+        for (int t = 1; t < slots && exact; ++t)
+            for (int i = 0; i < tables[static_cast<std::size_t>(t)]->size() && exact; ++i)
+                exact = all.add(tables[static_cast<std::size_t>(t)]->key(i), tables[static_cast<std::size_t>(t)]->count(i));
+        if (exact) {
+            h->exact = true;
+            h->bins = 256;
+            h->alpha_bins = alpha ? 256 : 1;
+            h->few = all.size() <= colors;
+            h->occupied.assign(static_cast<std::size_t>(grid_cells), 0);
+            for (int i = 0; i < all.size(); ++i) {
+                const std::uint32_t key = all.key(i), n = all.count(i);
+                h->keys.push_back(key);
+                if (!key) {
+                    h->any_transparent = true;
+                    continue;
+                }
+                h->any_visible = true;
+                int c[4];
+                channels_of(key, c);
+                h->n.push_back(n);
+                for (int k = 0; k < 4; ++k) {
+                    h->sum.push_back(static_cast<std::uint64_t>(c[k]) * n);
+                    h->bin.push_back(static_cast<std::uint8_t>(c[k]));
+                }
+                h->occupied[static_cast<std::size_t>(Grid::cell_of(pack(c[0], c[1], c[2], c[3]), alpha))] = 1;
+            }
+            return;
+        }
+    }
+
+    // Many colours: the grid of bins.  The channels' distributions first, from about 2^18
+    // pixels on evenly spaced rows.
+    const long long row_step = std::max<long long>(1, total >> 18);
+    std::vector<std::uint32_t> marg(static_cast<std::size_t>(slots) * 768, 0);
+    kivcore::parallel_for(0, slots, [&](int t) {
+        std::uint32_t* m = marg.data() + static_cast<std::size_t>(t) * 768;
+        rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long y0) {
+            for (long long y = y0; y < y0 + static_cast<long long>(n / static_cast<std::size_t>(s.width)); ++y) {
+                if (y % row_step) continue;
+                const tagRGBA* r = p + static_cast<std::size_t>(y - y0) * static_cast<std::size_t>(s.width);
+                for (int x = 0; x < s.width; ++x) {
+                    if (s.alpha && r[x].a == 0) continue;
+                    int c[4];
+                    channels_of(key_of(word_of(r[x]), s.alpha), c);
+                    ++m[c[0]];
+                    ++m[256 + c[1]];
+                    ++m[512 + c[2]];
+                }
+            }
+        });
+    });
+    for (int t = 1; t < slots; ++t)
+        for (std::size_t k = 0; k < 768; ++k) marg[k] += marg[static_cast<std::size_t>(t) * 768 + k];
+    const int abits = alpha ? kAlphaBinBits : 0;
+    Counter proto{};
+    proto.alpha = alpha;
+    for (int c = 0; c < 3; ++c) make_bins(marg.data() + c * 256, (2 - c) * kBinBits + abits, proto.lut[c]);
+    for (int a = 0; a < 256; ++a) proto.lut[3][a] = alpha ? static_cast<std::uint32_t>(a >> (8 - kAlphaBinBits)) : 0;
+
+    const int cells = 1 << (3 * kBinBits + abits);
+    const int stride = static_cast<int>((total + kMaxCounted - 1) / kMaxCounted);  // 1 up to 16 M pixels
+    std::vector<Cell> hist(static_cast<std::size_t>(slots) * static_cast<std::size_t>(cells));
+    std::vector<std::uint8_t> occ(static_cast<std::size_t>(slots) * static_cast<std::size_t>(grid_cells));
+    std::vector<Counter> counters(static_cast<std::size_t>(slots), proto);
+    kivcore::parallel_for(0, slots, [&](int t) {
+        Counter& k = counters[static_cast<std::size_t>(t)];
+        k.cells = hist.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(cells);
+        k.occupied = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
+        rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long) {
+            if (!n) return;
+            if (stride > 1) {
+                for (std::size_t i = 0; i < n; i += static_cast<std::size_t>(stride)) k.add(key_of(word_of(p[i]), s.alpha), 1);
+                return;
+            }
+            std::uint32_t prev = word_of(p[0]), run = 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                const std::uint32_t w = word_of(p[i]);
+                if (w == prev) {
+                    ++run;
+                    continue;
+                }
+                k.add(key_of(prev, s.alpha), run);
+                prev = w;
+                run = 1;
+            }
+            k.add(key_of(prev, s.alpha), run);
+        });
+    });
+    // Sum the spans' tables into the first, in parallel over runs of cells.
+    constexpr int kSpan = 4096;
+    kivcore::parallel_for(0, (cells + kSpan - 1) / kSpan, [&](int span) {
+        for (int c = span * kSpan; c < std::min(cells, (span + 1) * kSpan); ++c) {
+            Cell& d = hist[static_cast<std::size_t>(c)];
+            for (int t = 1; t < slots; ++t) {
+                const Cell& o = hist[static_cast<std::size_t>(t) * static_cast<std::size_t>(cells) + static_cast<std::size_t>(c)];
+                d.n += o.n;
+                for (int k = 0; k < 4; ++k) d.s[k] += o.s[k];
+            }
+        }
+    });
+    h->occupied.assign(occ.begin(), occ.begin() + grid_cells);
+    for (int t = 0; t < slots; ++t) {
+        const std::uint8_t* oc = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
+        if (t)
+            for (int c = 0; c < grid_cells; ++c) h->occupied[static_cast<std::size_t>(c)] |= oc[c];
+        h->any_transparent |= counters[static_cast<std::size_t>(t)].clear;
+        h->any_visible |= counters[static_cast<std::size_t>(t)].visible;
+    }
+    const int shift[4] = {2 * kBinBits + abits, kBinBits + abits, abits, 0};
+    const int mask[4] = {kBins - 1, kBins - 1, kBins - 1, (1 << abits) - 1};
+    for (int c = 0; c < cells; ++c) {
+        const Cell& e = hist[static_cast<std::size_t>(c)];
+        if (!e.n) continue;
+        h->n.push_back(e.n);
+        for (int k = 0; k < 4; ++k) {
+            h->sum.push_back(e.s[k]);
+            h->bin.push_back(static_cast<std::uint8_t>(c >> shift[k] & mask[k]));
+        }
+    }
+    h->bins = kBins;
+    h->alpha_bins = alpha ? 1 << kAlphaBinBits : 1;
+}
+
+}  // namespace kivhq
