@@ -175,24 +175,6 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
                 for (std::size_t i = 0; i < m; ++i) p[i] = out[index.find(colour_key(p[i], s.alpha))];
             });
     } else {
-        if (getenv("HQ_LLOYD")) for (int rep = 0; rep < atoi(getenv("HQ_LLOYD")); ++rep) {
-            kivhq::Grid g0(*pal, alpha);
-            g0.build(hist.occupied.data());
-            std::vector<std::uint64_t> acc(static_cast<std::size_t>(count) * 5, 0);
-            for (const kivhq::Source& s : src)
-                for (long long i = 0; i < (long long)s.width * s.height; ++i) {
-                    const kivhq::Packed q = kivhq::search_colour(s.px[i], s.alpha);
-                    if (s.alpha && s.px[i].a == 0) continue;
-                    int j = g0.nearest(q);
-                    acc[j * 5] += 1; acc[j*5+1] += q.rg & 0xFFFF; acc[j*5+2] += q.rg >> 16; acc[j*5+3] += q.ba & 0xFFFF; acc[j*5+4] += q.ba >> 16;
-                }
-            for (int j = 0; j < count; ++j) if (acc[j*5] && entries[j].colour.a == 255) {
-                std::uint64_t nn = acc[j*5];
-                for (int c = 0; c < 3; ++c) pal->c[j][c] = (int)((acc[j*5+1+c] + nn/2)/nn);
-                entries[j].colour = tagRGBA{(BYTE)pal->c[j][0], (BYTE)pal->c[j][1], (BYTE)pal->c[j][2], 255};
-                out[j] = tagRGBA{(BYTE)pal->c[j][0], (BYTE)pal->c[j][1], (BYTE)pal->c[j][2], (BYTE)j};
-            }
-        }
         kivhq::Grid grid(*pal, alpha);
         std::vector<std::uint8_t> wanted = hist.occupied;
         if (dither) kivhq::widen_cells(&wanted, alpha, kivhq::kLimit);
