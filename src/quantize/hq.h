@@ -31,10 +31,11 @@ inline int premultiply(int v, int a) {
 }
 
 // The kernels of the fastest path this processor runs (or the scalar ones).
-NearestFn nearest_kernel();
-Nearest2Fn nearest2_kernel();
+const KernelSet& kernels();
 // For tests: 0 the scalar kernels, 1 at most SSE2, 2 the best available (the default).
 void force_kernels(int level);
+// The portable reference of KernelSet::nearest, written out plainly.
+std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q);
 
 // A palette in search coordinates.
 struct Palette {
@@ -59,42 +60,28 @@ inline Packed search_colour(const tagRGBA& p, bool alpha) {
     return pack(premultiply(p.r, p.a), premultiply(p.g, p.a), premultiply(p.b, p.a), p.a);
 }
 
-// ---- Nearest-colour grid: the colour cube cut into cells of 8 x 8 x 8 units of the
-// premultiplied colour (and, for images with alpha, 8 slices of alpha), each with the list of
-// the entries that can be nearest to some colour inside it.
+// ---- The nearest-colour grid (see GridView).
 
 class Grid {
 public:
     Grid(const Palette& pal, bool alpha);
+    // The cell numbering of GridView.
     static int cell_of(Packed q, bool alpha) {
-        const int c0 = static_cast<int>(q.rg & 0xFF), c1 = static_cast<int>(q.rg >> 16);
-        const int c2 = static_cast<int>(q.ba & 0xFF);
-        const int a = alpha ? static_cast<int>(q.ba >> 16) >> 5 : 0;
-        return ((a << 5 | c0 >> 3) << 5 | c1 >> 3) << 5 | c2 >> 3;
+        const int slice = alpha ? static_cast<int>(q.ba >> 21) : 0;
+        return slice << 15 | static_cast<int>((q.rg & 0xF8) << 7 | (q.rg >> 19 & 0x1F) << 5 | (q.ba & 0xF8) >> 3);
     }
-    int cells() const { return alpha_ ? 8 << 15 : 1 << 15; }
+    static int cells(bool alpha) { return alpha ? 8 << 15 : 1 << 15; }
     // Builds the lists of every cell whose flag in `wanted` (one byte per cell) is set.
     void build(const std::uint8_t* wanted);
-    // Nearest entry of q: exact for every colour, through the cell's list where it was built
-    // and through the whole palette elsewhere.
-    int nearest(Packed q) const {
-        const int cell = cell_of(q, alpha_);
-        const Span s = span_[cell];
-        if (s.n) return static_cast<int>(kernel_(s.at, s.n, q) & 0xFF);
-        return static_cast<int>(kernel_(all_.data(), static_cast<int>(all_.size()), q) & 0xFF);
-    }
+    const GridView& view() const { return view_; }
 
 private:
-    struct Span {
-        const Chunk* at = nullptr;
-        int n = 0;
-    };
     const Palette& pal_;
     bool alpha_;
-    NearestFn kernel_;
-    std::vector<Chunk> all_;                  // the whole palette
-    std::vector<std::vector<Chunk>> blocks_;  // one pool per block of 4 x 4 x 4 cells
-    std::vector<Span> span_;
+    std::vector<Chunk> all_;  // the whole palette
+    std::vector<Chunk> pool_;
+    std::vector<std::uint32_t> cell_;
+    GridView view_;
 };
 
 // Marks the cells within `units` of a marked cell along each axis (error diffusion moves
@@ -135,7 +122,7 @@ constexpr int kLimit = 40;
 struct Mapping {
     const Grid* grid;
     const Palette* pal;   // search coordinates of the entries
-    const tagRGBA* out;   // per entry: the pixel written (its colour, its index in byte 3)
+    const std::uint32_t* out;  // per entry: the pixel word written (its colour, its index in byte 3)
     int transparent;      // the entry of pixels with alpha 0 (sources with alpha only)
 };
 

@@ -22,9 +22,11 @@ constexpr int kExactLimit = 4096;
 constexpr int kBinBits = 5, kBins = 1 << kBinBits;
 constexpr int kAlphaBinBits = 3;
 
-// At most this many pixels are counted into the grid, so that a cell's channel sums fit 32
-// bits (2^24 x 255 < 2^32); larger images are sampled evenly.
-constexpr long long kMaxCounted = 1LL << 24;
+// At most about this many pixels are counted into the grid (which also keeps a cell's channel
+// sums below 2^32); larger images are sampled, every k-th pixel of each row from an offset
+// that moves from row to row.  Plenty for the palette, and a quarter of the work at
+// 4096 x 4096.
+constexpr long long kMaxCounted = 1LL << 22;
 
 // A pixel as one 32-bit key: straight colour and alpha (255 for opaque sources), every fully
 // transparent pixel 0.
@@ -142,35 +144,83 @@ void make_bins(const std::uint32_t* marginal, int shift, std::uint32_t* lut) {
     }
 }
 
-struct Cell {
+// Cells of opaque pixels (alpha 255 is implied) and of pixels with alpha.
+struct Cell3 {
+    std::uint32_t n, s[3];
+};
+struct Cell4 {
     std::uint32_t n, s[4];
 };
 
-struct Counter {
-    std::uint32_t lut[4][256];  // per channel: value to its bin, shifted into the cell number
-    Cell* cells;
-    std::uint8_t* occupied;
-    bool alpha;
-    bool clear = false, visible = false;
+// Counts runs of equal pixels of an opaque source: one table look-up per channel gives both
+// the histogram cell (bits 0..14) and the grid cell (bits 16..30).
+void count_opaque(const tagRGBA* px, std::size_t n, std::size_t stride, std::size_t first, const std::uint32_t (*lut)[256],
+                  Cell3* cells, std::uint8_t* occupied) {
+    auto add = [&](std::uint32_t w, std::uint32_t run) {
+        const std::uint32_t r = w & 0xFF, g = w >> 8 & 0xFF, b = w >> 16 & 0xFF;
+        const std::uint32_t v = lut[0][r] | lut[1][g] | lut[2][b];
+        Cell3& e = cells[v & 0xFFFF];
+        e.n += run;
+        e.s[0] += r * run;
+        e.s[1] += g * run;
+        e.s[2] += b * run;
+        occupied[v >> 16] = 1;
+    };
+    if (stride > 1) {
+        for (std::size_t i = first; i < n; i += stride) add(word_of(px[i]), 1);
+        return;
+    }
+    std::uint32_t prev = word_of(px[0]) & 0xFFFFFFu, run = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint32_t w = word_of(px[i]) & 0xFFFFFFu;
+        if (w == prev) {
+            ++run;
+            continue;
+        }
+        add(prev, run);
+        prev = w;
+        run = 1;
+    }
+    add(prev, run);
+}
 
-    void add(std::uint32_t key, std::uint32_t run) {
+// The same for a source with alpha; returns bit 0 for a transparent pixel, bit 1 for a
+// visible one.
+int count_alpha(const tagRGBA* px, std::size_t n, std::size_t stride, std::size_t first, bool src_alpha,
+                const std::uint32_t (*lut)[256], Cell4* cells, std::uint8_t* occupied) {
+    int seen = 0;
+    auto add = [&](std::uint32_t key, std::uint32_t run) {
         if (!key) {  // fully transparent: kept out of the colours
-            clear = true;
+            seen |= 1;
             return;
         }
-        visible = true;
+        seen |= 2;
         int c[4];
-        if (key >> 24 == 255) {
-            c[0] = static_cast<int>(key & 0xFF), c[1] = static_cast<int>(key >> 8 & 0xFF), c[2] = static_cast<int>(key >> 16 & 0xFF), c[3] = 255;
-        } else {
-            channels_of(key, c);
-        }
-        Cell& e = cells[lut[0][c[0]] | lut[1][c[1]] | lut[2][c[2]] | lut[3][c[3]]];
+        channels_of(key, c);
+        Cell4& e = cells[lut[0][c[0]] | lut[1][c[1]] | lut[2][c[2]] | lut[3][c[3]]];
         e.n += run;
         for (int k = 0; k < 4; ++k) e.s[k] += static_cast<std::uint32_t>(c[k]) * run;
-        occupied[Grid::cell_of(pack(c[0], c[1], c[2], c[3]), alpha)] = 1;
+        occupied[Grid::cell_of(pack(c[0], c[1], c[2], c[3]), true)] = 1;
+    };
+    if (stride > 1) {
+        for (std::size_t i = first; i < n; i += stride) add(key_of(word_of(px[i]), src_alpha), 1);
+        return seen;
     }
-};
+    const std::uint32_t mask = src_alpha ? 0xFFFFFFFFu : 0xFFFFFFu;
+    std::uint32_t prev = word_of(px[0]) & mask, run = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint32_t w = word_of(px[i]) & mask;
+        if (w == prev) {
+            ++run;
+            continue;
+        }
+        add(key_of(prev, src_alpha), run);
+        prev = w;
+        run = 1;
+    }
+    add(key_of(prev, src_alpha), run);
+    return seen;
+}
 
 }  // namespace
 
@@ -227,20 +277,22 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
         }
     }
 
-    // Many colours: the grid of bins.  The channels' distributions first, from about 2^18
+    // Many colours: the grid of bins.  The channels' distributions first, from about 2^17
     // pixels on evenly spaced rows.
-    const long long row_step = std::max<long long>(1, total >> 18);
+    const long long row_step = std::max<long long>(1, total >> 17);
     std::vector<std::uint32_t> marg(static_cast<std::size_t>(slots) * 768, 0);
     kivcore::parallel_for(0, slots, [&](int t) {
         std::uint32_t* m = marg.data() + static_cast<std::size_t>(t) * 768;
         rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long y0) {
-            for (long long y = y0; y < y0 + static_cast<long long>(n / static_cast<std::size_t>(s.width)); ++y) {
-                if (y % row_step) continue;
+            const long long y1 = y0 + static_cast<long long>(n / static_cast<std::size_t>(s.width));
+            for (long long y = (y0 + row_step - 1) / row_step * row_step; y < y1; y += row_step) {
                 const tagRGBA* r = p + static_cast<std::size_t>(y - y0) * static_cast<std::size_t>(s.width);
                 for (int x = 0; x < s.width; ++x) {
-                    if (s.alpha && r[x].a == 0) continue;
-                    int c[4];
-                    channels_of(key_of(word_of(r[x]), s.alpha), c);
+                    int c[4] = {r[x].r, r[x].g, r[x].b, 255};
+                    if (s.alpha && r[x].a != 255) {
+                        if (!r[x].a) continue;
+                        channels_of(word_of(r[x]), c);
+                    }
                     ++m[c[0]];
                     ++m[256 + c[1]];
                     ++m[512 + c[2]];
@@ -250,69 +302,74 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
     });
     for (int t = 1; t < slots; ++t)
         for (std::size_t k = 0; k < 768; ++k) marg[k] += marg[static_cast<std::size_t>(t) * 768 + k];
+    // Opaque: each table entry holds the bin in the histogram's cell number and the cell of
+    // the nearest-colour grid above bit 16.  With alpha, the bins alone (3 bits of alpha).
     const int abits = alpha ? kAlphaBinBits : 0;
-    Counter proto{};
-    proto.alpha = alpha;
-    for (int c = 0; c < 3; ++c) make_bins(marg.data() + c * 256, (2 - c) * kBinBits + abits, proto.lut[c]);
-    for (int a = 0; a < 256; ++a) proto.lut[3][a] = alpha ? static_cast<std::uint32_t>(a >> (8 - kAlphaBinBits)) : 0;
+    std::uint32_t lut[4][256];
+    for (int c = 0; c < 3; ++c) {
+        make_bins(marg.data() + c * 256, (2 - c) * kBinBits + abits, lut[c]);
+        if (!alpha)
+            for (int v = 0; v < 256; ++v) lut[c][v] |= static_cast<std::uint32_t>(v >> 3) << (16 + 5 * (2 - c));
+    }
+    for (int a = 0; a < 256; ++a) lut[3][a] = alpha ? static_cast<std::uint32_t>(a >> (8 - kAlphaBinBits)) : 0;
 
     const int cells = 1 << (3 * kBinBits + abits);
-    const int stride = static_cast<int>((total + kMaxCounted - 1) / kMaxCounted);  // 1 up to 16 M pixels
-    std::vector<Cell> hist(static_cast<std::size_t>(slots) * static_cast<std::size_t>(cells));
+    const std::size_t stride = static_cast<std::size_t>((total + kMaxCounted - 1) / kMaxCounted);  // 1 up to 16 M pixels
+    std::vector<Cell3> hist3(alpha ? 0 : static_cast<std::size_t>(slots) * static_cast<std::size_t>(cells));
+    std::vector<Cell4> hist4(alpha ? static_cast<std::size_t>(slots) * static_cast<std::size_t>(cells) : 0);
     std::vector<std::uint8_t> occ(static_cast<std::size_t>(slots) * static_cast<std::size_t>(grid_cells));
-    std::vector<Counter> counters(static_cast<std::size_t>(slots), proto);
+    std::vector<int> seen(static_cast<std::size_t>(slots), 0);
     kivcore::parallel_for(0, slots, [&](int t) {
-        Counter& k = counters[static_cast<std::size_t>(t)];
-        k.cells = hist.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(cells);
-        k.occupied = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
-        rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long) {
-            if (!n) return;
-            if (stride > 1) {
-                for (std::size_t i = 0; i < n; i += static_cast<std::size_t>(stride)) k.add(key_of(word_of(p[i]), s.alpha), 1);
-                return;
-            }
-            std::uint32_t prev = word_of(p[0]), run = 0;
-            for (std::size_t i = 0; i < n; ++i) {
-                const std::uint32_t w = word_of(p[i]);
-                if (w == prev) {
-                    ++run;
-                    continue;
+        const std::size_t base = static_cast<std::size_t>(t) * static_cast<std::size_t>(cells);
+        std::uint8_t* oc = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
+        rows.each_run(t, [&](const Source& s, const tagRGBA* p, std::size_t n, long long y0) {
+            const std::size_t w = static_cast<std::size_t>(s.width);
+            // Whole rows at once when every pixel counts; else row by row.
+            const std::size_t step = stride > 1 ? w : n;
+            for (std::size_t at = 0; at < n; at += step) {
+                const std::size_t first = stride > 1 ? static_cast<std::size_t>(y0 + static_cast<long long>(at / w)) % stride : 0;
+                if (!alpha) {
+                    count_opaque(p + at, step, stride, first, lut, hist3.data() + base, oc);
+                    seen[static_cast<std::size_t>(t)] |= 2;
+                } else {
+                    seen[static_cast<std::size_t>(t)] |= count_alpha(p + at, step, stride, first, s.alpha, lut, hist4.data() + base, oc);
                 }
-                k.add(key_of(prev, s.alpha), run);
-                prev = w;
-                run = 1;
             }
-            k.add(key_of(prev, s.alpha), run);
         });
     });
     // Sum the spans' tables into the first, in parallel over runs of cells.
     constexpr int kSpan = 4096;
     kivcore::parallel_for(0, (cells + kSpan - 1) / kSpan, [&](int span) {
-        for (int c = span * kSpan; c < std::min(cells, (span + 1) * kSpan); ++c) {
-            Cell& d = hist[static_cast<std::size_t>(c)];
+        for (int c = span * kSpan; c < std::min(cells, (span + 1) * kSpan); ++c)
             for (int t = 1; t < slots; ++t) {
-                const Cell& o = hist[static_cast<std::size_t>(t) * static_cast<std::size_t>(cells) + static_cast<std::size_t>(c)];
-                d.n += o.n;
-                for (int k = 0; k < 4; ++k) d.s[k] += o.s[k];
+                const std::size_t o = static_cast<std::size_t>(t) * static_cast<std::size_t>(cells) + static_cast<std::size_t>(c);
+                if (alpha) {
+                    hist4[static_cast<std::size_t>(c)].n += hist4[o].n;
+                    for (int k = 0; k < 4; ++k) hist4[static_cast<std::size_t>(c)].s[k] += hist4[o].s[k];
+                } else {
+                    hist3[static_cast<std::size_t>(c)].n += hist3[o].n;
+                    for (int k = 0; k < 3; ++k) hist3[static_cast<std::size_t>(c)].s[k] += hist3[o].s[k];
+                }
             }
-        }
     });
     h->occupied.assign(occ.begin(), occ.begin() + grid_cells);
     for (int t = 0; t < slots; ++t) {
         const std::uint8_t* oc = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
         if (t)
             for (int c = 0; c < grid_cells; ++c) h->occupied[static_cast<std::size_t>(c)] |= oc[c];
-        h->any_transparent |= counters[static_cast<std::size_t>(t)].clear;
-        h->any_visible |= counters[static_cast<std::size_t>(t)].visible;
+        h->any_transparent |= (seen[static_cast<std::size_t>(t)] & 1) != 0;
+        h->any_visible |= (seen[static_cast<std::size_t>(t)] & 2) != 0;
     }
     const int shift[4] = {2 * kBinBits + abits, kBinBits + abits, abits, 0};
     const int mask[4] = {kBins - 1, kBins - 1, kBins - 1, (1 << abits) - 1};
     for (int c = 0; c < cells; ++c) {
-        const Cell& e = hist[static_cast<std::size_t>(c)];
-        if (!e.n) continue;
-        h->n.push_back(e.n);
+        const std::uint32_t n = alpha ? hist4[static_cast<std::size_t>(c)].n : hist3[static_cast<std::size_t>(c)].n;
+        if (!n) continue;
+        h->n.push_back(n);
         for (int k = 0; k < 4; ++k) {
-            h->sum.push_back(e.s[k]);
+            h->sum.push_back(alpha ? hist4[static_cast<std::size_t>(c)].s[k]
+                             : k < 3 ? hist3[static_cast<std::size_t>(c)].s[k]
+                                     : 255ull * n);
             h->bin.push_back(static_cast<std::uint8_t>(c >> shift[k] & mask[k]));
         }
     }

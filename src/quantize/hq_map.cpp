@@ -13,29 +13,22 @@ namespace {
 
 inline int clampi(int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; }
 
+int lookup(const GridView& g, Packed q) {
+    const std::uint32_t rec = g.cell[Grid::cell_of(q, g.alpha)];
+    const int count = static_cast<int>(rec & 0x1FF);
+    if (count == 1) return static_cast<int>(rec >> 9);
+    if (count == 0) return kernels().nearest(g.all, g.all_count, q) & 0xFF;
+    return kernels().nearest(g.pool + (rec >> 9), count, q) & 0xFF;
+}
+
 }  // namespace
 
 void map_nearest(const Source& s, const Mapping& m) {
-    const bool alpha = s.alpha;
+    const MapRunFn run = kernels().map_run;
     kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
-        std::uint32_t last_rg = 0xFFFFFFFFu, last_ba = 0;
-        tagRGBA last_out{};
-        for (int y = y0; y < y1; ++y) {
-            tagRGBA* p = s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(s.width);
-            for (int x = 0; x < s.width; ++x) {
-                if (alpha && p[x].a == 0) {
-                    p[x] = m.out[m.transparent];
-                    continue;
-                }
-                const Packed q = search_colour(p[x], alpha);
-                if (q.rg != last_rg || q.ba != last_ba) {
-                    last_rg = q.rg;
-                    last_ba = q.ba;
-                    last_out = m.out[m.grid->nearest(q)];
-                }
-                p[x] = last_out;
-            }
-        }
+        run(m.grid->view(), m.out, m.transparent, s.alpha,
+            reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y0) * static_cast<std::size_t>(s.width)),
+            static_cast<std::size_t>(y1 - y0) * static_cast<std::size_t>(s.width));
     });
 }
 
@@ -56,7 +49,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
         int carry[4] = {0, 0, 0, 0};
         for (int x = 0; x < w; ++x) {
             if (s.alpha && p[x].a == 0) {
-                p[x] = m.out[m.transparent];
+                std::memcpy(&p[x], &m.out[m.transparent], 4);
                 carry[0] = carry[1] = carry[2] = carry[3] = 0;
                 continue;
             }
@@ -69,7 +62,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
                 t[c] = c < channels ? clampi(src[c] * 256 + ce[c] + carry[c], 0, 255 * 256) : src[c] * 256;
                 v[c] = (t[c] + 128) >> 8;
             }
-            const int idx = m.grid->nearest(pack(v[0], v[1], v[2], v[3]));
+            const int idx = lookup(m.grid->view(), pack(v[0], v[1], v[2], v[3]));
             const int* e0 = m.pal->c[idx];
             int* ne = nxt + 4 * (x + 1);
             for (int c = 0; c < channels; ++c) {
@@ -80,7 +73,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
                 ne[c] += e5;
                 ne[c + 4] += e - e7 - e3 - e5;
             }
-            p[x] = m.out[idx];
+            std::memcpy(&p[x], &m.out[idx], 4);
         }
         std::swap(cur, nxt);
     }

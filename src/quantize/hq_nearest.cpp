@@ -1,5 +1,5 @@
 // Nearest palette entry for the refined quantizer: the portable kernels, the choice of
-// kernel, and the grid of candidate lists.
+// kernel set, and the grid of candidate lists.
 #include <algorithm>
 #include <atomic>
 #include <climits>
@@ -12,62 +12,70 @@ namespace kivhq {
 
 namespace {
 
-std::atomic<int> g_kernel_level{2};
+// One lane: a pair of 16-bit halves in a 32-bit word for the pair operations, a plain 32-bit
+// value for the others, computing exactly what each vector lane computes.
+struct Scalar {
+    using V = std::int32_t;
+    using Narrow = Scalar;
+    static constexpr int kLanes = 1;
+    static int lo(V v) { return static_cast<std::int16_t>(static_cast<std::uint32_t>(v) & 0xFFFF); }
+    static int hi(V v) { return static_cast<std::int16_t>(static_cast<std::uint32_t>(v) >> 16); }
+    static V pair(int l, int h) {
+        return static_cast<V>((static_cast<std::uint32_t>(l) & 0xFFFF) | static_cast<std::uint32_t>(h) << 16);
+    }
+    static V set1(std::int32_t x) { return x; }
+    static V load_pairs(const std::int16_t* p) { return pair(p[0], p[1]); }
+    static V load_keys(const std::int32_t* p) { return *p; }
+    static V sub16(V a, V b) { return pair(lo(a) - lo(b), hi(a) - hi(b)); }
+    static V mul16(V a, V b) { return pair(lo(a) * lo(b), hi(a) * hi(b)); }
+    static V madd(V a, V b) { return lo(a) * lo(b) + hi(a) * hi(b); }
+    static V add32(V a, V b) { return a + b; }
+    static V or32(V a, V b) { return a | b; }
+    static V shl8(V a) { return a << 8; }
+    static V min32(V a, V b) { return a < b ? a : b; }
+    static std::int32_t hmin(V v) { return v; }
+};
 
-// Lane k of a chunk as the vector kernels compute it.
-inline std::int32_t lane_key(const Chunk& c, int k, Packed q) {
-    const int d0 = static_cast<int>(q.rg & 0xFFFF) - c.rg[2 * k], d1 = static_cast<int>(q.rg >> 16) - c.rg[2 * k + 1];
-    const int d2 = static_cast<int>(q.ba & 0xFFFF) - c.ba[2 * k], d3 = static_cast<int>(q.ba >> 16) - c.ba[2 * k + 1];
-    const int dist = kWeight[0] * d0 * d0 + kWeight[1] * d1 * d1 + kWeight[2] * d2 * d2 + kWeight[3] * d3 * d3;
-    return dist << 8 | c.idx[k];
-}
+std::atomic<int> g_kernel_level{2};
 
 }  // namespace
 
-std::int32_t nearest_scalar(const Chunk* chunks, int n, Packed q) {
-    std::int32_t best = INT32_MAX;
-    for (int i = 0; i < n; ++i)
-        for (int k = 0; k < 8; ++k) best = std::min(best, lane_key(chunks[i], k, q));
-    return best;
-}
+KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run}; }
 
-void nearest2_scalar(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx) {
-    std::int32_t b1 = INT32_MAX, b2 = INT32_MAX;
-    for (int i = 0; i < n; ++i)
-        for (int k = 0; k < 8; ++k) {
-            const std::int32_t key = lane_key(chunks[i], k, q);
-            if (key < b1) b2 = b1, b1 = key;
-            else if (key < b2) b2 = key;
-        }
-    *best = b1 >> 8;
-    *second = b2 >> 8;
-    *idx = b1 & 0xFF;
+std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {
+    const int p[4] = {static_cast<int>(q.rg & 0xFFFF), static_cast<int>(q.rg >> 16), static_cast<int>(q.ba & 0xFFFF),
+                      static_cast<int>(q.ba >> 16)};
+    std::int32_t best = INT32_MAX;
+    for (int i = 0; i < count; ++i) {
+        const Chunk& c = chunks[i / 8];
+        const int k = i % 8;
+        const int e[4] = {c.rg[2 * k], c.rg[2 * k + 1], c.ba[2 * k], c.ba[2 * k + 1]};
+        int dist = 0;
+        for (int ch = 0; ch < 4; ++ch) dist += kWeight[ch] * (p[ch] - e[ch]) * (p[ch] - e[ch]);
+        best = std::min(best, dist << 8 | c.idx[k]);
+    }
+    return best;
 }
 
 void force_kernels(int level) { g_kernel_level.store(level, std::memory_order_relaxed); }
 
-NearestFn nearest_kernel() {
+const KernelSet& kernels() {
+    static const KernelSet scalar = kernels_scalar();
+#if KIV_HAVE_SSE2
+    static const KernelSet sse2 = kernels_sse2();
+#endif
+#if KIV_HAVE_AVX2
+    static const KernelSet avx2 = kernels_avx2();
+#endif
     const int level = g_kernel_level.load(std::memory_order_relaxed);
 #if KIV_HAVE_AVX2
-    if (level >= 2 && kivcore::use_avx2()) return nearest_avx2;
+    if (level >= 2 && kivcore::use_avx2()) return avx2;
 #endif
 #if KIV_HAVE_SSE2
-    if (level >= 1) return nearest_sse2;
+    if (level >= 1) return sse2;
 #endif
     (void)level;
-    return nearest_scalar;
-}
-
-Nearest2Fn nearest2_kernel() {
-    const int level = g_kernel_level.load(std::memory_order_relaxed);
-#if KIV_HAVE_AVX2
-    if (level >= 2 && kivcore::use_avx2()) return nearest2_avx2;
-#endif
-#if KIV_HAVE_SSE2
-    if (level >= 1) return nearest2_sse2;
-#endif
-    (void)level;
-    return nearest2_scalar;
+    return scalar;
 }
 
 void add_chunks(const Palette& pal, const int* indices, int n, std::vector<Chunk>* out) {
@@ -90,9 +98,7 @@ void add_chunks(const Palette& pal, const int* indices, int n, std::vector<Chunk
 
 namespace {
 
-constexpr int kCellBits = 5;                   // 32 cells a channel, 8 units each
-constexpr int kBlockCells = 4;                 // a block is 4 x 4 x 4 cells
-constexpr int kBlocksPerAxis = (1 << kCellBits) / kBlockCells;  // 8
+constexpr int kBlocksPerAxis = 8;  // a block is 4 x 4 x 4 cells, 32 units a side
 
 inline int wsq(int w, int d) { return w * d * d; }
 
@@ -104,11 +110,12 @@ inline void span_dist(int v, int lo, int hi, int w, int* nearest, int* farthest)
 
 }  // namespace
 
-Grid::Grid(const Palette& pal, bool alpha) : pal_(pal), alpha_(alpha), kernel_(nearest_kernel()) {
+Grid::Grid(const Palette& pal, bool alpha) : pal_(pal), alpha_(alpha) {
     int all[kMaxColors];
     for (int i = 0; i < pal.count; ++i) all[i] = i;
     add_chunks(pal, all, pal.count, &all_);
-    span_.assign(static_cast<std::size_t>(cells()), Span{});
+    cell_.assign(static_cast<std::size_t>(cells(alpha)), 0);
+    view_ = GridView{cell_.data(), nullptr, all_.data(), pal.count, alpha};
 }
 
 // Each block's list holds the entries that can be nearest somewhere in the block: those
@@ -118,12 +125,10 @@ Grid::Grid(const Palette& pal, bool alpha) : pal_(pal), alpha_(alpha), kernel_(n
 void Grid::build(const std::uint8_t* wanted) {
     const int slices = alpha_ ? 8 : 1;
     const int blocks = slices * kBlocksPerAxis * kBlocksPerAxis * kBlocksPerAxis;
-    blocks_.assign(static_cast<std::size_t>(blocks), {});
+    std::vector<std::vector<Chunk>> pools(static_cast<std::size_t>(blocks));
     kivcore::parallel_for(0, blocks, [&](int blk) {
         const int slice = blk >> 9, b0 = (blk >> 6) & 7, b1 = (blk >> 3) & 7, b2 = blk & 7;
-        auto cell_index = [&](int i, int j, int k) {
-            return ((slice << kCellBits | (b0 * 4 + i)) << kCellBits | (b1 * 4 + j)) << kCellBits | (b2 * 4 + k);
-        };
+        auto cell_index = [&](int i, int j, int k) { return slice << 15 | (b0 * 4 + i) << 10 | (b1 * 4 + j) << 5 | (b2 * 4 + k); };
         bool any = false;
         for (int i = 0; i < 4 && !any; ++i)
             for (int j = 0; j < 4 && !any; ++j)
@@ -153,7 +158,7 @@ void Grid::build(const std::uint8_t* wanted) {
         struct Axes {
             int n[3][4], f[3][4], na, fa;
         };
-        std::vector<Axes> ax(static_cast<std::size_t>(m));
+        Axes ax[kMaxColors];
         for (int e = 0; e < m; ++e) {
             const int* c = pal_.c[list[e]];
             const int base[3] = {b0 * 32, b1 * 32, b2 * 32};
@@ -163,11 +168,7 @@ void Grid::build(const std::uint8_t* wanted) {
             span_dist(c[3], alo, ahi, kWeight[3], &ax[e].na, &ax[e].fa);
         }
 
-        std::vector<Chunk>& pool = blocks_[static_cast<std::size_t>(blk)];
-        struct Placed {
-            int cell, first, n;
-        };
-        std::vector<Placed> placed;
+        std::vector<Chunk>& pool = pools[static_cast<std::size_t>(blk)];
         int keep[kMaxColors], nearest[kMaxColors];
         for (int i = 0; i < 4; ++i)
             for (int j = 0; j < 4; ++j)
@@ -183,12 +184,33 @@ void Grid::build(const std::uint8_t* wanted) {
                     int n = 0;
                     for (int e = 0; e < m; ++e)
                         if (nearest[e] <= minmax) keep[n++] = list[e];
-                    const int first = static_cast<int>(pool.size());
+                    if (n == 1) {
+                        cell_[static_cast<std::size_t>(cell)] = static_cast<std::uint32_t>(keep[0]) << 9 | 1u;
+                        continue;
+                    }
+                    // The offset within the block for now; made global below.
+                    cell_[static_cast<std::size_t>(cell)] = static_cast<std::uint32_t>(pool.size()) << 9 | static_cast<std::uint32_t>(n);
                     add_chunks(pal_, keep, n, &pool);
-                    placed.push_back(Placed{cell, first, static_cast<int>(pool.size()) - first});
                 }
-        for (const Placed& p : placed) span_[static_cast<std::size_t>(p.cell)] = Span{pool.data() + p.first, p.n};
     });
+    // One pool, blocks in order.
+    std::vector<std::size_t> first(static_cast<std::size_t>(blocks) + 1, 0);
+    for (int b = 0; b < blocks; ++b) first[static_cast<std::size_t>(b) + 1] = first[static_cast<std::size_t>(b)] + pools[static_cast<std::size_t>(b)].size();
+    pool_.resize(first.back());
+    kivcore::parallel_for(0, blocks, [&](int blk) {
+        const std::vector<Chunk>& p = pools[static_cast<std::size_t>(blk)];
+        if (p.empty()) return;
+        std::copy(p.begin(), p.end(), pool_.begin() + static_cast<std::ptrdiff_t>(first[static_cast<std::size_t>(blk)]));
+        const int slice = blk >> 9, b0 = (blk >> 6) & 7, b1 = (blk >> 3) & 7, b2 = blk & 7;
+        const std::uint32_t shift = static_cast<std::uint32_t>(first[static_cast<std::size_t>(blk)]) << 9;
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j)
+                for (int k = 0; k < 4; ++k) {
+                    std::uint32_t& rec = cell_[static_cast<std::size_t>(slice << 15 | (b0 * 4 + i) << 10 | (b1 * 4 + j) << 5 | (b2 * 4 + k))];
+                    if ((rec & 0x1FF) > 1) rec += shift;
+                }
+    });
+    view_.pool = pool_.data();
 }
 
 void widen_cells(std::vector<std::uint8_t>* cells, bool alpha, int units) {

@@ -4,6 +4,7 @@
 // Sums over points are integers, so they do not depend on how the points were shared among
 // threads; floating point appears only in serial code or per point.
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -53,41 +54,56 @@ inline double box_sse(double sq, double n, const double* s) {
 // Totals of a box's points and the split along one axis that leaves the least squared
 // error (between the points' means; what lies inside a cell no palette can remove).
 void evaluate(const Points& pts, const int* order, Box* b) {
+    const int axes = pts.alpha ? 4 : 3;
     b->n = 0;
     b->sq = 0;
     for (int k = 0; k < 4; ++k) b->s[k] = 0;
+    int lo[4] = {255, 255, 255, 255}, hi[4] = {0, 0, 0, 0};
     for (int i = b->begin; i < b->end; ++i) {
-        const int p = order[i];
-        b->n += pts.n[static_cast<std::size_t>(p)];
-        b->sq += pts.sq[static_cast<std::size_t>(p)];
-        for (int k = 0; k < 4; ++k) b->s[k] += pts.sum[4 * static_cast<std::size_t>(p) + static_cast<std::size_t>(k)];
+        const std::size_t p = static_cast<std::size_t>(order[i]);
+        b->n += pts.n[p];
+        b->sq += pts.sq[p];
+        for (int k = 0; k < 4; ++k) {
+            b->s[k] += pts.sum[4 * p + static_cast<std::size_t>(k)];
+            lo[k] = std::min<int>(lo[k], pts.bin[4 * p + static_cast<std::size_t>(k)]);
+            hi[k] = std::max<int>(hi[k], pts.bin[4 * p + static_cast<std::size_t>(k)]);
+        }
     }
     double stot[4];
     for (int k = 0; k < 4; ++k) stot[k] = static_cast<double>(b->s[k]);
     b->sse = box_sse(b->sq, static_cast<double>(b->n), stot);
     b->gain = -1;
-    if (b->end - b->begin < 2) return;
-    for (int axis = 0; axis < (pts.alpha ? 4 : 3); ++axis) {
-        const int bins = pts.bins[axis];
-        double bn[256] = {}, bs[256][4] = {}, bq[256] = {};
-        for (int i = b->begin; i < b->end; ++i) {
-            const int p = order[i];
-            const int v = pts.bin[4 * static_cast<std::size_t>(p) + static_cast<std::size_t>(axis)];
-            bn[v] += pts.n[static_cast<std::size_t>(p)];
-            bq[v] += pts.sq[static_cast<std::size_t>(p)];
-            for (int k = 0; k < 4; ++k) bs[v][k] += pts.sum[4 * static_cast<std::size_t>(p) + static_cast<std::size_t>(k)];
+    // Per axis and bin of the box's span: pixels, sums and squares, in one pass.
+    struct Bin {
+        double n, q, s[4];
+    };
+    static thread_local Bin bins[4][256];
+    for (int axis = 0; axis < axes; ++axis)
+        for (int v = lo[axis]; v <= hi[axis]; ++v) bins[axis][v] = Bin{0, 0, {0, 0, 0, 0}};
+    for (int i = b->begin; i < b->end; ++i) {
+        const std::size_t p = static_cast<std::size_t>(order[i]);
+        const double n = pts.n[p], q = pts.sq[p];
+        const double s0 = static_cast<double>(pts.sum[4 * p]), s1 = static_cast<double>(pts.sum[4 * p + 1]);
+        const double s2 = static_cast<double>(pts.sum[4 * p + 2]), s3 = static_cast<double>(pts.sum[4 * p + 3]);
+        for (int axis = 0; axis < axes; ++axis) {
+            Bin& e = bins[axis][pts.bin[4 * p + static_cast<std::size_t>(axis)]];
+            e.n += n;
+            e.q += q;
+            e.s[0] += s0, e.s[1] += s1, e.s[2] += s2, e.s[3] += s3;
         }
+    }
+    for (int axis = 0; axis < axes; ++axis) {
         double ln = 0, lq = 0, ls[4] = {0, 0, 0, 0};
-        for (int cut = 0; cut < bins - 1; ++cut) {
-            ln += bn[cut];
-            lq += bq[cut];
-            for (int k = 0; k < 4; ++k) ls[k] += bs[cut][k];
-            const double rn = static_cast<double>(b->n) - ln;
-            if (ln == 0 || rn == 0 || bn[cut] == 0) continue;
+        for (int v = lo[axis]; v < hi[axis]; ++v) {
+            const Bin& e = bins[axis][v];
+            if (e.n == 0) continue;  // the same split as the last non-empty bin's
+            ln += e.n;
+            lq += e.q;
+            for (int k = 0; k < 4; ++k) ls[k] += e.s[k];
             double rs[4];
             for (int k = 0; k < 4; ++k) rs[k] = stot[k] - ls[k];
-            const double gain = b->sse - box_sse(lq, ln, ls) - box_sse(b->sq - lq, rn, rs);
-            if (gain > b->gain) b->gain = gain, b->axis = axis, b->cut = cut;
+            const double gain = b->sse - box_sse(lq, ln, ls) - box_sse(b->sq - lq, static_cast<double>(b->n) - ln, rs);
+            if (gain > b->gain) b->gain = gain, b->axis = axis, b->cut = v;
         }
     }
 }
@@ -121,9 +137,10 @@ std::vector<Box> split_boxes(const Points& pts, int colors, std::vector<int>* or
     return boxes;
 }
 
-// Per-slot sums of the points assigned to each entry, for the centroid update.
-struct Sums {
+// Per-slot results of one pass over the points.
+struct Slot {
     std::uint64_t n[kMaxColors], s[kMaxColors][4];
+    int reach[kMaxColors];  // largest distance of an assigned point from its entry
 };
 
 }  // namespace
@@ -165,81 +182,115 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
         for (int c = 0; c < 4; ++c)
             centre[j][c] = static_cast<int>((boxes[static_cast<std::size_t>(j)].s[c] + boxes[static_cast<std::size_t>(j)].n / 2) / boxes[static_cast<std::size_t>(j)].n);
 
-    // Voronoi iterations with Hamerly's bounds: a point keeps its entry while its distance to
-    // it (an upper bound, grown by the entry's moves) stays below both half the distance from
-    // that entry to its nearest neighbour and a lower bound on the distance to every other
-    // entry (shrunk by the largest move).  Bounds are doubles over exact integer distances;
-    // a small margin keeps their rounding from ever skipping a point that must be searched.
-    const Nearest2Fn search = nearest2_kernel();
-    std::vector<int> assign(np, 0);
-    std::vector<double> upper(np, 0.0), lower(np, 0.0);
-    const int slots = std::max(1, std::min(kivcore::parallel_threads(), pts.count / 1024 + 1));
-    std::vector<Sums> sums(static_cast<std::size_t>(slots));
+    // Voronoi iterations.  A point whose distance to its entry is below half the distance
+    // from that entry to its nearest other entry keeps it (no entry can be nearer).  Any
+    // other point of entry a, at most sqrt(reach[a]) from it, has its nearest entry within
+    // twice that of a, so only those entries are searched.  All distances are exact
+    // integers: each point ends up with exactly its nearest entry.
+    const NearestFn nearest = kernels().nearest;
+    std::vector<int> assign(np), dist(np);
+    for (const Box& b : boxes)
+        for (int i = b.begin; i < b.end; ++i) assign[static_cast<std::size_t>(order[static_cast<std::size_t>(i)])] = static_cast<int>(&b - boxes.data());
+    const int slots = std::max(1, std::min(kivcore::parallel_threads(), pts.count / 2048 + 1));
+    std::vector<Slot> acc(static_cast<std::size_t>(slots));
+    auto span = [&](int t, std::size_t* p0, std::size_t* p1) {
+        *p0 = np * static_cast<std::size_t>(t) / static_cast<std::size_t>(slots);
+        *p1 = np * static_cast<std::size_t>(t + 1) / static_cast<std::size_t>(slots);
+    };
+    std::vector<int> pair(static_cast<std::size_t>(k) * static_cast<std::size_t>(k));
+    std::vector<Chunk> near;
+    std::vector<int> near_at(static_cast<std::size_t>(k)), near_count(static_cast<std::size_t>(k));
     std::uint64_t total_n[kMaxColors];
-    Palette cp;
-    std::vector<Chunk> chunks;
-    for (int iter = 0; iter < kIterations; ++iter) {
-        cp.count = k;
-        int all[kMaxColors];
-        for (int j = 0; j < k; ++j) {
-            all[j] = j;
-            for (int c = 0; c < 4; ++c) cp.c[j][c] = centre[j][c];
+    // Distances between entries (updated for the entries that moved), and each one's nearest
+    // other.
+    bool moved_entry[kMaxColors];
+    std::fill(moved_entry, moved_entry + k, true);
+    int cx[4][kMaxColors];
+    for (int iter = 0;; ++iter) {
+        for (int j = 0; j < k; ++j)
+            for (int c = 0; c < 4; ++c) cx[c][j] = centre[j][c];
+        for (int a = 0; a < k; ++a) {
+            if (!moved_entry[a]) continue;
+            int* row = &pair[static_cast<std::size_t>(a) * static_cast<std::size_t>(k)];
+            for (int j = 0; j < k; ++j) {
+                int d = 0;
+                for (int c = 0; c < 4; ++c) d += kWeight[c] * (cx[c][a] - cx[c][j]) * (cx[c][a] - cx[c][j]);
+                row[j] = d;
+            }
+            for (int j = 0; j < k; ++j) pair[static_cast<std::size_t>(j) * static_cast<std::size_t>(k) + static_cast<std::size_t>(a)] = row[j];
         }
-        chunks.clear();
-        add_chunks(cp, all, k, &chunks);
-        const int nch = static_cast<int>(chunks.size());
-        double half_gap[kMaxColors];
-        for (int j = 0; j < k; ++j) {
-            std::int32_t d1, d2;
-            int idx;
-            search(chunks.data(), nch, pack(centre[j][0], centre[j][1], centre[j][2], centre[j][3]), &d1, &d2, &idx);
-            half_gap[j] = 0.5 * std::sqrt(static_cast<double>(d2)) * (1 - 1e-9);
+        int gap[kMaxColors];
+        for (int a = 0; a < k; ++a) {
+            const int* row = &pair[static_cast<std::size_t>(a) * static_cast<std::size_t>(k)];
+            int g = INT_MAX;
+            for (int j = 0; j < k; ++j) g = std::min(g, j == a ? INT_MAX : row[j]);
+            gap[a] = g;
         }
+        // Each point's distance to its entry, and each entry's reach.
         kivcore::parallel_for(0, slots, [&](int t) {
-            Sums& acc = sums[static_cast<std::size_t>(t)];
-            std::memset(&acc, 0, sizeof acc);
-            const std::size_t p0 = np * static_cast<std::size_t>(t) / static_cast<std::size_t>(slots);
-            const std::size_t p1 = np * static_cast<std::size_t>(t + 1) / static_cast<std::size_t>(slots);
+            Slot& sl = acc[static_cast<std::size_t>(t)];
+            std::fill(sl.reach, sl.reach + k, 0);
+            std::size_t p0, p1;
+            span(t, &p0, &p1);
+            for (std::size_t p = p0; p < p1; ++p) {
+                dist[p] = wdist(&pts.c[4 * p], centre[assign[p]]);
+                sl.reach[assign[p]] = std::max(sl.reach[assign[p]], dist[p]);
+            }
+        });
+        // The entries each entry's points may move to.
+        near.clear();
+        Palette cp;
+        cp.count = k;
+        for (int j = 0; j < k; ++j)
+            for (int c = 0; c < 4; ++c) cp.c[j][c] = centre[j][c];
+        for (int a = 0; a < k; ++a) {
+            near_at[static_cast<std::size_t>(a)] = static_cast<int>(near.size());
+            int reach = 0;
+            for (int t = 0; t < slots; ++t) reach = std::max(reach, acc[static_cast<std::size_t>(t)].reach[a]);
+            near_count[static_cast<std::size_t>(a)] = 0;
+            if (4LL * reach < gap[a]) continue;  // every point keeps a
+            const long long limit = 4LL * reach;
+            const int* row = &pair[static_cast<std::size_t>(a) * static_cast<std::size_t>(k)];
+            int list[kMaxColors], m = 0;
+            for (int j = 0; j < k; ++j)
+                if (row[j] <= limit) list[m++] = j;
+            add_chunks(cp, list, m, &near);
+            near_count[static_cast<std::size_t>(a)] = m;
+        }
+        // Assign, and sum the points of each entry.
+        kivcore::parallel_for(0, slots, [&](int t) {
+            Slot& sl = acc[static_cast<std::size_t>(t)];
+            std::fill(sl.n, sl.n + k, 0);
+            for (int j = 0; j < k; ++j) sl.s[j][0] = sl.s[j][1] = sl.s[j][2] = sl.s[j][3] = 0;
+            std::size_t p0, p1;
+            span(t, &p0, &p1);
             for (std::size_t p = p0; p < p1; ++p) {
                 int a = assign[p];
-                const double bound = std::max(half_gap[a], lower[p] * (1 - 1e-9));
-                if (iter == 0 || upper[p] > bound) {
-                    const double exact = iter == 0 ? 0.0 : std::sqrt(static_cast<double>(wdist(&pts.c[4 * p], centre[a])));
-                    if (iter == 0 || exact > bound) {
-                        std::int32_t d1, d2;
-                        search(chunks.data(), nch, pts.q[p], &d1, &d2, &a);
-                        assign[p] = a;
-                        upper[p] = std::sqrt(static_cast<double>(d1));
-                        lower[p] = std::sqrt(static_cast<double>(d2));
-                    } else {
-                        upper[p] = exact;
-                    }
+                if (4LL * dist[p] >= gap[a]) {
+                    a = nearest(near.data() + near_at[static_cast<std::size_t>(a)], near_count[static_cast<std::size_t>(a)], pts.q[p]) & 0xFF;
+                    assign[p] = a;
                 }
-                acc.n[a] += pts.n[p];
-                for (int c = 0; c < 4; ++c) acc.s[a][c] += h.sum[4 * p + static_cast<std::size_t>(c)];
+                sl.n[a] += pts.n[p];
+                for (int c = 0; c < 4; ++c) sl.s[a][c] += pts.sum[4 * p + static_cast<std::size_t>(c)];
             }
         });
         // New centres; an entry left without points moves onto the point that is worst
         // served (most pixels times squared distance), which then belongs to it.
-        std::uint64_t total_s[kMaxColors][4];
+        bool moved = false;
+        std::vector<std::uint8_t> taken;
         for (int j = 0; j < k; ++j) {
             total_n[j] = 0;
-            for (int c = 0; c < 4; ++c) total_s[j][c] = 0;
+            std::uint64_t ts[4] = {0, 0, 0, 0};
             for (int t = 0; t < slots; ++t) {
-                total_n[j] += sums[static_cast<std::size_t>(t)].n[j];
-                for (int c = 0; c < 4; ++c) total_s[j][c] += sums[static_cast<std::size_t>(t)].s[j][c];
+                const Slot& sl = acc[static_cast<std::size_t>(t)];
+                total_n[j] += sl.n[j];
+                for (int c = 0; c < 4; ++c) ts[c] += sl.s[j][c];
             }
-        }
-        double moved[kMaxColors], most = 0;
-        bool any = false;
-        std::vector<std::uint8_t> taken;
-        for (int j = 0; j < k; ++j)
-            if (!total_n[j]) taken.assign(np, 0);
-        for (int j = 0; j < k; ++j) {
             int next[4];
             if (total_n[j]) {
-                for (int c = 0; c < 4; ++c) next[c] = static_cast<int>((total_s[j][c] + total_n[j] / 2) / total_n[j]);
+                for (int c = 0; c < 4; ++c) next[c] = static_cast<int>((ts[c] + total_n[j] / 2) / total_n[j]);
             } else {
+                if (taken.empty()) taken.assign(np, 0);
                 std::size_t worst = 0;
                 double worst_e = 0;
                 for (std::size_t p = 0; p < np; ++p) {
@@ -249,16 +300,14 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
                 for (int c = 0; c < 4; ++c) next[c] = worst_e > 0 ? pts.c[4 * worst + static_cast<std::size_t>(c)] : centre[j][c];
                 taken[worst] = 1;
             }
-            moved[j] = std::sqrt(static_cast<double>(wdist(next, centre[j]))) * (1 + 1e-9);
-            most = std::max(most, moved[j]);
-            any |= moved[j] > 0;
-            for (int c = 0; c < 4; ++c) centre[j][c] = next[c];
+            moved_entry[j] = false;
+            for (int c = 0; c < 4; ++c) {
+                moved_entry[j] |= next[c] != centre[j][c];
+                centre[j][c] = next[c];
+            }
+            moved |= moved_entry[j];
         }
-        if (!any) break;
-        for (std::size_t p = 0; p < np; ++p) {
-            upper[p] += moved[assign[p]];
-            lower[p] -= most;
-        }
+        if (!moved || iter + 1 == kIterations) break;
     }
 
     // The entries that serve some point, in order.

@@ -4,7 +4,9 @@
 #ifndef KIV_QUANTIZE_HQ_SIMD_H
 #define KIV_QUANTIZE_HQ_SIMD_H
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace kivhq {
 
@@ -35,77 +37,124 @@ struct Chunk {
     std::int32_t idx[8];  // their palette indices
 };
 
-// The smallest key of q over the n chunks: the nearest candidate, the lower index on a tie.
-using NearestFn = std::int32_t (*)(const Chunk* chunks, int n, Packed q);
-// The nearest and second-nearest distances (not keys) of q; the nearest's index in *idx.
-using Nearest2Fn = void (*)(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx);
+// The nearest-colour grid as the kernels read it: the colour cube cut into cells of 8 units
+// a side of premultiplied red, green and blue (and, with alpha, 8 slices of alpha), each with
+// the list of the entries that can be nearest somewhere inside it.
+struct GridView {
+    // Per cell: 0 when its list was not built (the whole palette is searched); else the
+    // list's length in bits 0..8 and, above, its first chunk in pool, or for a list of one
+    // entry that entry's index.
+    const std::uint32_t* cell;
+    const Chunk* pool;
+    const Chunk* all;  // the whole palette
+    int all_count;     // its entries
+    bool alpha;        // cells have alpha slices
+};
 
-std::int32_t nearest_scalar(const Chunk* chunks, int n, Packed q);
-void nearest2_scalar(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx);
-std::int32_t nearest_sse2(const Chunk* chunks, int n, Packed q);
-void nearest2_sse2(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx);
-std::int32_t nearest_avx2(const Chunk* chunks, int n, Packed q);
-void nearest2_avx2(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx);
+// Words of the pixels written per palette entry: the entry's colour, its index in byte 3.
+// Pixels are read and written as 32-bit words (red in the low byte on every little-endian
+// target the library builds for).
+
+// The smallest key of q over the first `count` candidates of the chunks: the nearest, the
+// lower index on a tie.
+using NearestFn = std::int32_t (*)(const Chunk* chunks, int count, Packed q);
+// Maps n pixels in place to their nearest entries: words from out; pixels with alpha 0 of a
+// source with alpha take entry `transparent`.
+using MapRunFn = void (*)(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,
+                          std::size_t n);
+
+struct KernelSet {
+    NearestFn nearest;
+    MapRunFn map_run;
+};
+KernelSet kernels_scalar();
+KernelSet kernels_sse2();
+KernelSet kernels_avx2();
 
 // Ops supplies: V (a register of Ops::kLanes 32-bit lanes), set1(x), load_pairs(p) (kLanes
 // pairs of 16-bit lanes from p), load_keys(p) (kLanes 32-bit lanes), sub16(a, b), mul16(a, b)
 // (low halves of the 16-bit products), madd(a, b) (pairwise products added into 32-bit
-// lanes), add32, or32, shl8 (32-bit lanes shifted left by 8), min32 and max32 (signed),
-// hmin(v) (the smallest lane) and store(p, v) (the lanes to int32 memory).
+// lanes), add32, or32, shl8 (32-bit lanes shifted left by 8), min32 (signed) and
+// hmin(v) (the smallest lane); Narrow, the operations of a 4-lane register (Ops itself when
+// it has 4 lanes or fewer).  Each vector file instantiates Kernels with its own Ops.
 template <class Ops>
-inline typename Ops::V chunk_keys(const Chunk& c, int half, typename Ops::V qrg, typename Ops::V qba,
-                                  typename Ops::V wrg, typename Ops::V wba) {
+struct Kernels {
     using V = typename Ops::V;
-    const V d = Ops::sub16(qrg, Ops::load_pairs(c.rg + 2 * half));
-    const V e = Ops::sub16(qba, Ops::load_pairs(c.ba + 2 * half));
-    const V dist = Ops::add32(Ops::madd(d, Ops::mul16(d, wrg)), Ops::madd(e, Ops::mul16(e, wba)));
-    return Ops::or32(Ops::shl8(dist), Ops::load_keys(c.idx + half));
-}
 
-template <class Ops>
-inline void weights(typename Ops::V* wrg, typename Ops::V* wba) {
-    *wrg = Ops::set1(kWeight[0] | kWeight[1] << 16);
-    *wba = Ops::set1(kWeight[2] | kWeight[3] << 16);
-}
-
-template <class Ops>
-std::int32_t nearest_loop(const Chunk* chunks, int n, Packed q) {
-    using V = typename Ops::V;
-    V wrg, wba;
-    weights<Ops>(&wrg, &wba);
-    const V qrg = Ops::set1(static_cast<std::int32_t>(q.rg)), qba = Ops::set1(static_cast<std::int32_t>(q.ba));
-    V best = Ops::set1(0x7FFFFFFF);
-    for (int i = 0; i < n; ++i)
-        for (int h = 0; h < 8; h += Ops::kLanes) best = Ops::min32(best, chunk_keys<Ops>(chunks[i], h, qrg, qba, wrg, wba));
-    return Ops::hmin(best);
-}
-
-template <class Ops>
-void nearest2_loop(const Chunk* chunks, int n, Packed q, std::int32_t* best, std::int32_t* second, int* idx) {
-    using V = typename Ops::V;
-    V wrg, wba;
-    weights<Ops>(&wrg, &wba);
-    const V qrg = Ops::set1(static_cast<std::int32_t>(q.rg)), qba = Ops::set1(static_cast<std::int32_t>(q.ba));
-    V b1 = Ops::set1(0x7FFFFFFF), b2 = b1;
-    for (int i = 0; i < n; ++i)
-        for (int h = 0; h < 8; h += Ops::kLanes) {
-            const V k = chunk_keys<Ops>(chunks[i], h, qrg, qba, wrg, wba);
-            b2 = Ops::min32(b2, Ops::max32(b1, k));
-            b1 = Ops::min32(b1, k);
-        }
-    std::int32_t l1[Ops::kLanes], l2[Ops::kLanes];
-    Ops::store(l1, b1);
-    Ops::store(l2, b2);
-    std::int32_t m1 = 0x7FFFFFFF, m2 = 0x7FFFFFFF;
-    for (int k = 0; k < 2 * Ops::kLanes; ++k) {
-        const std::int32_t v = k & 1 ? l2[k >> 1] : l1[k >> 1];
-        if (v < m1) m2 = m1, m1 = v;
-        else if (v < m2) m2 = v;
+    // Keys of candidates [at, at + kLanes) of chunk c.
+    static V keys(const Chunk& c, int at, V qrg, V qba) {
+        const V wrg = Ops::set1(kWeight[0] | kWeight[1] << 16), wba = Ops::set1(kWeight[2] | kWeight[3] << 16);
+        const V d = Ops::sub16(qrg, Ops::load_pairs(c.rg + 2 * at));
+        const V e = Ops::sub16(qba, Ops::load_pairs(c.ba + 2 * at));
+        const V dist = Ops::add32(Ops::madd(d, Ops::mul16(d, wrg)), Ops::madd(e, Ops::mul16(e, wba)));
+        return Ops::or32(Ops::shl8(dist), Ops::load_keys(c.idx + at));
     }
-    *best = m1 >> 8;
-    *second = m2 >> 8;
-    *idx = m1 & 0xFF;
-}
+
+    static std::int32_t nearest(const Chunk* chunks, int count, Packed q) {
+        // Most lists are short: four candidates take one narrow step.
+        if (Ops::kLanes > 4 && count <= 4) return Kernels<typename Ops::Narrow>::nearest(chunks, count, q);
+        const V qrg = Ops::set1(static_cast<std::int32_t>(q.rg)), qba = Ops::set1(static_cast<std::int32_t>(q.ba));
+        V best = Ops::set1(0x7FFFFFFF);
+        for (int at = 0; at < count; at += Ops::kLanes) best = Ops::min32(best, keys(chunks[at >> 3], at & 7, qrg, qba));
+        return Ops::hmin(best);
+    }
+
+    // The search colour of a pixel word: premultiplied when the source has alpha.
+    static Packed search(std::uint32_t w, bool alpha) {
+        const int r = static_cast<int>(w & 0xFF), g = static_cast<int>(w >> 8 & 0xFF), b = static_cast<int>(w >> 16 & 0xFF);
+        const int a = alpha ? static_cast<int>(w >> 24) : 255;
+        if (a == 255) return Packed{static_cast<std::uint32_t>(r | g << 16), static_cast<std::uint32_t>(b | 255 << 16)};
+        auto pm = [a](int v) {
+            const int t = v * a + 128;
+            return (t + (t >> 8)) >> 8;
+        };
+        return Packed{static_cast<std::uint32_t>(pm(r) | pm(g) << 16), static_cast<std::uint32_t>(pm(b) | a << 16)};
+    }
+
+    template <bool Alpha>
+    static int cell_of(Packed q) {
+        const int slice = Alpha ? static_cast<int>(q.ba >> 21) : 0;
+        return slice << 15 | static_cast<int>((q.rg & 0xF8) << 7 | (q.rg >> 19 & 0x1F) << 5 | (q.ba & 0xF8) >> 3);
+    }
+
+    // The nearest entry of q (Alpha: the grid has alpha slices).
+    template <bool Alpha>
+    static int lookup(const GridView& g, Packed q) {
+        const std::uint32_t rec = g.cell[cell_of<Alpha>(q)];
+        const int count = static_cast<int>(rec & 0x1FF);
+        if (count == 1) return static_cast<int>(rec >> 9);
+        if (count == 0) return nearest(g.all, g.all_count, q) & 0xFF;
+        return nearest(g.pool + (rec >> 9), count, q) & 0xFF;
+    }
+
+    // SrcAlpha: byte 3 of the pixels is alpha; GridAlpha: the grid has alpha slices.
+    template <bool SrcAlpha, bool GridAlpha>
+    static void map_pixels(const GridView& g, const std::uint32_t* out, int transparent, unsigned char* px, std::size_t n) {
+        const std::uint32_t mask = SrcAlpha ? 0xFFFFFFFFu : 0x00FFFFFFu;
+        std::uint32_t prev, prev_out = 0;
+        std::memcpy(&prev, px, 4);
+        prev = ~prev & mask;  // differs from the first pixel
+        for (std::size_t i = 0; i < n; ++i) {
+            std::uint32_t w;
+            std::memcpy(&w, px + 4 * i, 4);
+            w &= mask;
+            if (w != prev) {
+                prev = w;
+                if (SrcAlpha && !(w >> 24)) prev_out = out[transparent];
+                else prev_out = out[lookup<GridAlpha>(g, search(w, SrcAlpha))];
+            }
+            std::memcpy(px + 4 * i, &prev_out, 4);
+        }
+    }
+
+    static void map_run(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,
+                        std::size_t n) {
+        if (!n) return;
+        if (alpha) map_pixels<true, true>(g, out, transparent, px, n);
+        else if (g.alpha) map_pixels<false, true>(g, out, transparent, px, n);
+        else map_pixels<false, false>(g, out, transparent, px, n);
+    }
+};
 
 }  // namespace kivhq
 

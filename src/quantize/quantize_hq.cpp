@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
@@ -149,7 +150,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
     }
     auto pal = std::make_unique<kivhq::Palette>();
     pal->count = count;
-    tagRGBA out[kMaxColors];
+    std::uint32_t out[kMaxColors];
     int transparent = 0;
     for (int j = 0; j < count; ++j) {
         const tagRGBA& e = entries[static_cast<std::size_t>(j)].colour;
@@ -158,7 +159,8 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         pal->c[j][1] = static_cast<int>(q.rg >> 16);
         pal->c[j][2] = static_cast<int>(q.ba & 0xFFFF);
         pal->c[j][3] = static_cast<int>(q.ba >> 16);
-        out[j] = tagRGBA{e.r, e.g, e.b, static_cast<BYTE>(j)};
+        out[j] = static_cast<std::uint32_t>(e.r) | static_cast<std::uint32_t>(e.g) << 8 | static_cast<std::uint32_t>(e.b) << 16 |
+                 static_cast<std::uint32_t>(j) << 24;
         if (e.a == 0) transparent = j;
     }
 
@@ -172,7 +174,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
             kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
                 tagRGBA* p = s.px + static_cast<std::size_t>(y0) * static_cast<std::size_t>(s.width);
                 const std::size_t m = static_cast<std::size_t>(y1 - y0) * static_cast<std::size_t>(s.width);
-                for (std::size_t i = 0; i < m; ++i) p[i] = out[index.find(colour_key(p[i], s.alpha))];
+                for (std::size_t i = 0; i < m; ++i) std::memcpy(&p[i], &out[index.find(colour_key(p[i], s.alpha))], 4);
             });
     } else {
         kivhq::Grid grid(*pal, alpha);
