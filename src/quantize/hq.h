@@ -116,15 +116,20 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
 
 // ---- Mapping the pixels.
 
-// Error diffusion limits each pixel's error to this many units a channel.
-constexpr int kLimit = 40;
-
 struct Mapping {
     const Grid* grid;
-    const Palette* pal;   // search coordinates of the entries
+    const Palette* pal;        // search coordinates of the entries
     const std::uint32_t* out;  // per entry: the pixel word written (its colour, its index in byte 3)
-    int transparent;      // the entry of pixels with alpha 0 (sources with alpha only)
+    int transparent;           // the entry of pixels with alpha 0 (sources with alpha only)
+    const int* limit;          // per entry: error diffusion's limits (see error_limits)
+    const int* dead;
 };
+
+// Per entry, in 1/256 units: the largest error diffusion passes on from a pixel mapped to it
+// (the distance to its nearest other entry: a larger error is no shade between neighbouring
+// entries, and would only bleed), and the error below which a pixel in a flat area passes
+// nothing on (a quarter of that distance: there it would only scatter specks).
+void error_limits(const Palette& pal, int* limit, int* dead);
 
 // Replaces every pixel of s (in place) by its nearest entry.
 void map_nearest(const Source& s, const Mapping& m);

@@ -1,27 +1,16 @@
 // Mapping pixels to the refined quantizer's palette: nearest colour, or error diffusion
 // that holds back where it would only add noise.
 #include <algorithm>
-#include <cstring>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
 #include <vector>
 
 #include "core/parallel.h"
 #include "quantize/hq.h"
 
 namespace kivhq {
-
-namespace {
-
-inline int clampi(int v, int lo, int hi) { return v < lo ? lo : v > hi ? hi : v; }
-
-int lookup(const GridView& g, Packed q) {
-    const std::uint32_t rec = g.cell[Grid::cell_of(q, g.alpha)];
-    const int count = static_cast<int>(rec & 0x1FF);
-    if (count == 1) return static_cast<int>(rec >> 9);
-    if (count == 0) return kernels().nearest(g.all, g.all_count, q) & 0xFF;
-    return kernels().nearest(g.pool + (rec >> 9), count, q) & 0xFF;
-}
-
-}  // namespace
 
 void map_nearest(const Source& s, const Mapping& m) {
     const MapRunFn run = kernels().map_run;
@@ -32,51 +21,105 @@ void map_nearest(const Source& s, const Mapping& m) {
     });
 }
 
-// Floyd-Steinberg, every row left to right.  Errors are kept in 1/256 of a unit; each
-// pixel's error is limited to +-kLimit units and scaled by the strength before it is shared
-// (7/16 ahead, 3/16, 5/16 and the rest below).
-void map_diffuse(const Source& s, const Mapping& m, int strength) {
-    const int w = s.width;
-    const int span = 4 * (w + 2);
-    std::vector<int> store(2 * static_cast<std::size_t>(span), 0);
-    int* cur = store.data();
-    int* nxt = cur + span;
-    const int limit = kLimit * 256, scale = strength * 256 / 100;
-    const int channels = s.alpha ? 4 : 3;
-    for (int y = 0; y < s.height; ++y) {
-        std::fill(nxt, nxt + span, 0);
-        tagRGBA* p = s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w);
-        int carry[4] = {0, 0, 0, 0};
-        for (int x = 0; x < w; ++x) {
-            if (s.alpha && p[x].a == 0) {
-                std::memcpy(&p[x], &m.out[m.transparent], 4);
-                carry[0] = carry[1] = carry[2] = carry[3] = 0;
-                continue;
-            }
-            const Packed q = search_colour(p[x], s.alpha);
-            const int src[4] = {static_cast<int>(q.rg & 0xFFFF), static_cast<int>(q.rg >> 16),
-                                static_cast<int>(q.ba & 0xFFFF), static_cast<int>(q.ba >> 16)};
-            const int* ce = cur + 4 * (x + 1);
-            int t[4], v[4];
-            for (int c = 0; c < 4; ++c) {
-                t[c] = c < channels ? clampi(src[c] * 256 + ce[c] + carry[c], 0, 255 * 256) : src[c] * 256;
-                v[c] = (t[c] + 128) >> 8;
-            }
-            const int idx = lookup(m.grid->view(), pack(v[0], v[1], v[2], v[3]));
-            const int* e0 = m.pal->c[idx];
-            int* ne = nxt + 4 * (x + 1);
-            for (int c = 0; c < channels; ++c) {
-                const int e = clampi(t[c] - 256 * e0[c], -limit, limit) * scale >> 8;
-                const int e7 = e * 7 >> 4, e3 = e * 3 >> 4, e5 = e * 5 >> 4;
-                carry[c] = e7;
-                ne[c - 4] += e3;
-                ne[c] += e5;
-                ne[c + 4] += e - e7 - e3 - e5;
-            }
-            std::memcpy(&p[x], &m.out[idx], 4);
+namespace {
+
+// Local contrast (largest difference to a 4-neighbour in any channel) at or below which
+// diffusion runs at full strength, and from which it stops: edges and texture hide banding
+// and would only be smeared by the error.
+constexpr int kFullBelow = 2, kNoneFrom = 16;
+
+// Rows a thread maps side by side, each two pixels behind the one above.
+constexpr int kBandRows = 4;
+// Steps between checks of the band above (another thread's) progress.
+constexpr int kStepChunk = 64;
+
+// Strength per pixel from the contrast around it in the original: 0..127, plus 128 where
+// the pixel equals its four neighbours.
+void hold_back(const Source& s, std::uint8_t* out) {
+    std::uint8_t strength[256];
+    for (int c = 0; c < 256; ++c)
+        strength[c] = static_cast<std::uint8_t>((c <= kFullBelow ? 127 : c >= kNoneFrom ? 0 : 127 * (kNoneFrom - c) / (kNoneFrom - kFullBelow)) |
+                                                (c == 0 ? 128 : 0));
+    const ContrastFn contrast = kernels().contrast;
+    const std::size_t w = static_cast<std::size_t>(s.width);
+    kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const unsigned char* r = reinterpret_cast<const unsigned char*>(s.px + static_cast<std::size_t>(y) * w);
+            const unsigned char* up = y > 0 ? r - 4 * w : r;
+            const unsigned char* dn = y + 1 < s.height ? r + 4 * w : r;
+            std::uint8_t* o = out + static_cast<std::size_t>(y) * w;
+            contrast(up, r, dn, s.width, s.alpha, o);
+            for (std::size_t x = 0; x < w; ++x) o[x] = strength[o[x]];
         }
-        std::swap(cur, nxt);
+    });
+}
+
+}  // namespace
+
+void error_limits(const Palette& pal, int* limit, int* dead) {
+    for (int j = 0; j < pal.count; ++j) {
+        long long g = -1;
+        for (int i = 0; i < pal.count; ++i) {
+            if (i == j) continue;
+            long long d = 0;
+            for (int c = 0; c < 4; ++c) d += kWeight[c] * (pal.c[i][c] - pal.c[j][c]) * (pal.c[i][c] - pal.c[j][c]);
+            if (g < 0 || d < g) g = d;
+        }
+        // The distance to the nearest other entry, in units of a colour channel.
+        const double gap = g < 0 ? 255.0 : std::sqrt(static_cast<double>(g) / kWeight[0]);
+        limit[j] = static_cast<int>(std::max(2.0, std::min(255.0, gap)) * 256);
+        dead[j] = static_cast<int>(gap * 64);
     }
+}
+
+void map_diffuse(const Source& s, const Mapping& m, int strength) {
+    const int w = s.width, h = s.height;
+    std::vector<std::uint8_t> hold(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
+    hold_back(s, hold.data());
+
+    const DiffuseFn diffuse = kernels().diffuse;
+    int entry[kMaxColors][4];
+    for (int j = 0; j < m.pal->count; ++j)
+        for (int c = 0; c < 4; ++c) entry[j][c] = m.pal->c[j][c] * 256;
+    const DiffuseParams params{m.grid->view(), m.out, entry, m.limit, m.dead, strength * 256 / 100, m.transparent, w, s.alpha};
+    const int bands = (h + kBandRows - 1) / kBandRows;
+    const int threads = std::max(1, std::min(kivcore::parallel_threads(), bands));
+    // Error rows in a ring: row y reads slot y and writes slot y + 1.  Bands in flight touch
+    // at most (threads + 1) x kBandRows + 2 consecutive slots.
+    const int ring = (threads + 1) * kBandRows + 2;
+    const std::size_t span = 4 * (static_cast<std::size_t>(w) + 2);
+    std::vector<int> errors(static_cast<std::size_t>(ring) * span, 0);
+    std::vector<std::atomic<int>> done(static_cast<std::size_t>(bands));  // pixels finished in each band's last row
+    for (auto& d : done) d.store(0, std::memory_order_relaxed);
+    std::atomic<int> next_band{0};
+    kivcore::parallel_for(0, threads, [&](int) {
+        for (;;) {
+            const int b = next_band.fetch_add(1);
+            if (b >= bands) return;
+            const int y0 = b * kBandRows, n = std::min(kBandRows, h - y0);
+            DiffuseRow rows[kBandRows];
+            for (int r = 0; r < n; ++r) {
+                const int y = y0 + r;
+                int* next = errors.data() + static_cast<std::size_t>((y + 1) % ring) * span;
+                std::fill(next, next + span, 0);
+                rows[r] = DiffuseRow{reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
+                                     hold.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w),
+                                     errors.data() + static_cast<std::size_t>(y % ring) * span, next, {0, 0, 0, 0}};
+            }
+            if (y0 == 0) std::fill(errors.begin(), errors.begin() + static_cast<std::ptrdiff_t>(span), 0);
+            const int steps = w + 2 * (n - 1);
+            for (int k0 = 0; k0 < steps; k0 += kStepChunk) {
+                const int k1 = std::min(steps, k0 + kStepChunk);
+                // The first row needs the band above done through pixel k1 (one ahead).
+                if (b > 0) {
+                    const int need = std::min(w, k1 + 1);
+                    while (done[static_cast<std::size_t>(b - 1)].load(std::memory_order_acquire) < need) std::this_thread::yield();
+                }
+                diffuse(params, rows, n, k0, k1);
+                done[static_cast<std::size_t>(b)].store(std::max(0, std::min(w, k1 - 2 * (n - 1))), std::memory_order_release);
+            }
+        }
+    });
 }
 
 }  // namespace kivhq

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <cstdlib>
+#include <cstring>
 
 #include "core/parallel.h"
 #include "core/simd.h"
@@ -12,11 +14,83 @@ namespace kivhq {
 
 namespace {
 
+// A pixel's four channels, one int each.
+struct ScalarLanes {
+    struct V {
+        int v[4];
+    };
+    template <class F>
+    static V each(F f) {
+        return V{{f(0), f(1), f(2), f(3)}};
+    }
+    static V from_bytes(std::uint32_t w) {
+        return each([w](int k) { return static_cast<int>(w >> (8 * k) & 0xFF); });
+    }
+    static V premultiply(V c, int a) {
+        return each([&](int k) {
+            const int t = c.v[k] * (k < 3 ? a : 255) + 128;
+            return (t + (t >> 8)) >> 8;
+        });
+    }
+    static V load(const int* p) { return V{{p[0], p[1], p[2], p[3]}}; }
+    static void store(int* p, V v) {
+        for (int k = 0; k < 4; ++k) p[k] = v.v[k];
+    }
+    static V zero() { return V{{0, 0, 0, 0}}; }
+    static V set1(int x) { return V{{x, x, x, x}}; }
+    static V add(V a, V b) { return each([&](int k) { return a.v[k] + b.v[k]; }); }
+    static V sub(V a, V b) { return each([&](int k) { return a.v[k] - b.v[k]; }); }
+    static V shl(V a, int n) { return each([&](int k) { return a.v[k] * (1 << n); }); }
+    static V shl8(V a) { return shl(a, 8); }
+    static V sra4(V a) { return each([&](int k) { return a.v[k] >> 4; }); }
+    static V sra8(V a) { return each([&](int k) { return a.v[k] >> 8; }); }
+    static V clamp(V a, int lo, int hi) { return each([&](int k) { return std::min(std::max(a.v[k], lo), hi); }); }
+    static V mul16(V a, int s) { return each([&](int k) { return a.v[k] * s; }); }
+    static int max_abs(V a) {
+        int m = 0;
+        for (int k = 0; k < 4; ++k) m = std::max(m, std::abs(a.v[k]));
+        return m;
+    }
+    static V drop_alpha(V a) { return V{{a.v[0], a.v[1], a.v[2], 0}}; }
+    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
+        *rg = static_cast<std::uint32_t>(a.v[0] | a.v[1] << 16);
+        *ba = static_cast<std::uint32_t>(a.v[2] | a.v[3] << 16);
+    }
+};
+
+// One pixel as its four bytes in a word.
+struct ScalarBytes {
+    using V = std::uint32_t;
+    static constexpr int kPixels = 1;
+    static V load(const unsigned char* p) {
+        V v;
+        std::memcpy(&v, p, 4);
+        return v;
+    }
+    template <class F>
+    static V bytewise(V a, V b, F f) {
+        V r = 0;
+        for (int k = 0; k < 32; k += 8) r |= static_cast<V>(f(static_cast<int>(a >> k & 0xFF), static_cast<int>(b >> k & 0xFF))) << k;
+        return r;
+    }
+    static V absdiff(V a, V b) {
+        return bytewise(a, b, [](int x, int y) { return x > y ? x - y : y - x; });
+    }
+    static V max(V a, V b) {
+        return bytewise(a, b, [](int x, int y) { return x > y ? x : y; });
+    }
+    static V drop_alpha(V a) { return a & 0x00FFFFFFu; }
+    static V lane_max(V a) { return std::max({a & 0xFF, a >> 8 & 0xFF, a >> 16 & 0xFF, a >> 24}); }
+    static void store(std::uint8_t* out, V a) { *out = static_cast<std::uint8_t>(a); }
+};
+
 // One lane: a pair of 16-bit halves in a 32-bit word for the pair operations, a plain 32-bit
 // value for the others, computing exactly what each vector lane computes.
 struct Scalar {
     using V = std::int32_t;
     using Narrow = Scalar;
+    using Lanes = ScalarLanes;
+    using Bytes = ScalarBytes;
     static constexpr int kLanes = 1;
     static int lo(V v) { return static_cast<std::int16_t>(static_cast<std::uint32_t>(v) & 0xFFFF); }
     static int hi(V v) { return static_cast<std::int16_t>(static_cast<std::uint32_t>(v) >> 16); }
@@ -40,7 +114,7 @@ std::atomic<int> g_kernel_level{2};
 
 }  // namespace
 
-KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run}; }
+KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::contrast}; }
 
 std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {
     const int p[4] = {static_cast<int>(q.rg & 0xFFFF), static_cast<int>(q.rg >> 16), static_cast<int>(q.ba & 0xFFFF),

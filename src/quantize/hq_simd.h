@@ -4,6 +4,7 @@
 #ifndef KIV_QUANTIZE_HQ_SIMD_H
 #define KIV_QUANTIZE_HQ_SIMD_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -63,9 +64,43 @@ using NearestFn = std::int32_t (*)(const Chunk* chunks, int count, Packed q);
 using MapRunFn = void (*)(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,
                           std::size_t n);
 
+// Error diffusion, Floyd-Steinberg with every row left to right.  Errors are kept in 1/256 of
+// a unit per channel, with one spare pixel at each end of a row.
+struct DiffuseParams {
+    GridView grid;
+    const std::uint32_t* out;  // pixel words per entry
+    const int (*entry)[4];     // search colours per entry, times 256
+    const int* limit;          // per entry: largest error passed on, 1/256 units
+    const int* dead;           // per entry: in flat areas, errors up to this are dropped
+    int scale;                 // the caller's strength, 0..256
+    int transparent;           // entry of pixels with alpha 0
+    int width;
+    bool src_alpha;            // byte 3 of the pixels is alpha
+};
+struct DiffuseRow {
+    unsigned char* px;          // the row's pixels, mapped in place
+    const std::uint8_t* hold;   // per pixel: strength 0..127, +128 in flat areas
+    const int* in;              // 4 errors a pixel received from the row above
+    int* next;                  // 4 errors a pixel for the row below, zeroed before the row
+    int carry[4];               // error for the next pixel of this row
+};
+// Runs steps [k0, k1) over rows[0..n): at step k, row r maps its pixel k - 2r (if inside
+// the row), so each row trails the one above by two pixels and every pixel has all of its
+// error when it is mapped.  The rows' chains are independent, which lets the processor
+// overlap them; each pixel's arithmetic is the same however the rows are grouped.
+using DiffuseFn = void (*)(const DiffuseParams& p, DiffuseRow* rows, int n, int k0, int k1);
+
+// Local contrast of a row: per pixel the largest difference of any channel (alpha too when
+// `alpha`) to its neighbours left, right, above and below, with the row's end pixels their
+// own outer neighbours (up and down may be the row itself at the image's edges).
+using ContrastFn = void (*)(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width,
+                            bool alpha, std::uint8_t* out);
+
 struct KernelSet {
     NearestFn nearest;
     MapRunFn map_run;
+    DiffuseFn diffuse;
+    ContrastFn contrast;
 };
 KernelSet kernels_scalar();
 KernelSet kernels_sse2();
@@ -76,7 +111,11 @@ KernelSet kernels_avx2();
 // (low halves of the 16-bit products), madd(a, b) (pairwise products added into 32-bit
 // lanes), add32, or32, shl8 (32-bit lanes shifted left by 8), min32 (signed) and
 // hmin(v) (the smallest lane); Narrow, the operations of a 4-lane register (Ops itself when
-// it has 4 lanes or fewer).  Each vector file instantiates Kernels with its own Ops.
+// it has 4 lanes or fewer); Lanes, the four 32-bit channel lanes of one pixel (see the
+// vector files: from_bytes, premultiply, load, store, zero, set1, add, sub, shl, shl8, sra4,
+// sra8, clamp, mul16, max_abs, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
+// (kPixels, load, absdiff, max, drop_alpha, lane_max, store).  Each vector file instantiates
+// Kernels with its own Ops.
 template <class Ops>
 struct Kernels {
     using V = typename Ops::V;
@@ -145,6 +184,134 @@ struct Kernels {
             }
             std::memcpy(px + 4 * i, &prev_out, 4);
         }
+    }
+
+    // One row of a band while it runs.
+    struct RowState {
+        unsigned char* px;
+        const std::uint8_t* hold;
+        const int* in;
+        int* next;
+        typename Ops::Lanes::V carry;
+        std::uint32_t last_rg, last_ba;  // the colour looked up last, and its entry
+        int last_idx;
+    };
+
+    // One pixel: its colour plus the error it received, clamped, looked up; the error left
+    // (limited, scaled by the strength) passed on 7/16 ahead and 3/16, 5/16 and the rest
+    // below.  Channels are the four 32-bit lanes of L (red, green, blue, alpha; an opaque
+    // pixel's alpha lane never carries error).
+    template <bool SrcAlpha, bool GridAlpha>
+    static void diffuse_pixel(const DiffuseParams& p, RowState& row, int x) {
+        using L = typename Ops::Lanes;
+        using W = typename L::V;
+        std::uint32_t w;
+        std::memcpy(&w, row.px + 4 * x, 4);
+        if (SrcAlpha && !(w >> 24)) {  // transparent: exact, and no error crosses it
+            std::memcpy(row.px + 4 * x, &p.out[p.transparent], 4);
+            row.carry = L::zero();
+            return;
+        }
+        W c = L::from_bytes(SrcAlpha ? w : w | 0xFF000000u);
+        if (SrcAlpha) c = L::premultiply(c, static_cast<int>(w >> 24));
+        // Target in 1/256 units, clamped to the colour cube; rounded to look it up.
+        W t = L::add(L::add(L::shl8(c), L::load(row.in + 4 * (x + 1))), row.carry);
+        t = L::clamp(t, 0, 255 * 256);
+        std::uint32_t rg, ba;
+        L::to_pairs(L::sra8(L::add(t, L::set1(128))), &rg, &ba);
+        if (rg != row.last_rg || ba != row.last_ba) {
+            row.last_rg = rg;
+            row.last_ba = ba;
+            row.last_idx = lookup<GridAlpha>(p.grid, Packed{rg, ba});
+        }
+        const int idx = row.last_idx;
+        const int lim = p.limit[idx];
+        W e = L::clamp(L::sub(t, L::load(p.entry[idx])), -lim, lim);
+        if (!SrcAlpha) e = L::drop_alpha(e);  // an opaque pixel stays opaque
+        const int hold = row.hold[x];
+        int scale = p.scale * (hold & 127) >> 7;
+        if ((hold & 128) && L::max_abs(e) <= p.dead[idx]) scale = 0;
+        // Scaled in 1/16 units so that the product is one 16-bit multiply: (e >> 4) * scale >> 4.
+        const W d = L::sra4(L::mul16(L::sra4(e), scale));
+        const W d7 = L::sra4(L::sub(L::shl(d, 3), d)), d3 = L::sra4(L::add(L::shl(d, 1), d));
+        const W d5 = L::sra4(L::add(L::shl(d, 2), d));
+        int* nx = row.next + 4 * (x + 1);
+        L::store(nx - 4, L::add(L::load(nx - 4), d3));
+        L::store(nx, L::add(L::load(nx), d5));
+        L::store(nx + 4, L::add(L::load(nx + 4), L::sub(L::sub(L::sub(d, d7), d3), d5)));
+        row.carry = d7;
+        std::memcpy(row.px + 4 * x, &p.out[idx], 4);
+    }
+
+    template <bool SrcAlpha, bool GridAlpha>
+    static void diffuse_steps(const DiffuseParams& p, DiffuseRow* rows, int n, int k0, int k1) {
+        using L = typename Ops::Lanes;
+        constexpr int kRows = 4;
+        const DiffuseParams lp = p;
+        RowState st[kRows];
+        int end[kRows];
+        for (int r = 0; r < kRows; ++r) {
+            const DiffuseRow& d = rows[r < n ? r : 0];
+            st[r] = RowState{d.px, d.hold, d.in, d.next, L::load(d.carry), 0xFFFFFFFFu, 0, 0};
+            end[r] = r < n ? lp.width : 0;
+        }
+        // Written out row by row so that each row's state can stay in registers.
+        auto step = [&](RowState& row, int x, int e) {
+            if (x >= 0 && x < e) diffuse_pixel<SrcAlpha, GridAlpha>(lp, row, x);
+        };
+        // Where all four rows are inside, without the checks.
+        const int full0 = n == kRows ? std::max(k0, 2 * (kRows - 1)) : k1, full1 = n == kRows ? std::min(k1, lp.width) : k1;
+        int k = k0;
+        for (; k < std::min(full0, k1); ++k) {
+            step(st[0], k, end[0]);
+            step(st[1], k - 2, end[1]);
+            step(st[2], k - 4, end[2]);
+            step(st[3], k - 6, end[3]);
+        }
+        for (; k < full1; ++k) {
+            diffuse_pixel<SrcAlpha, GridAlpha>(lp, st[0], k);
+            diffuse_pixel<SrcAlpha, GridAlpha>(lp, st[1], k - 2);
+            diffuse_pixel<SrcAlpha, GridAlpha>(lp, st[2], k - 4);
+            diffuse_pixel<SrcAlpha, GridAlpha>(lp, st[3], k - 6);
+        }
+        for (; k < k1; ++k) {
+            step(st[0], k, end[0]);
+            step(st[1], k - 2, end[1]);
+            step(st[2], k - 4, end[2]);
+            step(st[3], k - 6, end[3]);
+        }
+        for (int r = 0; r < n; ++r) L::store(rows[r].carry, st[r].carry);
+    }
+
+    static void diffuse(const DiffuseParams& p, DiffuseRow* rows, int n, int k0, int k1) {
+        if (p.src_alpha) diffuse_steps<true, true>(p, rows, n, k0, k1);
+        else if (p.grid.alpha) diffuse_steps<false, true>(p, rows, n, k0, k1);
+        else diffuse_steps<false, false>(p, rows, n, k0, k1);
+    }
+
+    static void contrast(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width, bool alpha,
+                         std::uint8_t* out) {
+        using B = typename Ops::Bytes;
+        auto one = [&](int x) {
+            const int l = x > 0 ? x - 1 : x, r = x + 1 < width ? x + 1 : x;
+            int c = 0;
+            for (int k = 0; k < (alpha ? 4 : 3); ++k) {
+                const int v = row[4 * x + k];
+                const int d[4] = {v - row[4 * l + k], v - row[4 * r + k], v - up[4 * x + k], v - down[4 * x + k]};
+                for (int e : d) c = std::max(c, e < 0 ? -e : e);
+            }
+            out[x] = static_cast<std::uint8_t>(c);
+        };
+        one(0);
+        int x = 1;
+        for (; x + B::kPixels < width; x += B::kPixels) {
+            const auto v = B::load(row + 4 * x);
+            auto m = B::max(B::max(B::absdiff(v, B::load(row + 4 * x - 4)), B::absdiff(v, B::load(row + 4 * x + 4))),
+                            B::max(B::absdiff(v, B::load(up + 4 * x)), B::absdiff(v, B::load(down + 4 * x))));
+            if (!alpha) m = B::drop_alpha(m);
+            B::store(out + x, B::lane_max(m));
+        }
+        for (; x < width; ++x) one(x);
     }
 
     static void map_run(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,

@@ -177,11 +177,14 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
                 for (std::size_t i = 0; i < m; ++i) std::memcpy(&p[i], &out[index.find(colour_key(p[i], s.alpha))], 4);
             });
     } else {
+        int limit[kMaxColors], dead[kMaxColors];
+        kivhq::error_limits(*pal, limit, dead);
         kivhq::Grid grid(*pal, alpha);
         std::vector<std::uint8_t> wanted = hist.occupied;
-        if (dither) kivhq::widen_cells(&wanted, alpha, kivhq::kLimit);
+        // Diffusion moves a colour by at most the largest error a pixel passes on.
+        if (dither) kivhq::widen_cells(&wanted, alpha, *std::max_element(limit, limit + count) / 256);
         grid.build(wanted.data());
-        const kivhq::Mapping m{&grid, pal.get(), out, transparent};
+        const kivhq::Mapping m{&grid, pal.get(), out, transparent, limit, dead};
         for (const kivhq::Source& s : src) {
             if (dither) kivhq::map_diffuse(s, m, dither);
             else kivhq::map_nearest(s, m);
