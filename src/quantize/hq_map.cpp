@@ -2,6 +2,7 @@
 // that holds back where it would only add noise.
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <thread>
@@ -58,15 +59,14 @@ void hold_back(const Source& s, std::uint8_t* out) {
 
 void error_limits(const Palette& pal, int* limit, int* dead) {
     for (int j = 0; j < pal.count; ++j) {
-        long long g = -1;
+        int g = INT_MAX;
         for (int i = 0; i < pal.count; ++i) {
-            if (i == j) continue;
-            long long d = 0;
+            int d = 0;
             for (int c = 0; c < 4; ++c) d += kWeight[c] * (pal.c[i][c] - pal.c[j][c]) * (pal.c[i][c] - pal.c[j][c]);
-            if (g < 0 || d < g) g = d;
+            g = i == j ? g : std::min(g, d);
         }
         // The distance to the nearest other entry, in units of a colour channel.
-        const double gap = g < 0 ? 255.0 : std::sqrt(static_cast<double>(g) / kWeight[0]);
+        const double gap = g == INT_MAX ? 255.0 : std::sqrt(static_cast<double>(g) / kWeight[0]);
         limit[j] = static_cast<int>(std::max(2.0, std::min(255.0, gap)) * 256);
         dead[j] = static_cast<int>(gap * 64);
     }

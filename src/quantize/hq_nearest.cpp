@@ -288,23 +288,27 @@ void Grid::build(const std::uint8_t* wanted) {
 }
 
 void widen_cells(std::vector<std::uint8_t>* cells, bool alpha, int units) {
-    // One axis at a time, one cell at a time: a cell is wanted when a neighbour along the
-    // axis was.
+    // Along each axis in turn, a cell is wanted when one within `reach` cells of it was: a
+    // running count over each line of 32 (or 8 alpha slices).
     const int slices = alpha ? 8 : 1;
     const int stride[4] = {1 << 10, 1 << 5, 1, 1 << 15};
     const int size[4] = {32, 32, 32, slices};
-    std::vector<std::uint8_t> prev;
+    std::uint8_t line[32];
     for (int axis = 0; axis < (alpha ? 4 : 3); ++axis) {
-        const int steps = (units + (axis == 3 ? 31 : 7)) / (axis == 3 ? 32 : 8);
-        for (int s = 0; s < steps; ++s) {
-            prev = *cells;
-            for (int c = 0; c < static_cast<int>(prev.size()); ++c) {
-                const int pos = (c / stride[axis]) % size[axis];
-                if ((pos > 0 && prev[static_cast<std::size_t>(c - stride[axis])]) ||
-                    (pos + 1 < size[axis] && prev[static_cast<std::size_t>(c + stride[axis])]))
-                    (*cells)[static_cast<std::size_t>(c)] = 1;
+        const int reach = std::min(size[axis], (units + (axis == 3 ? 31 : 7)) / (axis == 3 ? 32 : 8));
+        if (!reach) continue;
+        const int n = static_cast<int>(cells->size()), st = stride[axis], len = size[axis];
+        for (int outer = 0; outer < n; outer += st * len)
+            for (int base = outer; base < outer + st; ++base) {
+                int count = 0;
+                for (int i = 0; i < len; ++i) line[i] = (*cells)[static_cast<std::size_t>(base + i * st)];
+                for (int i = 0; i < std::min(reach, len); ++i) count += line[i];
+                for (int i = 0; i < len; ++i) {
+                    if (i + reach < len) count += line[i + reach];
+                    if (i - reach - 1 >= 0) count -= line[i - reach - 1];
+                    (*cells)[static_cast<std::size_t>(base + i * st)] = count > 0;
+                }
             }
-        }
     }
 }
 

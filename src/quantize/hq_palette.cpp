@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "core/parallel.h"
 #include "quantize/hq.h"
@@ -274,31 +275,40 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
                 for (int c = 0; c < 4; ++c) sl.s[a][c] += pts.sum[4 * p + static_cast<std::size_t>(c)];
             }
         });
-        // New centres; an entry left without points moves onto the point that is worst
-        // served (most pixels times squared distance), which then belongs to it.
-        bool moved = false;
-        std::vector<std::uint8_t> taken;
+        // New centres.  Entries left without points move onto the points that are worst
+        // served (most pixels times squared distance; the earlier point on a tie), one each.
+        std::uint64_t total_s[kMaxColors][4];
+        int empty = 0;
         for (int j = 0; j < k; ++j) {
             total_n[j] = 0;
-            std::uint64_t ts[4] = {0, 0, 0, 0};
+            for (int c = 0; c < 4; ++c) total_s[j][c] = 0;
             for (int t = 0; t < slots; ++t) {
                 const Slot& sl = acc[static_cast<std::size_t>(t)];
                 total_n[j] += sl.n[j];
-                for (int c = 0; c < 4; ++c) ts[c] += sl.s[j][c];
+                for (int c = 0; c < 4; ++c) total_s[j][c] += sl.s[j][c];
             }
+            empty += total_n[j] == 0;
+        }
+        std::vector<std::pair<std::uint64_t, std::size_t>> worst;
+        if (empty) {
+            worst.resize(np);
+            for (std::size_t p = 0; p < np; ++p)
+                worst[p] = {static_cast<std::uint64_t>(pts.n[p]) * static_cast<std::uint64_t>(wdist(&pts.c[4 * p], centre[assign[p]])), p};
+            const std::size_t take = std::min<std::size_t>(static_cast<std::size_t>(empty), np);
+            std::partial_sort(worst.begin(), worst.begin() + static_cast<std::ptrdiff_t>(take), worst.end(),
+                              [](const auto& a, const auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; });
+            worst.resize(take);
+        }
+        bool moved = false;
+        std::size_t reseeded = 0;
+        for (int j = 0; j < k; ++j) {
             int next[4];
+            for (int c = 0; c < 4; ++c) next[c] = centre[j][c];
             if (total_n[j]) {
-                for (int c = 0; c < 4; ++c) next[c] = static_cast<int>((ts[c] + total_n[j] / 2) / total_n[j]);
-            } else {
-                if (taken.empty()) taken.assign(np, 0);
-                std::size_t worst = 0;
-                double worst_e = 0;
-                for (std::size_t p = 0; p < np; ++p) {
-                    const double e = taken[p] ? 0.0 : static_cast<double>(pts.n[p]) * wdist(&pts.c[4 * p], centre[assign[p]]);
-                    if (e > worst_e) worst_e = e, worst = p;
-                }
-                for (int c = 0; c < 4; ++c) next[c] = worst_e > 0 ? pts.c[4 * worst + static_cast<std::size_t>(c)] : centre[j][c];
-                taken[worst] = 1;
+                for (int c = 0; c < 4; ++c) next[c] = static_cast<int>((total_s[j][c] + total_n[j] / 2) / total_n[j]);
+            } else if (reseeded < worst.size() && worst[reseeded].first > 0) {
+                for (int c = 0; c < 4; ++c) next[c] = pts.c[4 * worst[reseeded].second + static_cast<std::size_t>(c)];
+                ++reseeded;
             }
             moved_entry[j] = false;
             for (int c = 0; c < 4; ++c) {

@@ -15,6 +15,9 @@ namespace {
 
 using kivhq::kMaxColors;
 
+// Candidate lists are built only where there are at least this many pixels per cell.
+constexpr long long kPixelsPerCell = 16;
+
 bool has_pixels(const kiv* img) {
     return img && img->m_pixels && kivcore::checked_packets(img->m_width, img->m_height) == img->m_packets;
 }
@@ -179,10 +182,21 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
     } else {
         int limit[kMaxColors], dead[kMaxColors];
         kivhq::error_limits(*pal, limit, dead);
+        // Lists pay when there are many pixels a cell; for small images searching the whole
+        // palette is cheaper.  Diffusion moves a colour by at most the largest error a pixel
+        // passes on: lists then cover up to two cells around the images' own colours (farther
+        // ones, rarer, search the whole palette).
         kivhq::Grid grid(*pal, alpha);
         std::vector<std::uint8_t> wanted = hist.occupied;
-        // Diffusion moves a colour by at most the largest error a pixel passes on.
-        if (dither) kivhq::widen_cells(&wanted, alpha, *std::max_element(limit, limit + count) / 256);
+        long long pixels = 0;
+        for (const kivhq::Source& s : src) pixels += static_cast<long long>(s.width) * s.height;
+        auto cells = [&] { return std::count(wanted.begin(), wanted.end(), std::uint8_t{1}); };
+        if (dither) {
+            std::vector<std::uint8_t> wide = wanted;
+            kivhq::widen_cells(&wide, alpha, std::min(16, *std::max_element(limit, limit + count) / 256));
+            if (std::count(wide.begin(), wide.end(), std::uint8_t{1}) * kPixelsPerCell <= pixels) wanted.swap(wide);
+        }
+        if (cells() * kPixelsPerCell > pixels) std::fill(wanted.begin(), wanted.end(), std::uint8_t{0});
         grid.build(wanted.data());
         const kivhq::Mapping m{&grid, pal.get(), out, transparent, limit, dead};
         for (const kivhq::Source& s : src) {

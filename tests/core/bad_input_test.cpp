@@ -427,6 +427,33 @@ TEST(BadInput, Quantization) {
                      kVoidKeep, kVoidKeep, kVoidKeep});
     }
     v.push_back({"quantize_wpal null", VCALL(im.quantize_wpal(0, nullptr, 4)), kVoidKeep, kVoidKeep, kVoidKeep});
+    struct Hq {
+        int colors, dither, flags;
+    };
+    for (Hq a : {Hq{0, 0, 0}, Hq{257, 0, 0}, Hq{INT_MIN, 0, 0}, Hq{16, -1, 0}, Hq{16, 101, 0}, Hq{16, INT_MAX, 0},
+                 Hq{16, 0, 2}, Hq{16, 0, -1}}) {
+        const std::string args = std::to_string(a.colors) + " " + std::to_string(a.dither) + " " + std::to_string(a.flags);
+        v.push_back({"quantize_hq " + args, CALL(im.quantize_hq(a.colors, a.dither, a.flags)), kRefused, kRefused, kRefused});
+        v.push_back({"quantize_shared " + args, CALL([&] {
+                         kiv* list[] = {&im};
+                         return kiv::quantize_shared(list, 1, a.colors, a.dither, a.flags);
+                     }()),
+                     kRefused, kRefused, kRefused});
+    }
+    v.push_back({"quantize_hq on an empty image", CALL(im.quantize_hq(16, 50, 0)), kRefused, kDone, kDone});
+    for (int n : {0, -1, INT_MIN})
+        v.push_back({"quantize_shared n " + std::to_string(n), CALL([&] {
+                         kiv* list[] = {&im};
+                         return kiv::quantize_shared(list, n, 16, 0, 0);
+                     }()),
+                     kRefused, kRefused, kRefused});
+    v.push_back({"quantize_shared null list", CALL(kiv::quantize_shared(nullptr, 1, 16, 0, 0)), kRefused, kRefused, kRefused});
+    v.push_back({"quantize_shared null entry or twice", CALL([&] {
+                     kiv* list[] = {&im, nullptr, &im};
+                     return kiv::quantize_shared(list, 2, 16, 0, 0) + kiv::quantize_shared(list + 1, 2, 16, 0, 0) +
+                            kiv::quantize_shared(list, 3, 16, 0, 0);
+                 }()),
+                 kRefused, kRefused, kRefused});
     for (int entries : {0, 257, 65535}) {
         v.push_back({"quantize palette of " + std::to_string(entries), VCALL([&] {
                          std::vector<unsigned char> mem(sizeof(tagLOGPALETTE) + 4 * 65536, 7);

@@ -264,6 +264,20 @@ std::vector<Case> cases() {
         });
     }
 
+    for (int colors : {3, 256})
+        for (int dither : {0, 100})
+            for (int flags : {0, int(KIV_QUANT_ALPHA)})
+                full("quantize_hq_" + std::to_string(colors) + "_" + std::to_string(dither) + (flags ? "_alpha" : ""),
+                     [=](kiv& i) { return static_cast<long long>(i.quantize_hq(colors, dither, flags)); });
+    add("quantize_shared", [](kiv& i, Fnv& f) {
+        kiv other(i);
+        other.negative(nullptr);
+        kiv* both[] = {&i, &other};
+        const long long r = kiv::quantize_shared(both, 2, 40, 80, KIV_QUANT_ALPHA);
+        hash_image(f, other);
+        return r;
+    });
+
     // Fills and gradients.
     for (int mode = 0; mode <= 18; ++mode) {
         both("solidfill" + std::to_string(mode),

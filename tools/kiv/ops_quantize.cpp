@@ -26,6 +26,15 @@ void add_quantize_ops(OpTable& t) {
             "6 heat, 7 cold, 8 warm"}},
           "reduce to one of the nine fixed palettes", "4 0",
           [](kiv& im, const OpCall& c) { return im.quantize_wdp(c.i(0), c.i(1)); });
+    t.add("quantize_hq",
+          {{"colors", ArgKind::Int, "palette size 1..256"},
+           {"dither", ArgKind::Int, "error diffusion strength 0..100 percent (0 none)"},
+           {"alpha", ArgKind::Int, "1: byte 3 of a 24/32-bit image is alpha (entries carry alpha), 0: opaque"}},
+          "reduce to a refined palette (k-means), nearest colour or edge-aware Floyd-Steinberg (palettized result)",
+          "64 100 0", [](kiv& im, const OpCall& c) {
+              if (c.i(2) != 0 && c.i(2) != 1) return 0;
+              return im.quantize_hq(c.i(0), c.i(1), c.i(2) ? KIV_QUANT_ALPHA : 0);
+          });
 }
 
 }  // namespace kivcli
