@@ -79,8 +79,8 @@ def run(op):
         out = im.point(bc_table(int(b), int(c)))
     elif name == "equalize":
         out = ImageOps.equalize(im)
-    elif name == "quant":
-        out = im.quantize(256, Q.MEDIANCUT)
+    elif name in ("quant", "octree"):
+        out = im.quantize(256, Q.MEDIANCUT if name == "quant" else Q.FASTOCTREE)
         if arg == "1":  # quantize() dithers only against a given palette: remap with it
             out = im.quantize(palette=out, dither=D.FLOYDSTEINBERG)
     elif name == "dib":
@@ -90,7 +90,7 @@ def run(op):
     else:
         raise ValueError("unknown operation " + op)
     ms = (time.perf_counter() - t0) * 1000.0
-    if name == "quant":
+    if name in ("quant", "octree"):
         extra["psnr"] = psnr(im, out)
     return ms, extra
 

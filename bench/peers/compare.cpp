@@ -183,6 +183,19 @@ struct Config {
     std::string script = "bench/peers_pillow.py";
     std::string python = "/usr/bin/python3";
     std::string only;  // run only the rows whose operation contains this text
+    std::string quant_csv = "bench/quant_results.csv";  // the quantizer comparison, for bench/plot_quant.py
+};
+
+// ---- The palette quantizers on four kinds of picture ------------------------------------
+// Columns of the quantizer comparison, in table order.
+enum QLib { Q_HQ, Q_MEDIAN, Q_LIQ10, Q_LIQ4, Q_PIL_MEDIAN, Q_PIL_OCTREE, NQ };
+const char* const kQName[NQ] = {"kivlib quantize_hq", "kivlib quantize (median cut)", "libimagequant speed 10",
+                                "libimagequant speed 4", "Pillow MEDIANCUT", "Pillow FASTOCTREE"};
+
+struct QRow {
+    std::string image;
+    int size = 0, threads = 0, dither = 0;
+    std::array<double, NQ> ms{}, psnr{};
 };
 
 class Driver {
@@ -191,10 +204,13 @@ public:
     int run();
 
 private:
-    void make_source(Source& s, int size);
+    void make_source(Source& s, int size, void (*fill)(kiv&) = nullptr);
+    void quant_rows(std::vector<QRow>& out, int size, const std::vector<int>& thread_runs);
+    std::string quant_report(const std::vector<QRow>& rows) const;
     void build_rows(Table& t, Source& s);
     void measure(Table& t, int warm, int reps);
-    std::string report(const std::vector<Table>& tables, double minutes, const std::string& load0) const;
+    std::string report(const std::vector<Table>& tables, const std::vector<QRow>& quant, double minutes,
+                       const std::string& load0) const;
 
     // kivlib: the source copied into the image (untimed), then op timed.
     Job kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr = nullptr);
@@ -230,10 +246,11 @@ Job Driver::kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr) {
     };
 }
 
-void Driver::make_source(Source& s, int size) {
+void Driver::make_source(Source& s, int size, void (*fill)(kiv&)) {
     s.w = s.h = size;
     kiv img(size, size, 24);
-    kivbench::fill_photo(img);
+    if (fill) fill(img);
+    else kivbench::fill_photo(img);
     s.rgba.assign(img.m_pixels, img.m_pixels + img.m_packets);
     s.rgb.resize(s.rgba.size() * 3);
     for (std::size_t i = 0; i < s.rgba.size(); ++i) {
@@ -295,6 +312,53 @@ int gamma_entry(int i) {
 int bc_entry(int i) {
     double f = (259.0 * (30 + 255)) / (255.0 * (259 - 30));
     return std::clamp(static_cast<int>(f * (i + 20 - 128) + 128), 0, 255);
+}
+
+#ifdef KIVB_HAVE_LIQ
+// One libimagequant run at `speed` with dithering level `dither`: quantize and remap, timed
+// together; *psnr from the result.
+double liq_run(Source& s, int speed, float dither, double* psnr) {
+    std::vector<unsigned char> idx(static_cast<std::size_t>(s.w) * s.h);
+    auto t0 = Clock::now();
+    liq_attr* a = liq_attr_create();
+    liq_set_max_colors(a, 256);
+    liq_set_speed(a, speed);
+    liq_image* im = liq_image_create_rgba(a, s.rgba.data(), s.w, s.h, 0);
+    liq_result* res = nullptr;
+    double ms = NAN;
+    if (liq_image_quantize(im, a, &res) == LIQ_OK) {
+        liq_set_dithering_level(res, dither);
+        if (liq_write_remapped_image(res, im, idx.data(), idx.size()) == LIQ_OK) {
+            ms = ms_since(t0);
+            const liq_palette* pal = liq_get_palette(res);
+            std::vector<unsigned char> out(idx.size() * 3);
+            for (std::size_t i = 0; i < idx.size(); ++i) {
+                const liq_color& c = pal->entries[idx[i]];
+                out[3 * i] = c.r, out[3 * i + 1] = c.g, out[3 * i + 2] = c.b;
+            }
+            *psnr = psnr_rgb(s.rgb.data(), out.data(), idx.size(), 3, 3);
+        }
+        liq_result_destroy(res);
+    }
+    liq_image_destroy(im);
+    liq_attr_destroy(a);
+    return ms;
+}
+#endif
+
+void set_threads(int threads) {
+    const int n = threads == 0 ? static_cast<int>(std::max(1u, std::thread::hardware_concurrency())) : threads;
+    kiv::setthreads(threads);
+#ifdef KIVB_HAVE_OMP
+    omp_set_num_threads(n);
+#endif
+#ifdef KIVB_HAVE_OPENCV
+    cv::setNumThreads(n);  // 0 would mean "no threading" to OpenCV
+#endif
+#ifdef KIVB_HAVE_VIPS
+    vips_concurrency_set(n);
+#endif
+    (void)n;
 }
 
 void Driver::build_rows(Table& t, Source& s) {
@@ -559,33 +623,7 @@ void Driver::build_rows(Table& t, Source& s) {
         r.quality = true;
         r.job[KIV] = kiv_job(s, [mode](kiv& k) { k.quantize(mode, 256, nullptr); return k.m_bits == 8; }, &r.psnr[KIV]);
 #ifdef KIVB_HAVE_LIQ
-        r.job[LIQ] = [&s, mode, &r]() {
-            std::vector<unsigned char> idx(static_cast<std::size_t>(s.w) * s.h);
-            auto t0 = Clock::now();
-            liq_attr* a = liq_attr_create();
-            liq_set_max_colors(a, 256);
-            liq_set_speed(a, 10);
-            liq_image* im = liq_image_create_rgba(a, s.rgba.data(), s.w, s.h, 0);
-            liq_result* res = nullptr;
-            double ms = NAN;
-            if (liq_image_quantize(im, a, &res) == LIQ_OK) {
-                liq_set_dithering_level(res, mode ? 1.0f : 0.0f);
-                if (liq_write_remapped_image(res, im, idx.data(), idx.size()) == LIQ_OK) {
-                    ms = ms_since(t0);
-                    const liq_palette* pal = liq_get_palette(res);
-                    std::vector<unsigned char> out(idx.size() * 3);
-                    for (std::size_t i = 0; i < idx.size(); ++i) {
-                        const liq_color& c = pal->entries[idx[i]];
-                        out[3 * i] = c.r, out[3 * i + 1] = c.g, out[3 * i + 2] = c.b;
-                    }
-                    r.psnr[LIQ] = psnr_rgb(s.rgb.data(), out.data(), idx.size(), 3, 3);
-                }
-                liq_result_destroy(res);
-            }
-            liq_image_destroy(im);
-            liq_attr_destroy(a);
-            return ms;
-        };
+        r.job[LIQ] = [&s, mode, &r]() { return liq_run(s, 10, mode ? 1.0f : 0.0f, &r.psnr[LIQ]); };
 #endif
         pil(r, "quant:" + std::to_string(mode));
     }
@@ -672,6 +710,73 @@ void Driver::build_rows(Table& t, Source& s) {
     }
 }
 
+struct QImage {
+    const char* name;
+    void (*fill)(kiv&);
+};
+const QImage kQImages[] = {{"photo", [](kiv& k) { kivbench::fill_photo(k); }},
+                           {"smooth", [](kiv& k) { kivbench::fill_smooth(k); }},
+                           {"graphic", [](kiv& k) { kivbench::fill_graphic(k); }},
+                           {"texture", [](kiv& k) { kivbench::fill_texture(k); }}};
+
+// The quantizers side by side on each kind of picture: 256 colours, without dithering and
+// with Floyd-Steinberg, each library in turn repetition after repetition; medians.
+// libimagequant's speed 4 takes seconds a call at 4096, so it runs once there.
+void Driver::quant_rows(std::vector<QRow>& out, int size, const std::vector<int>& thread_runs) {
+    for (const QImage& qi : kQImages) {
+        bool wanted = false;
+        for (int d = 0; d < 2; ++d)
+            wanted |= cfg_.only.empty() || (std::string("hq quantizer: ") + qi.name + (d ? ", Floyd-Steinberg" : ", no dither")).find(cfg_.only) != std::string::npos;
+        if (!wanted) continue;
+        Source s;
+        make_source(s, size, qi.fill);
+        if (pil_.ok()) pil_.call("load " + s.rawpath + " " + std::to_string(size) + " " + std::to_string(size));
+        for (int threads : thread_runs) {
+            set_threads(threads);
+            for (int d = 0; d < 2; ++d) {
+                const std::string name = std::string("hq quantizer: ") + qi.name + (d ? ", Floyd-Steinberg" : ", no dither");
+                if (!cfg_.only.empty() && name.find(cfg_.only) == std::string::npos) continue;
+                QRow r;
+                r.image = qi.name, r.size = size, r.threads = threads, r.dither = d;
+                r.ms.fill(NAN);
+                r.psnr.fill(NAN);
+                std::array<Job, NQ> job;
+                job[Q_HQ] = kiv_job(s, [d](kiv& k) { return k.quantize_hq(256, d ? 100 : 0, 0) == 1; }, &r.psnr[Q_HQ]);
+                job[Q_MEDIAN] = kiv_job(s, [d](kiv& k) { k.quantize(d, 256, nullptr); return k.m_bits <= 8; }, &r.psnr[Q_MEDIAN]);
+#ifdef KIVB_HAVE_LIQ
+                job[Q_LIQ10] = [&s, &r, d]() { return liq_run(s, 10, d ? 1.0f : 0.0f, &r.psnr[Q_LIQ10]); };
+                job[Q_LIQ4] = [&s, &r, d]() { return liq_run(s, 4, d ? 1.0f : 0.0f, &r.psnr[Q_LIQ4]); };
+#endif
+                if (pil_.ok())
+                    for (int lib : {Q_PIL_MEDIAN, Q_PIL_OCTREE}) {
+                        const std::string op = std::string(lib == Q_PIL_MEDIAN ? "quant:" : "octree:") + (d ? "1" : "0");
+                        job[lib] = [this, op, &r, lib]() {
+                            const std::string reply = pil_.call("run " + op);
+                            r.psnr[lib] = Pillow::field(reply, "psnr");
+                            return Pillow::field(reply, "ms");
+                        };
+                    }
+                const int reps = size >= 4096 ? cfg_.reps_large : cfg_.reps_small;
+                std::array<std::vector<double>, NQ> samples;
+                for (int rep = 0; rep < reps; ++rep)
+                    for (int lib = 0; lib < NQ; ++lib) {
+                        if (!job[lib] || (lib == Q_LIQ4 && size >= 4096 && rep > 0)) continue;
+                        const double ms = job[lib]();
+                        if (!std::isnan(ms)) samples[lib].push_back(ms);
+                    }
+                for (int lib = 0; lib < NQ; ++lib) r.ms[lib] = median(samples[lib]);
+                std::fprintf(stderr, "  %-44s %d thr  hq %8.2f ms %.2f dB | liq10 %8.2f ms %.2f dB | liq4 %8.2f ms %.2f dB\n",
+                             name.c_str(), threads, r.ms[Q_HQ], r.psnr[Q_HQ], r.ms[Q_LIQ10], r.psnr[Q_LIQ10], r.ms[Q_LIQ4],
+                             r.psnr[Q_LIQ4]);
+                out.push_back(r);
+            }
+        }
+        img_.destroy();
+        GlobalFree(s.dib);
+        std::filesystem::remove(s.rawpath);
+    }
+}
+
 void Driver::measure(Table& t, int warm, int reps) {
     std::vector<std::array<std::vector<double>, NLIB>> samples(t.rows.size());
     for (std::size_t i = 0; i < t.rows.size(); ++i) {
@@ -715,7 +820,35 @@ std::string read_first(const char* path, const char* key) {
     return "?";
 }
 
-std::string Driver::report(const std::vector<Table>& tables, double minutes, const std::string& load0) const {
+std::string Driver::quant_report(const std::vector<QRow>& rows) const {
+    std::ostringstream o;
+    if (rows.empty()) return {};
+    o << "\n## Palette quantizers on four kinds of picture\n\n"
+         "256 colours; PSNR in dB over red, green and blue against the original; times in ms (medians; "
+         "libimagequant speed 4 once at 4096). Pictures (bench/bench_common.h): photo (the photo-like image "
+         "above), smooth (gradients and shaded balls, no noise), graphic (flat colours, shadows and text, "
+         "anti-aliased), texture (value noise with strong per-channel noise). kivlib quantize_hq at dither 0 "
+         "and 100; libimagequant at dithering level 0 and 1.0; Pillow quantize() then, for Floyd-Steinberg, a "
+         "remap to that palette (Pillow is single-threaded). The bar for quantize_hq: time at most 0.1 of "
+         "libimagequant speed 10 and PSNR at least libimagequant speed 4's, same picture, size and thread count.\n\n"
+         "| picture | size | threads | dither |";
+    for (int lib = 0; lib < NQ; ++lib) o << " " << kQName[lib] << " ms | dB |";
+    o << " hq time / liq 10 | hq dB - liq 4 |\n|---|---:|---:|---|";
+    for (int lib = 0; lib < NQ; ++lib) o << "---:|---:|";
+    o << "---:|---:|\n";
+    for (const QRow& r : rows) {
+        o << "| " << r.image << " | " << r.size << " | " << (r.threads == 0 ? std::to_string(std::thread::hardware_concurrency()) : std::to_string(r.threads))
+          << " | " << (r.dither ? "Floyd-Steinberg" : "none") << " |";
+        for (int lib = 0; lib < NQ; ++lib) o << " " << fmt(r.ms[lib]) << " | " << fmt(r.psnr[lib]) << " |";
+        const double ratio = r.ms[Q_HQ] / r.ms[Q_LIQ10], gain = r.psnr[Q_HQ] - r.psnr[Q_LIQ4];
+        o << " " << (ratio > 0.1 ? "**" + fmt(ratio, 3) + "**" : fmt(ratio, 3)) << " | " << (gain < 0 ? "**" + fmt(gain) + "**" : fmt(gain))
+          << " |\n";
+    }
+    return o.str();
+}
+
+std::string Driver::report(const std::vector<Table>& tables, const std::vector<QRow>& quant, double minutes,
+                           const std::string& load0) const {
     std::ostringstream o;
     char date[64];
     std::time_t now = std::time(nullptr);
@@ -800,6 +933,7 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
     std::sort(losses.begin(), losses.end(), [](const std::string& a, const std::string& b) {
         return std::strtod(a.c_str(), nullptr) > std::strtod(b.c_str(), nullptr);
     });
+    o << quant_report(quant);
     o << "\n## Where kivlib is slower than the fastest peer\n\n";
     if (losses.empty()) o << "Nowhere in this run.\n";
     for (const std::string& l : losses) o << "- " << l << "\n";
@@ -822,6 +956,7 @@ int Driver::run() {
     std::vector<int> sizes = cfg_.quick ? std::vector<int>{1024} : std::vector<int>{4096, 1024};
 
     std::vector<Table> tables;
+    std::vector<QRow> quant;
     for (int size : sizes) {
         Source s;
         make_source(s, size);
@@ -831,16 +966,7 @@ int Driver::run() {
 #endif
         for (int threads : thread_runs) {
             const int n = threads == 0 ? cores : threads;
-            kiv::setthreads(threads);
-#ifdef KIVB_HAVE_OMP
-            omp_set_num_threads(n);
-#endif
-#ifdef KIVB_HAVE_OPENCV
-            cv::setNumThreads(n);  // 0 would mean "no threading" to OpenCV
-#endif
-#ifdef KIVB_HAVE_VIPS
-            vips_concurrency_set(n);
-#endif
+            set_threads(threads);
             std::fprintf(stderr, "== %d x %d, %d thread%s\n", size, size, n, n == 1 ? "" : "s");
             Table t;
             t.size = size;
@@ -856,9 +982,19 @@ int Driver::run() {
         img_.destroy();
         GlobalFree(s.dib);
         std::filesystem::remove(s.rawpath);
+        std::fprintf(stderr, "== quantizers, %d x %d\n", size, size);
+        quant_rows(quant, size, thread_runs);
+    }
+    if (!quant.empty() && !cfg_.quant_csv.empty()) {
+        std::ofstream csv(cfg_.quant_csv);
+        csv << "picture,size,threads,dither,library,ms,psnr\n";
+        for (const QRow& r : quant)
+            for (int lib = 0; lib < NQ; ++lib)
+                csv << r.image << "," << r.size << "," << (r.threads == 0 ? static_cast<int>(std::thread::hardware_concurrency()) : r.threads)
+                    << "," << r.dither << "," << kQName[lib] << "," << r.ms[lib] << "," << r.psnr[lib] << "\n";
     }
 
-    const std::string md = report(tables, ms_since(t_start) / 60000.0, load0);
+    const std::string md = report(tables, quant, ms_since(t_start) / 60000.0, load0);
     std::cout << md;
     std::ofstream f(cfg_.out);
     f << md;
@@ -889,10 +1025,11 @@ int main(int argc, char** argv) {
         else if (a == "--pillow") c.script = next();
         else if (a == "--python") c.python = next();
         else if (a == "--only") c.only = next();
+        else if (a == "--quant-csv") c.quant_csv = next();
         else {
             std::fprintf(stderr,
                          "usage: kiv_compare [--quick] [--threads N] [--out FILE] [--pillow peers_pillow.py] [--python python3]\n"
-                         "                   [--only TEXT]  (rows whose operation contains TEXT)\n");
+                         "                   [--only TEXT]  (rows whose operation contains TEXT)  [--quant-csv FILE]\n");
             return 2;
         }
     }
