@@ -116,7 +116,8 @@ struct Avx2 {
 
 }  // namespace
 
-KernelSet kernels_avx2() { return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::contrast}; }
+KernelSet kernels_avx2() { return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::contrast,
+                     Kernels<Avx2>::count}; }
 
 }  // namespace kivhq
 

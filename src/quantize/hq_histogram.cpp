@@ -144,48 +144,17 @@ void make_bins(const std::uint32_t* marginal, int shift, std::uint32_t* lut) {
     }
 }
 
-// Cells of opaque pixels (alpha 255 is implied) and of pixels with alpha.
+// Cells of opaque pixels (alpha 255 is implied; the layout KernelSet::count writes) and of
+// pixels with alpha.
 struct Cell3 {
-    std::uint32_t n, s[3];
+    std::uint32_t s[3], n;
 };
 struct Cell4 {
     std::uint32_t n, s[4];
 };
 
-// Counts runs of equal pixels of an opaque source: one table look-up per channel gives both
-// the histogram cell (bits 0..14) and the grid cell (bits 16..30).
-void count_opaque(const tagRGBA* px, std::size_t n, std::size_t stride, std::size_t first, const std::uint32_t (*lut)[256],
-                  Cell3* cells, std::uint8_t* occupied) {
-    auto add = [&](std::uint32_t w, std::uint32_t run) {
-        const std::uint32_t r = w & 0xFF, g = w >> 8 & 0xFF, b = w >> 16 & 0xFF;
-        const std::uint32_t v = lut[0][r] | lut[1][g] | lut[2][b];
-        Cell3& e = cells[v & 0xFFFF];
-        e.n += run;
-        e.s[0] += r * run;
-        e.s[1] += g * run;
-        e.s[2] += b * run;
-        occupied[v >> 16] = 1;
-    };
-    if (stride > 1) {
-        for (std::size_t i = first; i < n; i += stride) add(word_of(px[i]), 1);
-        return;
-    }
-    std::uint32_t prev = word_of(px[0]) & 0xFFFFFFu, run = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        const std::uint32_t w = word_of(px[i]) & 0xFFFFFFu;
-        if (w == prev) {
-            ++run;
-            continue;
-        }
-        add(prev, run);
-        prev = w;
-        run = 1;
-    }
-    add(prev, run);
-}
-
-// The same for a source with alpha; returns bit 0 for a transparent pixel, bit 1 for a
-// visible one.
+// Counts runs of equal pixels of a source into cells of pixels with alpha (the opaque ones
+// through KernelSet::count); returns bit 0 for a transparent pixel, bit 1 for a visible one.
 int count_alpha(const tagRGBA* px, std::size_t n, std::size_t stride, std::size_t first, bool src_alpha,
                 const std::uint32_t (*lut)[256], Cell4* cells, std::uint8_t* occupied) {
     int seen = 0;
@@ -319,6 +288,7 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
     std::vector<Cell4> hist4(alpha ? static_cast<std::size_t>(slots) * static_cast<std::size_t>(cells) : 0);
     std::vector<std::uint8_t> occ(static_cast<std::size_t>(slots) * static_cast<std::size_t>(grid_cells));
     std::vector<int> seen(static_cast<std::size_t>(slots), 0);
+    const CountFn count_opaque = kernels().count;
     kivcore::parallel_for(0, slots, [&](int t) {
         const std::size_t base = static_cast<std::size_t>(t) * static_cast<std::size_t>(cells);
         std::uint8_t* oc = occ.data() + static_cast<std::size_t>(t) * static_cast<std::size_t>(grid_cells);
@@ -329,7 +299,8 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
             for (std::size_t at = 0; at < n; at += step) {
                 const std::size_t first = stride > 1 ? static_cast<std::size_t>(y0 + static_cast<long long>(at / w)) % stride : 0;
                 if (!alpha) {
-                    count_opaque(p + at, step, stride, first, lut, hist3.data() + base, oc);
+                    count_opaque(reinterpret_cast<const unsigned char*>(p + at), step, stride, first, lut,
+                                 &hist3[base].s[0], oc);
                     seen[static_cast<std::size_t>(t)] |= 2;
                 } else {
                     seen[static_cast<std::size_t>(t)] |= count_alpha(p + at, step, stride, first, s.alpha, lut, hist4.data() + base, oc);

@@ -114,7 +114,8 @@ std::atomic<int> g_kernel_level{2};
 
 }  // namespace
 
-KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::contrast}; }
+KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::contrast,
+                     Kernels<Scalar>::count}; }
 
 std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {
     const int p[4] = {static_cast<int>(q.rg & 0xFFFF), static_cast<int>(q.rg >> 16), static_cast<int>(q.ba & 0xFFFF),

@@ -17,8 +17,10 @@ namespace kivhq {
 
 namespace {
 
-// Voronoi iterations: at most this many, fewer once no entry moves.
+// Voronoi iterations: at most this many, fewer once no entry moves or an iteration removes
+// less than 1 / kSettled of the squared error.
 constexpr int kIterations = 12;
+constexpr std::uint64_t kSettled = 1000;
 
 struct Points {
     int count = 0;
@@ -142,6 +144,7 @@ std::vector<Box> split_boxes(const Points& pts, int colors, std::vector<int>* or
 struct Slot {
     std::uint64_t n[kMaxColors], s[kMaxColors][4];
     int reach[kMaxColors];  // largest distance of an assigned point from its entry
+    std::uint64_t error;    // pixels times squared distance, summed
 };
 
 }  // namespace
@@ -201,7 +204,7 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
     std::vector<int> pair(static_cast<std::size_t>(k) * static_cast<std::size_t>(k));
     std::vector<Chunk> near;
     std::vector<int> near_at(static_cast<std::size_t>(k)), near_count(static_cast<std::size_t>(k));
-    std::uint64_t total_n[kMaxColors];
+    std::uint64_t total_n[kMaxColors] = {}, last_error = 0;
     // Distances between entries (updated for the entries that moved), and each one's nearest
     // other.
     bool moved_entry[kMaxColors];
@@ -231,13 +234,20 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
         kivcore::parallel_for(0, slots, [&](int t) {
             Slot& sl = acc[static_cast<std::size_t>(t)];
             std::fill(sl.reach, sl.reach + k, 0);
+            sl.error = 0;
             std::size_t p0, p1;
             span(t, &p0, &p1);
             for (std::size_t p = p0; p < p1; ++p) {
                 dist[p] = wdist(&pts.c[4 * p], centre[assign[p]]);
                 sl.reach[assign[p]] = std::max(sl.reach[assign[p]], dist[p]);
+                sl.error += static_cast<std::uint64_t>(pts.n[p]) * static_cast<std::uint64_t>(dist[p]);
             }
         });
+        // Done once an iteration gains little.
+        std::uint64_t error = 0;
+        for (const Slot& sl : acc) error += sl.error;
+        if (iter > 0 && (last_error - std::min(last_error, error)) * kSettled < last_error) break;
+        last_error = error;
         // The entries each entry's points may move to.
         near.clear();
         Palette cp;

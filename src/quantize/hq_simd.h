@@ -61,8 +61,10 @@ struct GridView {
 using NearestFn = std::int32_t (*)(const Chunk* chunks, int count, Packed q);
 // Maps n pixels in place to their nearest entries: words from out; pixels with alpha 0 of a
 // source with alpha take entry `transparent`.
+// cache: `cache_mask + 1` (a power of two) zeroed words the kernel may use to remember
+// colours it has looked up.
 using MapRunFn = void (*)(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,
-                          std::size_t n);
+                          std::size_t n, std::uint64_t* cache, std::uint32_t cache_mask);
 
 // Error diffusion, Floyd-Steinberg with every row left to right.  Errors are kept in 1/256 of
 // a unit per channel, with one spare pixel at each end of a row.
@@ -96,11 +98,19 @@ using DiffuseFn = void (*)(const DiffuseParams& p, DiffuseRow* rows, int n, int 
 using ContrastFn = void (*)(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width,
                             bool alpha, std::uint8_t* out);
 
+// Counts n opaque pixels (every stride-th from `first`) into histogram cells of four words:
+// red, green and blue sums and the pixel count.  One table look-up per channel gives the
+// cell (bits 0..15) and the nearest-colour grid cell (bits 16..31), which is marked in
+// occupied.  Sums stay below 2^32 for up to 2^24 counted pixels.
+using CountFn = void (*)(const unsigned char* px, std::size_t n, std::size_t stride, std::size_t first,
+                         const std::uint32_t (*lut)[256], std::uint32_t* cells, std::uint8_t* occupied);
+
 struct KernelSet {
     NearestFn nearest;
     MapRunFn map_run;
     DiffuseFn diffuse;
     ContrastFn contrast;
+    CountFn count;
 };
 KernelSet kernels_scalar();
 KernelSet kernels_sse2();
@@ -166,9 +176,12 @@ struct Kernels {
         return nearest(g.pool + (rec >> 9), count, q) & 0xFF;
     }
 
-    // SrcAlpha: byte 3 of the pixels is alpha; GridAlpha: the grid has alpha slices.
+    // SrcAlpha: byte 3 of the pixels is alpha; GridAlpha: the grid has alpha slices.  Runs of
+    // equal pixels reuse the last result; other colours go through a direct-mapped cache of
+    // (colour, entry) words (bit 63 marks a filled one), then the grid.
     template <bool SrcAlpha, bool GridAlpha>
-    static void map_pixels(const GridView& g, const std::uint32_t* out, int transparent, unsigned char* px, std::size_t n) {
+    static void map_pixels(const GridView& g, const std::uint32_t* out, int transparent, unsigned char* px, std::size_t n,
+                           std::uint64_t* cache, std::uint32_t cache_mask) {
         const std::uint32_t mask = SrcAlpha ? 0xFFFFFFFFu : 0x00FFFFFFu;
         std::uint32_t prev, prev_out = 0;
         std::memcpy(&prev, px, 4);
@@ -179,8 +192,15 @@ struct Kernels {
             w &= mask;
             if (w != prev) {
                 prev = w;
-                if (SrcAlpha && !(w >> 24)) prev_out = out[transparent];
-                else prev_out = out[lookup<GridAlpha>(g, search(w, SrcAlpha))];
+                const std::uint64_t tag = std::uint64_t{1} << 63 | static_cast<std::uint64_t>(w) << 8;
+                std::uint64_t& slot = cache[(w * 0x9E3779B1u) >> 15 & cache_mask];
+                if ((slot & ~std::uint64_t{0xFF}) == tag) {
+                    prev_out = out[slot & 0xFF];
+                } else {
+                    const int idx = SrcAlpha && !(w >> 24) ? transparent : lookup<GridAlpha>(g, search(w, SrcAlpha));
+                    slot = tag | static_cast<std::uint64_t>(idx);
+                    prev_out = out[idx];
+                }
             }
             std::memcpy(px + 4 * i, &prev_out, 4);
         }
@@ -314,12 +334,50 @@ struct Kernels {
         for (; x < width; ++x) one(x);
     }
 
+    static void count(const unsigned char* px, std::size_t n, std::size_t stride, std::size_t first,
+                      const std::uint32_t (*lut)[256], std::uint32_t* cells, std::uint8_t* occupied) {
+        using L = typename Ops::Lanes;
+        // One vector add of (red, green, blue, 1) times the run's length.
+        auto add = [&](std::uint32_t w, std::uint32_t run) {
+            const std::uint32_t v = lut[0][w & 0xFF] | lut[1][w >> 8 & 0xFF] | lut[2][w >> 16 & 0xFF];
+            int* cell = reinterpret_cast<int*>(cells) + 4 * (v & 0xFFFF);
+            const auto one = L::from_bytes(w | 0x01000000u);
+            for (; run > 0x7FFF; run -= 0x7FFF) L::store(cell, L::add(L::load(cell), L::mul16(one, 0x7FFF)));
+            L::store(cell, L::add(L::load(cell), run == 1 ? one : L::mul16(one, static_cast<int>(run))));
+            occupied[v >> 16] = 1;
+        };
+        if (stride > 1) {
+            for (std::size_t i = first; i < n; i += stride) {
+                std::uint32_t w;
+                std::memcpy(&w, px + 4 * i, 4);
+                add(w & 0xFFFFFFu, 1);
+            }
+            return;
+        }
+        std::uint32_t prev, run = 0;
+        std::memcpy(&prev, px, 4);
+        prev &= 0xFFFFFFu;
+        for (std::size_t i = 0; i < n; ++i) {
+            std::uint32_t w;
+            std::memcpy(&w, px + 4 * i, 4);
+            w &= 0xFFFFFFu;
+            if (w == prev) {
+                ++run;
+                continue;
+            }
+            add(prev, run);
+            prev = w;
+            run = 1;
+        }
+        add(prev, run);
+    }
+
     static void map_run(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,
-                        std::size_t n) {
+                        std::size_t n, std::uint64_t* cache, std::uint32_t cache_mask) {
         if (!n) return;
-        if (alpha) map_pixels<true, true>(g, out, transparent, px, n);
-        else if (g.alpha) map_pixels<false, true>(g, out, transparent, px, n);
-        else map_pixels<false, false>(g, out, transparent, px, n);
+        if (alpha) map_pixels<true, true>(g, out, transparent, px, n, cache, cache_mask);
+        else if (g.alpha) map_pixels<false, true>(g, out, transparent, px, n, cache, cache_mask);
+        else map_pixels<false, false>(g, out, transparent, px, n, cache, cache_mask);
     }
 };
 

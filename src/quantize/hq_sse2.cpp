@@ -101,7 +101,8 @@ struct Sse2 {
 
 }  // namespace
 
-KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::contrast}; }
+KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::contrast,
+                     Kernels<Sse2>::count}; }
 
 }  // namespace kivhq
 

@@ -180,8 +180,8 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
                 for (std::size_t i = 0; i < m; ++i) std::memcpy(&p[i], &out[index.find(colour_key(p[i], s.alpha))], 4);
             });
     } else {
-        int limit[kMaxColors], dead[kMaxColors];
-        kivhq::error_limits(*pal, limit, dead);
+        int limit[kMaxColors] = {}, dead[kMaxColors] = {};
+        if (dither) kivhq::error_limits(*pal, limit, dead);
         // Lists pay when there are many pixels a cell; for small images searching the whole
         // palette is cheaper.  Diffusion moves a colour by at most the largest error a pixel
         // passes on: lists then cover up to two cells around the images' own colours (farther
