@@ -58,6 +58,12 @@ struct Avx2Bytes {
         a = _mm256_max_epu8(a, _mm256_srli_epi32(a, 8));
         return _mm256_max_epu8(a, _mm256_srli_epi32(a, 16));
     }
+    static V strength(V a) {
+        const V c = _mm256_and_si256(a, _mm256_set1_epi32(0xFF));
+        const V t = _mm256_slli_epi16(_mm256_subs_epu16(_mm256_set1_epi32(kFullUpTo + 16), c), 3);
+        const V flat = _mm256_and_si256(_mm256_cmpeq_epi32(c, _mm256_setzero_si256()), _mm256_set1_epi32(128));
+        return _mm256_or_si256(_mm256_min_epi16(t, _mm256_set1_epi32(127)), flat);
+    }
     static void store(std::uint8_t* out, V a) {
         const __m128i lo = _mm256_castsi256_si128(a), hi = _mm256_extracti128_si256(a, 1);
         const __m128i mask = _mm_set1_epi32(0xFF);
@@ -116,7 +122,7 @@ struct Avx2 {
 
 }  // namespace
 
-KernelSet kernels_avx2() { return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::contrast,
+KernelSet kernels_avx2() { return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::hold,
                      Kernels<Avx2>::count}; }
 
 }  // namespace kivhq

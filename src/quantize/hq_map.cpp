@@ -29,33 +29,21 @@ void map_nearest(const Source& s, const Mapping& m) {
 
 namespace {
 
-// Local contrast (largest difference to a 4-neighbour in any channel) at or below which
-// diffusion runs at full strength, and from which it stops: edges and texture hide banding
-// and would only be smeared by the error.
-constexpr int kFullBelow = 2, kNoneFrom = 16;
-
 // Rows a thread maps side by side, each two pixels behind the one above.
 constexpr int kBandRows = 4;
 // Steps between checks of the band above (another thread's) progress.
 constexpr int kStepChunk = 64;
+// Colours each thread remembers while diffusing.
+constexpr std::uint32_t kDiffuseCache = 1 << 12;
 
-// Strength per pixel from the contrast around it in the original: 0..127, plus 128 where
-// the pixel equals its four neighbours.
+// Strength per pixel from the contrast around it in the original (see HoldFn).
 void hold_back(const Source& s, std::uint8_t* out) {
-    std::uint8_t strength[256];
-    for (int c = 0; c < 256; ++c)
-        strength[c] = static_cast<std::uint8_t>((c <= kFullBelow ? 127 : c >= kNoneFrom ? 0 : 127 * (kNoneFrom - c) / (kNoneFrom - kFullBelow)) |
-                                                (c == 0 ? 128 : 0));
-    const ContrastFn contrast = kernels().contrast;
+    const HoldFn hold = kernels().hold;
     const std::size_t w = static_cast<std::size_t>(s.width);
     kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const unsigned char* r = reinterpret_cast<const unsigned char*>(s.px + static_cast<std::size_t>(y) * w);
-            const unsigned char* up = y > 0 ? r - 4 * w : r;
-            const unsigned char* dn = y + 1 < s.height ? r + 4 * w : r;
-            std::uint8_t* o = out + static_cast<std::size_t>(y) * w;
-            contrast(up, r, dn, s.width, s.alpha, o);
-            for (std::size_t x = 0; x < w; ++x) o[x] = strength[o[x]];
+            hold(y > 0 ? r - 4 * w : r, r, y + 1 < s.height ? r + 4 * w : r, s.width, s.alpha, out + static_cast<std::size_t>(y) * w);
         }
     });
 }
@@ -98,6 +86,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
     for (auto& d : done) d.store(0, std::memory_order_relaxed);
     std::atomic<int> next_band{0};
     kivcore::parallel_for(0, threads, [&](int) {
+        std::vector<std::uint64_t> cache(kDiffuseCache, 0);
         for (;;) {
             const int b = next_band.fetch_add(1);
             if (b >= bands) return;
@@ -107,7 +96,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
                 const int y = y0 + r;
                 int* next = errors.data() + static_cast<std::size_t>((y + 1) % ring) * span;
                 std::fill(next, next + span, 0);
-                rows[r] = DiffuseRow{reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
+                rows[r] = DiffuseRow{cache.data(), kDiffuseCache - 1, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
                                      hold.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w),
                                      errors.data() + static_cast<std::size_t>(y % ring) * span, next, {0, 0, 0, 0}};
             }

@@ -81,6 +81,7 @@ struct ScalarBytes {
     }
     static V drop_alpha(V a) { return a & 0x00FFFFFFu; }
     static V lane_max(V a) { return std::max({a & 0xFF, a >> 8 & 0xFF, a >> 16 & 0xFF, a >> 24}); }
+    static V strength(V a) { return static_cast<V>(hold_strength(static_cast<int>(a))); }
     static void store(std::uint8_t* out, V a) { *out = static_cast<std::uint8_t>(a); }
 };
 
@@ -114,7 +115,7 @@ std::atomic<int> g_kernel_level{2};
 
 }  // namespace
 
-KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::contrast,
+KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::hold,
                      Kernels<Scalar>::count}; }
 
 std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {

@@ -9,6 +9,15 @@
 #include <cstdint>
 #include <cstring>
 
+// Kernels inline their per-pixel steps into the loops that call them.
+#if defined(_MSC_VER)
+#  define KIV_HQ_INLINE __forceinline
+#elif defined(__GNUC__)
+#  define KIV_HQ_INLINE inline __attribute__((always_inline))
+#else
+#  define KIV_HQ_INLINE inline
+#endif
+
 namespace kivhq {
 
 // Channel weights of every distance, over premultiplied red, green, blue and alpha: green
@@ -80,6 +89,8 @@ struct DiffuseParams {
     bool src_alpha;            // byte 3 of the pixels is alpha
 };
 struct DiffuseRow {
+    std::uint64_t* cache;       // a colour cache as map_run's, shared by the rows of a band
+    std::uint32_t cache_mask;
     unsigned char* px;          // the row's pixels, mapped in place
     const std::uint8_t* hold;   // per pixel: strength 0..127, +128 in flat areas
     const int* in;              // 4 errors a pixel received from the row above
@@ -92,11 +103,19 @@ struct DiffuseRow {
 // overlap them; each pixel's arithmetic is the same however the rows are grouped.
 using DiffuseFn = void (*)(const DiffuseParams& p, DiffuseRow* rows, int n, int k0, int k1);
 
-// Local contrast of a row: per pixel the largest difference of any channel (alpha too when
-// `alpha`) to its neighbours left, right, above and below, with the row's end pixels their
-// own outer neighbours (up and down may be the row itself at the image's edges).
-using ContrastFn = void (*)(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width,
-                            bool alpha, std::uint8_t* out);
+// How strongly error diffusion runs at each pixel of a row, from the local contrast c: the
+// largest difference of any channel (alpha too when `alpha`) to the neighbours left, right,
+// above and below (the row's end pixels are their own outer neighbours; up and down may be
+// the row itself at the image's edges).  Full strength, 127, up to kFullUpTo; then 8 less a
+// unit, 0 from kFullUpTo + 16 on: edges and texture hide banding, and diffusion would only
+// smear them.  Plus 128 where c is 0 (a flat area).
+constexpr int kFullUpTo = 2;
+inline constexpr int hold_strength(int c) {
+    const int t = (kFullUpTo + 16 - c) * 8;
+    return (t < 0 ? 0 : t > 127 ? 127 : t) | (c == 0 ? 128 : 0);
+}
+using HoldFn = void (*)(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width,
+                        bool alpha, std::uint8_t* out);
 
 // Counts n opaque pixels (every stride-th from `first`) into histogram cells of four words:
 // red, green and blue sums and the pixel count.  One table look-up per channel gives the
@@ -109,7 +128,7 @@ struct KernelSet {
     NearestFn nearest;
     MapRunFn map_run;
     DiffuseFn diffuse;
-    ContrastFn contrast;
+    HoldFn hold;
     CountFn count;
 };
 KernelSet kernels_scalar();
@@ -124,7 +143,7 @@ KernelSet kernels_avx2();
 // it has 4 lanes or fewer); Lanes, the four 32-bit channel lanes of one pixel (see the
 // vector files: from_bytes, premultiply, load, store, zero, set1, add, sub, shl, shl8, sra4,
 // sra8, clamp, mul16, max_abs, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
-// (kPixels, load, absdiff, max, drop_alpha, lane_max, store).  Each vector file instantiates
+// (kPixels, load, absdiff, max, drop_alpha, lane_max, strength, store).  Each vector file instantiates
 // Kernels with its own Ops.
 template <class Ops>
 struct Kernels {
@@ -213,8 +232,8 @@ struct Kernels {
         const int* in;
         int* next;
         typename Ops::Lanes::V carry;
-        std::uint32_t last_rg, last_ba;  // the colour looked up last, and its entry
-        int last_idx;
+        std::uint64_t* cache;
+        std::uint32_t cache_mask;
     };
 
     // One pixel: its colour plus the error it received, clamped, looked up; the error left
@@ -222,7 +241,7 @@ struct Kernels {
     // below.  Channels are the four 32-bit lanes of L (red, green, blue, alpha; an opaque
     // pixel's alpha lane never carries error).
     template <bool SrcAlpha, bool GridAlpha>
-    static void diffuse_pixel(const DiffuseParams& p, RowState& row, int x) {
+    KIV_HQ_INLINE static void diffuse_pixel(const DiffuseParams& p, RowState& row, int x) {
         using L = typename Ops::Lanes;
         using W = typename L::V;
         std::uint32_t w;
@@ -239,12 +258,11 @@ struct Kernels {
         t = L::clamp(t, 0, 255 * 256);
         std::uint32_t rg, ba;
         L::to_pairs(L::sra8(L::add(t, L::set1(128))), &rg, &ba);
-        if (rg != row.last_rg || ba != row.last_ba) {
-            row.last_rg = rg;
-            row.last_ba = ba;
-            row.last_idx = lookup<GridAlpha>(p.grid, Packed{rg, ba});
-        }
-        const int idx = row.last_idx;
+        const std::uint32_t key = (rg & 0xFF) | (rg >> 8 & 0xFF00) | (ba & 0xFF) << 16 | (ba >> 8 & 0xFF00) << 16;
+        const std::uint64_t tag = std::uint64_t{1} << 63 | static_cast<std::uint64_t>(key) << 8;
+        std::uint64_t& slot = row.cache[(key * 0x9E3779B1u) >> 15 & row.cache_mask];
+        if ((slot & ~std::uint64_t{0xFF}) != tag) slot = tag | static_cast<std::uint64_t>(lookup<GridAlpha>(p.grid, Packed{rg, ba}));
+        const int idx = static_cast<int>(slot & 0xFF);
         const int lim = p.limit[idx];
         W e = L::clamp(L::sub(t, L::load(p.entry[idx])), -lim, lim);
         if (!SrcAlpha) e = L::drop_alpha(e);  // an opaque pixel stays opaque
@@ -272,7 +290,7 @@ struct Kernels {
         int end[kRows];
         for (int r = 0; r < kRows; ++r) {
             const DiffuseRow& d = rows[r < n ? r : 0];
-            st[r] = RowState{d.px, d.hold, d.in, d.next, L::load(d.carry), 0xFFFFFFFFu, 0, 0};
+            st[r] = RowState{d.px, d.hold, d.in, d.next, L::load(d.carry), d.cache, d.cache_mask};
             end[r] = r < n ? lp.width : 0;
         }
         // Written out row by row so that each row's state can stay in registers.
@@ -309,8 +327,8 @@ struct Kernels {
         else diffuse_steps<false, false>(p, rows, n, k0, k1);
     }
 
-    static void contrast(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width, bool alpha,
-                         std::uint8_t* out) {
+    static void hold(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width, bool alpha,
+                     std::uint8_t* out) {
         using B = typename Ops::Bytes;
         auto one = [&](int x) {
             const int l = x > 0 ? x - 1 : x, r = x + 1 < width ? x + 1 : x;
@@ -320,7 +338,7 @@ struct Kernels {
                 const int d[4] = {v - row[4 * l + k], v - row[4 * r + k], v - up[4 * x + k], v - down[4 * x + k]};
                 for (int e : d) c = std::max(c, e < 0 ? -e : e);
             }
-            out[x] = static_cast<std::uint8_t>(c);
+            out[x] = static_cast<std::uint8_t>(hold_strength(c));
         };
         one(0);
         int x = 1;
@@ -329,7 +347,7 @@ struct Kernels {
             auto m = B::max(B::max(B::absdiff(v, B::load(row + 4 * x - 4)), B::absdiff(v, B::load(row + 4 * x + 4))),
                             B::max(B::absdiff(v, B::load(up + 4 * x)), B::absdiff(v, B::load(down + 4 * x))));
             if (!alpha) m = B::drop_alpha(m);
-            B::store(out + x, B::lane_max(m));
+            B::store(out + x, B::strength(B::lane_max(m)));
         }
         for (; x < width; ++x) one(x);
     }

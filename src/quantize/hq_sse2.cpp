@@ -68,6 +68,13 @@ struct Sse2Bytes {
         a = _mm_max_epu8(a, _mm_srli_epi32(a, 8));
         return _mm_max_epu8(a, _mm_srli_epi32(a, 16));
     }
+    // hold_strength of each pixel's low byte, in its low 16 bits.
+    static V strength(V a) {
+        const V c = _mm_and_si128(a, _mm_set1_epi32(0xFF));
+        const V t = _mm_slli_epi16(_mm_subs_epu16(_mm_set1_epi32(kFullUpTo + 16), c), 3);
+        const V flat = _mm_and_si128(_mm_cmpeq_epi32(c, _mm_setzero_si128()), _mm_set1_epi32(128));
+        return _mm_or_si128(_mm_min_epi16(t, _mm_set1_epi32(127)), flat);
+    }
     static void store(std::uint8_t* out, V a) {
         const V lo = _mm_and_si128(a, _mm_set1_epi32(0xFF));
         const V p = _mm_packus_epi16(_mm_packs_epi32(lo, lo), _mm_setzero_si128());
@@ -101,7 +108,7 @@ struct Sse2 {
 
 }  // namespace
 
-KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::contrast,
+KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::hold,
                      Kernels<Sse2>::count}; }
 
 }  // namespace kivhq

@@ -184,7 +184,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         if (dither) kivhq::error_limits(*pal, limit, dead);
         // Lists pay when there are many pixels a cell; for small images searching the whole
         // palette is cheaper.  Diffusion moves a colour by at most the largest error a pixel
-        // passes on: lists then cover up to two cells around the images' own colours (farther
+        // passes on: lists then cover the cells next to the images' own colours (farther
         // ones, rarer, search the whole palette).
         kivhq::Grid grid(*pal, alpha);
         std::vector<std::uint8_t> wanted = hist.occupied;
@@ -193,7 +193,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         auto cells = [&] { return std::count(wanted.begin(), wanted.end(), std::uint8_t{1}); };
         if (dither) {
             std::vector<std::uint8_t> wide = wanted;
-            kivhq::widen_cells(&wide, alpha, std::min(16, *std::max_element(limit, limit + count) / 256));
+            kivhq::widen_cells(&wide, alpha, std::min(8, *std::max_element(limit, limit + count) / 256));
             if (std::count(wide.begin(), wide.end(), std::uint8_t{1}) * kPixelsPerCell <= pixels) wanted.swap(wide);
         }
         if (cells() * kPixelsPerCell > pixels) std::fill(wanted.begin(), wanted.end(), std::uint8_t{0});
