@@ -350,27 +350,44 @@ public:
      * outside 0..8 or mode outside 0..4. */
     int quantize_wdp(int mode, int which);
     /* Reduce the whole image to a palette of at most `colors` entries chosen for the least
-     * visible error: a weighted colour histogram is split into boxes where that removes the
-     * most squared error, then refined by Voronoi (k-means) iterations; every pixel takes its
-     * nearest entry (weights red 5, green 6, blue 4, alpha 6 on premultiplied colour), or with
-     * `dither` above 0 Floyd-Steinberg error diffusion at that strength, held back on edges,
-     * in textured areas and in flat areas where it would only add noise.
+     * error, beside quantize's median cut.  The palette: the image's exact colours (up to
+     * 4096 of them) or a histogram of cells whose bins follow each channel's distribution,
+     * split into boxes where a split removes the most squared error, then refined by Voronoi
+     * (k-means) iterations.  Colours are compared as premultiplied red, green, blue and alpha
+     * with weights 4, 4, 4, 5 (equal for the colour channels: their byte values are already
+     * near even steps to the eye, and that is the error PSNR measures; alpha errors weigh a
+     * little more).  Each pixel then takes its nearest entry, exactly (the lower index on a
+     * tie), or with `dither` above 0 the nearest entry to its colour plus the error diffused
+     * to it (Floyd-Steinberg, every row left to right).  Diffusion holds back:
+     *   - by local contrast (the largest difference of a channel to the 4 neighbours, c):
+     *     full strength for c up to 2, 8/127 less per unit above, none from 18 (on edges and
+     *     in texture it only smears and adds noise);
+     *   - in flat areas (c = 0): a pixel whose error is below a quarter of the distance from
+     *     its entry to the nearest other entry passes nothing on (no scattered specks);
+     *   - each pixel passes on at most, per channel, the distance from its entry to the
+     *     nearest other entry (more is no shade between neighbouring entries; it would bleed).
      *
      * colors: 1..256.  An image with at most `colors` distinct colours keeps every colour
      *   exactly (no dithering).  The palette may have fewer entries than asked.
      * dither: 0..100, the strength of the error diffusion in percent (0 = none).
      * flags: 0, or KIV_QUANT_ALPHA: byte 3 of a 24- or 32-bit image is straight alpha.
      *   Entries then carry alpha (weighted by it: colours are compared premultiplied); every
-     *   pixel with alpha 0 maps to one entry (0, 0, 0, 0); an image without alpha below 255
-     *   gets only opaque entries.  Ignored for images of 8 bits or fewer (byte 3 is an index).
+     *   pixel with alpha 0 maps to one entry (0, 0, 0, 0) (with colors 1 and visible pixels,
+     *   the one entry serves all); an image without alpha below 255 is mapped as without
+     *   the flag, to opaque entries only.  Ignored for images of 8 bits or fewer (byte 3 is an
+     *   index there).
      * Result as quantize: bits 1, 4 or 8 by the palette size, the colour map holds the
      * palette, every pixel's red, green, blue are its entry's colour and byte 3 its index.
      * Byte 3 of each colour-map entry is the entry's alpha (255 = opaque, always so without
-     * KIV_QUANT_ALPHA); entries with alpha below 255 come first, so a PNG-8 writer's tRNS
-     * chunk covers only them.  Then entries by how many pixels chose them, most first.
+     * KIV_QUANT_ALPHA; a PNG-8 writer makes the tRNS chunk from it).  Entries with alpha
+     * below 255 come first (alpha ascending), so that chunk covers only them; then the others
+     * by the pixels they serve, most first (with few colours: translucent, then opaque, each
+     * in order of first appearance).
      * Returns 1, or 0 with the image unchanged for: an empty image, colors outside 1..256,
      * dither outside 0..100, unknown flags.
-     * The same bytes on every thread count and processor. */
+     * The same bytes on every thread count and processor.  Rows spread over the pool; the
+     * diffusion runs bands of rows on several threads, each band a few pixels behind the one
+     * above. */
     int quantize_hq(int colors, int dither, int flags);
     /* One palette for several images (frames of an animation, a set of icons): chosen as
      * quantize_hq chooses it, from the pixels of all images together, then every image is

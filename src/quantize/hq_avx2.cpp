@@ -11,41 +11,6 @@ namespace kivhq {
 
 namespace {
 
-// A pixel's four channels as 32-bit lanes, with the SSE4.1 and SSSE3 instructions every AVX2
-// processor has.
-struct Sse41Lanes {
-    using V = __m128i;
-    static V from_bytes(std::uint32_t w) { return _mm_cvtepu8_epi32(_mm_cvtsi32_si128(static_cast<int>(w))); }
-    static V premultiply(V c, int a) {
-        const V t = _mm_add_epi32(_mm_madd_epi16(c, _mm_setr_epi32(a, a, a, 255)), _mm_set1_epi32(128));
-        return _mm_srli_epi32(_mm_add_epi32(t, _mm_srli_epi32(t, 8)), 8);
-    }
-    static V load(const int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-    static void store(int* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-    static V zero() { return _mm_setzero_si128(); }
-    static V set1(int x) { return _mm_set1_epi32(x); }
-    static V add(V a, V b) { return _mm_add_epi32(a, b); }
-    static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
-    static V shl(V a, int n) { return _mm_slli_epi32(a, n); }
-    static V shl8(V a) { return _mm_slli_epi32(a, 8); }
-    static V sra4(V a) { return _mm_srai_epi32(a, 4); }
-    static V sra8(V a) { return _mm_srai_epi32(a, 8); }
-    static V clamp(V a, int lo, int hi) { return _mm_min_epi32(_mm_max_epi32(a, _mm_set1_epi32(lo)), _mm_set1_epi32(hi)); }
-    static V mul16(V a, int s) { return _mm_madd_epi16(a, _mm_set1_epi32(s)); }
-    static int max_abs(V a) {
-        V m = _mm_abs_epi32(a);
-        m = _mm_max_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
-        m = _mm_max_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
-        return _mm_cvtsi128_si32(m);
-    }
-    static V drop_alpha(V a) { return _mm_blend_epi16(a, _mm_setzero_si128(), 0xC0); }
-    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
-        const V p = _mm_packs_epi32(a, a);
-        *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));
-        *ba = static_cast<std::uint32_t>(_mm_extract_epi32(p, 1));
-    }
-};
-
 // Eight pixels as 32 bytes.
 struct Avx2Bytes {
     using V = __m256i;
@@ -72,11 +37,12 @@ struct Avx2Bytes {
     }
 };
 
-// Four lanes with the SSE4.1 minimum that AVX2 processors have.
+// Four 32-bit lanes with the SSE4.1 and SSSE3 instructions every AVX2 processor has: the
+// nearest-colour steps on four candidates, and a pixel's four channels.
 struct Sse41 {
     using V = __m128i;
     using Narrow = Sse41;
-    using Lanes = Sse41Lanes;
+    using Lanes = Sse41;
     using Bytes = Avx2Bytes;
     static constexpr int kLanes = 4;
     static V set1(std::int32_t x) { return _mm_set1_epi32(x); }
@@ -87,19 +53,46 @@ struct Sse41 {
     static V madd(V a, V b) { return _mm_madd_epi16(a, b); }
     static V add32(V a, V b) { return _mm_add_epi32(a, b); }
     static V or32(V a, V b) { return _mm_or_si128(a, b); }
-    static V shl8(V a) { return _mm_slli_epi32(a, 8); }
     static V min32(V a, V b) { return _mm_min_epi32(a, b); }
     static std::int32_t hmin(V m) {
         m = _mm_min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
         m = _mm_min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
         return _mm_cvtsi128_si32(m);
     }
+    static V from_bytes(std::uint32_t w) { return _mm_cvtepu8_epi32(_mm_cvtsi32_si128(static_cast<int>(w))); }
+    static V premultiply(V c, int a) {
+        const V t = _mm_add_epi32(_mm_madd_epi16(c, _mm_setr_epi32(a, a, a, 255)), _mm_set1_epi32(128));
+        return _mm_srli_epi32(_mm_add_epi32(t, _mm_srli_epi32(t, 8)), 8);
+    }
+    static V load(const int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static void store(int* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+    static V zero() { return _mm_setzero_si128(); }
+    static V add(V a, V b) { return _mm_add_epi32(a, b); }
+    static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
+    static V shl(V a, int n) { return _mm_slli_epi32(a, n); }
+    static V shl8(V a) { return _mm_slli_epi32(a, 8); }
+    static V sra4(V a) { return _mm_srai_epi32(a, 4); }
+    static V sra8(V a) { return _mm_srai_epi32(a, 8); }
+    static V clamp(V a, int lo, int hi) { return _mm_min_epi32(_mm_max_epi32(a, _mm_set1_epi32(lo)), _mm_set1_epi32(hi)); }
+    static V mul16(V a, int s) { return _mm_madd_epi16(a, _mm_set1_epi32(s)); }
+    static int max_abs(V a) {
+        V m = _mm_abs_epi32(a);
+        m = _mm_max_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+        m = _mm_max_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+        return _mm_cvtsi128_si32(m);
+    }
+    static V drop_alpha(V a) { return _mm_blend_epi16(a, _mm_setzero_si128(), 0xC0); }
+    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
+        const V p = _mm_packs_epi32(a, a);
+        *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));
+        *ba = static_cast<std::uint32_t>(_mm_extract_epi32(p, 1));
+    }
 };
 
 struct Avx2 {
     using V = __m256i;
     using Narrow = Sse41;
-    using Lanes = Sse41Lanes;
+    using Lanes = Sse41;
     using Bytes = Avx2Bytes;
     static constexpr int kLanes = 8;
     static V set1(std::int32_t x) { return _mm256_set1_epi32(x); }
@@ -112,18 +105,14 @@ struct Avx2 {
     static V or32(V a, V b) { return _mm256_or_si256(a, b); }
     static V shl8(V a) { return _mm256_slli_epi32(a, 8); }
     static V min32(V a, V b) { return _mm256_min_epi32(a, b); }
-    static std::int32_t hmin(V v) {
-        __m128i m = _mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-        m = _mm_min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
-        m = _mm_min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
-        return _mm_cvtsi128_si32(m);
-    }
+    static std::int32_t hmin(V v) { return Sse41::hmin(_mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1))); }
 };
 
 }  // namespace
 
-KernelSet kernels_avx2() { return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::hold,
-                     Kernels<Avx2>::count}; }
+KernelSet kernels_avx2() {
+    return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::hold, Kernels<Avx2>::count};
+}
 
 }  // namespace kivhq
 
