@@ -17,7 +17,7 @@ struct Avx2Bytes {
     static constexpr int kPixels = 8;
     static V load(const unsigned char* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
     static V absdiff(V a, V b) { return _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a)); }
-    static V max(V a, V b) { return _mm256_max_epu8(a, b); }
+    static V max8(V a, V b) { return _mm256_max_epu8(a, b); }
     static V drop_alpha(V a) { return _mm256_and_si256(a, _mm256_set1_epi32(0x00FFFFFF)); }
     static V lane_max(V a) {
         a = _mm256_max_epu8(a, _mm256_srli_epi32(a, 8));

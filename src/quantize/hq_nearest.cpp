@@ -76,7 +76,7 @@ struct ScalarBytes {
     static V absdiff(V a, V b) {
         return bytewise(a, b, [](int x, int y) { return x > y ? x - y : y - x; });
     }
-    static V max(V a, V b) {
+    static V max8(V a, V b) {
         return bytewise(a, b, [](int x, int y) { return x > y ? x : y; });
     }
     static V drop_alpha(V a) { return a & 0x00FFFFFFu; }

@@ -202,8 +202,8 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
         *p1 = np * static_cast<std::size_t>(t + 1) / static_cast<std::size_t>(slots);
     };
     std::vector<int> pair(static_cast<std::size_t>(k) * static_cast<std::size_t>(k));
-    std::vector<Chunk> near;
-    std::vector<int> near_at(static_cast<std::size_t>(k)), near_count(static_cast<std::size_t>(k));
+    std::vector<Chunk> targets;
+    std::vector<int> targets_at(static_cast<std::size_t>(k)), targets_count(static_cast<std::size_t>(k));
     std::uint64_t total_n[kMaxColors] = {}, last_error = 0;
     // Distances between entries (updated for the entries that moved), and each one's nearest
     // other.
@@ -249,24 +249,24 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
         if (iter > 0 && (last_error - std::min(last_error, error)) * kSettled < last_error) break;
         last_error = error;
         // The entries each entry's points may move to.
-        near.clear();
+        targets.clear();
         Palette cp;
         cp.count = k;
         for (int j = 0; j < k; ++j)
             for (int c = 0; c < 4; ++c) cp.c[j][c] = centre[j][c];
         for (int a = 0; a < k; ++a) {
-            near_at[static_cast<std::size_t>(a)] = static_cast<int>(near.size());
+            targets_at[static_cast<std::size_t>(a)] = static_cast<int>(targets.size());
             int reach = 0;
             for (int t = 0; t < slots; ++t) reach = std::max(reach, acc[static_cast<std::size_t>(t)].reach[a]);
-            near_count[static_cast<std::size_t>(a)] = 0;
+            targets_count[static_cast<std::size_t>(a)] = 0;
             if (4LL * reach < gap[a]) continue;  // every point keeps a
             const long long limit = 4LL * reach;
             const int* row = &pair[static_cast<std::size_t>(a) * static_cast<std::size_t>(k)];
             int list[kMaxColors], m = 0;
             for (int j = 0; j < k; ++j)
                 if (row[j] <= limit) list[m++] = j;
-            add_chunks(cp, list, m, &near);
-            near_count[static_cast<std::size_t>(a)] = m;
+            add_chunks(cp, list, m, &targets);
+            targets_count[static_cast<std::size_t>(a)] = m;
         }
         // Assign, and sum the points of each entry.
         kivcore::parallel_for(0, slots, [&](int t) {
@@ -278,7 +278,7 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
             for (std::size_t p = p0; p < p1; ++p) {
                 int a = assign[p];
                 if (4LL * dist[p] >= gap[a]) {
-                    a = nearest(near.data() + near_at[static_cast<std::size_t>(a)], near_count[static_cast<std::size_t>(a)], pts.q[p]) & 0xFF;
+                    a = nearest(targets.data() + targets_at[static_cast<std::size_t>(a)], targets_count[static_cast<std::size_t>(a)], pts.q[p]) & 0xFF;
                     assign[p] = a;
                 }
                 sl.n[a] += pts.n[p];

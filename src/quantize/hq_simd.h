@@ -143,7 +143,7 @@ KernelSet kernels_avx2();
 // it has 4 lanes or fewer); Lanes, the four 32-bit channel lanes of one pixel (see the
 // vector files: from_bytes, premultiply, load, store, zero, set1, add, sub, shl, shl8, sra4,
 // sra8, clamp, mul16, max_abs, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
-// (kPixels, load, absdiff, max, drop_alpha, lane_max, strength, store).  Each vector file instantiates
+// (kPixels, load, absdiff, max8, drop_alpha, lane_max, strength, store).  Each vector file instantiates
 // Kernels with its own Ops.
 template <class Ops>
 struct Kernels {
@@ -344,8 +344,8 @@ struct Kernels {
         int x = 1;
         for (; x + B::kPixels < width; x += B::kPixels) {
             const auto v = B::load(row + 4 * x);
-            auto m = B::max(B::max(B::absdiff(v, B::load(row + 4 * x - 4)), B::absdiff(v, B::load(row + 4 * x + 4))),
-                            B::max(B::absdiff(v, B::load(up + 4 * x)), B::absdiff(v, B::load(down + 4 * x))));
+            auto m = B::max8(B::max8(B::absdiff(v, B::load(row + 4 * x - 4)), B::absdiff(v, B::load(row + 4 * x + 4))),
+                            B::max8(B::absdiff(v, B::load(up + 4 * x)), B::absdiff(v, B::load(down + 4 * x))));
             if (!alpha) m = B::drop_alpha(m);
             B::store(out + x, B::strength(B::lane_max(m)));
         }

@@ -14,7 +14,7 @@ struct Sse2Bytes {
     static constexpr int kPixels = 4;
     static V load(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
     static V absdiff(V a, V b) { return _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a)); }
-    static V max(V a, V b) { return _mm_max_epu8(a, b); }
+    static V max8(V a, V b) { return _mm_max_epu8(a, b); }
     static V drop_alpha(V a) { return _mm_and_si128(a, _mm_set1_epi32(0x00FFFFFF)); }
     // The largest byte of each pixel, in the pixel's low byte (the others left as they fall).
     static V lane_max(V a) {
