@@ -206,8 +206,20 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
     const int slots = rows.slots;
     const int grid_cells = (alpha ? 8 : 1) << 15;
 
-    // Few colours: every distinct colour is a point of its own.
+    // Few colours: every distinct colour is a point of its own.  A sample of about 2^16
+    // pixels spread over the images tells first whether that can be.
+    bool maybe_few = true;
     {
+        KeyTable sample;
+        const long long step = std::max<long long>(1, total >> 16);
+        long long at = 0;
+        for (int i = 0; i < count && maybe_few; ++i) {
+            const long long n = static_cast<long long>(src[i].width) * src[i].height;
+            for (; at < n && maybe_few; at += step) maybe_few = sample.add(key_of(word_of(src[i].px[at]), src[i].alpha), 1);
+            at -= n;
+        }
+    }
+    if (maybe_few) {
         std::vector<std::unique_ptr<KeyTable>> tables(static_cast<std::size_t>(slots));
         std::vector<std::uint8_t> ok(static_cast<std::size_t>(slots), 0);
         kivcore::parallel_for(0, slots, [&](int t) {

@@ -15,15 +15,18 @@ namespace kivhq {
 
 void map_nearest(const Source& s, const Mapping& m) {
     const MapRunFn run = kernels().map_run;
-    const std::size_t w = static_cast<std::size_t>(s.width);
-    kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
-        // A colour cache of up to 2^14 words, no larger than a quarter of the chunk's pixels.
-        const std::size_t n = static_cast<std::size_t>(y1 - y0) * w;
+    const std::size_t w = static_cast<std::size_t>(s.width), total = w * static_cast<std::size_t>(s.height);
+    // One span of rows per thread, each with a colour cache of up to 2^15 words (no larger
+    // than a quarter of its pixels): the cache is what makes most pixels cheap.
+    const int slots = std::max(1, std::min(kivcore::parallel_threads(), s.height));
+    kivcore::parallel_for(0, slots, [&](int t) {
+        const int y0 = static_cast<int>(static_cast<long long>(s.height) * t / slots);
+        const int y1 = static_cast<int>(static_cast<long long>(s.height) * (t + 1) / slots);
         std::size_t size = 64;
-        while (size < (std::size_t{1} << 14) && size * 4 < n) size *= 2;
+        while (size < (std::size_t{1} << 15) && size * 4 < total / static_cast<std::size_t>(slots)) size *= 2;
         std::vector<std::uint64_t> cache(size, 0);
         run(m.grid->view(), m.out, m.transparent, s.alpha, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y0) * w),
-            n, cache.data(), static_cast<std::uint32_t>(size - 1));
+            static_cast<std::size_t>(y1 - y0) * w, cache.data(), static_cast<std::uint32_t>(size - 1));
     });
 }
 
