@@ -37,7 +37,7 @@ constexpr int kBandRows = 4;
 // Steps between checks of the band above (another thread's) progress.
 constexpr int kStepChunk = 64;
 // Colours each thread remembers while diffusing.
-constexpr std::uint32_t kDiffuseCache = 1 << 12;
+constexpr std::uint32_t kDiffuseCache = 1 << 15;
 
 // Strength per pixel from the contrast around it in the original (see HoldFn).
 void hold_back(const Source& s, std::uint8_t* out) {
