@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <vector>
@@ -97,11 +98,11 @@ bool entry_before(const Entry& a, const Entry& b) {
 int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
     if (!images || n < 1 || colors < 1 || colors > kMaxColors || dither < 0 || dither > 100 || (flags & ~KIV_QUANT_ALPHA))
         return 0;
-    for (int i = 0; i < n; ++i) {
+    for (int i = 0; i < n; ++i)
         if (!has_pixels(images[i])) return 0;
-        for (int j = 0; j < i; ++j)
-            if (images[j] == images[i]) return 0;
-    }
+    std::vector<kiv*> sorted(images, images + n);
+    std::sort(sorted.begin(), sorted.end(), std::less<kiv*>());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) return 0;  // an image listed twice
     std::vector<kivhq::Source> src;
     bool alpha = false;
     for (int i = 0; i < n; ++i) {
@@ -177,7 +178,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
             kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
                 tagRGBA* p = s.px + static_cast<std::size_t>(y0) * static_cast<std::size_t>(s.width);
                 const std::size_t m = static_cast<std::size_t>(y1 - y0) * static_cast<std::size_t>(s.width);
-                for (std::size_t i = 0; i < m; ++i) std::memcpy(&p[i], &out[index.find(colour_key(p[i], s.alpha))], 4);
+                for (std::size_t i = 0; i < m; ++i) std::memcpy(&p[i], &out[std::max(0, index.find(colour_key(p[i], s.alpha)))], 4);
             });
     } else {
         int limit[kMaxColors] = {}, dead[kMaxColors] = {};
