@@ -32,8 +32,6 @@ void map_nearest(const Source& s, const Mapping& m) {
 
 namespace {
 
-// Rows a thread maps side by side, each two pixels behind the one above.
-constexpr int kBandRows = 4;
 // Steps between checks of the band above (another thread's) progress.
 constexpr int kStepChunk = 64;
 // Colours each thread remembers while diffusing.

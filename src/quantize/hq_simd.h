@@ -97,6 +97,9 @@ struct DiffuseRow {
     int* next;                  // 4 errors a pixel for the row below, zeroed before the row
     int carry[4];               // error for the next pixel of this row
 };
+// Rows a band maps side by side (n of DiffuseFn is at most this).
+constexpr int kBandRows = 4;
+
 // Runs steps [k0, k1) over rows[0..n): at step k, row r maps its pixel k - 2r (if inside
 // the row), so each row trails the one above by two pixels and every pixel has all of its
 // error when it is mapped.  The rows' chains are independent, which lets the processor
@@ -284,7 +287,8 @@ struct Kernels {
     template <bool SrcAlpha, bool GridAlpha>
     static void diffuse_steps(const DiffuseParams& p, DiffuseRow* rows, int n, int k0, int k1) {
         using L = typename Ops::Lanes;
-        constexpr int kRows = 4;
+        constexpr int kRows = kBandRows;  // the steps below are written out for four
+        static_assert(kRows == 4, "diffuse_steps interleaves four rows");
         const DiffuseParams lp = p;
         RowState st[kRows];
         int end[kRows];
