@@ -272,6 +272,11 @@ struct Kernels {
         const int hold = row.hold[x];
         int scale = p.scale * (hold & 127) >> 7;
         if ((hold & 128) && L::max_abs(e) <= p.dead[idx]) scale = 0;
+        if (!scale) {  // nothing passed on: edges, texture, flat areas
+            row.carry = L::zero();
+            std::memcpy(row.px + 4 * x, &p.out[idx], 4);
+            return;
+        }
         // Scaled in 1/16 units so that the product is one 16-bit multiply: (e >> 4) * scale >> 4.
         const W d = L::sra4(L::mul16(L::sra4(e), scale));
         const W d7 = L::sra4(L::sub(L::shl(d, 3), d)), d3 = L::sra4(L::add(L::shl(d, 1), d));
