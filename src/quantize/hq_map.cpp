@@ -16,9 +16,10 @@ namespace kivhq {
 void map_nearest(const Source& s, const Mapping& m) {
     const MapRunFn run = kernels().map_run;
     const std::size_t w = static_cast<std::size_t>(s.width), total = w * static_cast<std::size_t>(s.height);
-    // One span of rows per thread, each with a colour cache of up to 2^15 words (no larger
-    // than a quarter of its pixels): the cache is what makes most pixels cheap.
-    const int slots = std::max(1, std::min(kivcore::parallel_threads(), s.height));
+    // Spans of rows, four a thread (so that a thread slowed down by others' work is waited
+    // for less), each with a colour cache of up to 2^15 words (no larger than a quarter of
+    // its pixels): the cache is what makes most pixels cheap.
+    const int slots = std::max(1, std::min(kivcore::parallel_threads() * 4, s.height));
     kivcore::parallel_for(0, slots, [&](int t) {
         const int y0 = static_cast<int>(static_cast<long long>(s.height) * t / slots);
         const int y1 = static_cast<int>(static_cast<long long>(s.height) * (t + 1) / slots);
