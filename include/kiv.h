@@ -351,7 +351,7 @@ public:
     int quantize_wdp(int mode, int which);
     /* Reduce the whole image to a palette of at most `colors` entries chosen for the least
      * error, beside quantize's median cut.  The palette: the image's exact colours (up to
-     * 4096 of them) or a histogram of cells whose bins follow each channel's distribution,
+     * 16384 of them) or a histogram of cells whose bins follow each channel's distribution,
      * split into boxes where a split removes the most squared error, then refined by Voronoi
      * (k-means) iterations.  Colours are compared as premultiplied red, green, blue and alpha
      * with weights 4, 4, 4, 5 (equal for the colour channels: their byte values are already

@@ -100,10 +100,10 @@ struct Histogram {
     bool few = false;              // ... and there are at most `colors` of them
     std::vector<std::uint32_t> keys;  // exact: the distinct colours (r | g << 8 | b << 16 | a << 24,
                                       // 0 for transparent), in order of first appearance
-    int bins = 0, alpha_bins = 0;     // bins along the colour axes and the alpha axis
     std::vector<std::uint32_t> n;     // per point: pixels
     std::vector<std::uint64_t> sum;   // per point: 4 channel sums
-    std::vector<std::uint8_t> bin;    // per point: its bin along each axis
+    std::vector<std::uint8_t> bin;    // per point: its bin along each axis (boxes split between
+                                      // bins; exact colours are their own bins)
     std::vector<std::uint8_t> occupied;  // per grid cell: a pixel falls in it
 };
 
@@ -113,6 +113,18 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
 // At most `colors` entries from the histogram (never more), refined by Voronoi iterations.
 // *pal in search coordinates, pixel totals per entry in weight (for ordering).
 void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std::uint64_t>* weight);
+
+// One more Voronoi step on the pixels themselves, about 2^kRefineBits of them spread evenly
+// over the sources (`pixels` in all): a cell's mean stands for its pixels only roughly, so
+// this moves each entry to the true centre of the pixels nearest to it.  Weights become
+// those pixels' counts.
+constexpr int kRefineBits = 18;
+void refine_on_pixels(const Source* src, int count, const Histogram& h, long long pixels, Palette* pal,
+                      std::vector<std::uint64_t>* weight);
+
+// The cells worth candidate lists for mapping `pixels` pixels: the occupied ones, or none
+// when there are too few pixels a cell for lists to pay (the whole palette is searched).
+std::vector<std::uint8_t> lists_for(const std::vector<std::uint8_t>& occupied, bool alpha, long long pixels);
 
 // ---- Mapping the pixels.
 

@@ -111,7 +111,7 @@ struct Avx2 {
 }  // namespace
 
 KernelSet kernels_avx2() {
-    return KernelSet{Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::hold, Kernels<Avx2>::count};
+    return KernelSet{Kernels<Avx2>::assign, Kernels<Avx2>::nearest, Kernels<Avx2>::map_run, Kernels<Avx2>::diffuse, Kernels<Avx2>::hold, Kernels<Avx2>::count};
 }
 
 }  // namespace kivhq

@@ -16,7 +16,7 @@ namespace kivhq {
 namespace {
 
 // Up to this many distinct colours are kept exactly; beyond, the grid of bins takes over.
-constexpr int kExactLimit = 4096;
+constexpr int kExactLimit = 16384;
 
 // Grid bins: 32 per colour channel, and 8 of alpha for images with alpha.
 constexpr int kBinBits = 5, kBins = 1 << kBinBits;
@@ -63,7 +63,7 @@ public:
     std::uint32_t count(int i) const { return count_[order_[static_cast<std::size_t>(i)]]; }
 
 private:
-    static constexpr int kBits = 14;  // 16384 slots for at most 4096 keys
+    static constexpr int kBits = 16;  // 65536 slots for at most 16384 keys
     static constexpr std::uint32_t kSlots = 1u << kBits;
     std::vector<std::uint32_t> key_, count_;
     std::vector<int> at_;
@@ -233,8 +233,6 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
                 exact = all.add(tables[static_cast<std::size_t>(t)]->key(i), tables[static_cast<std::size_t>(t)]->count(i));
         if (exact) {
             h->exact = true;
-            h->bins = 256;
-            h->alpha_bins = alpha ? 256 : 1;
             h->few = all.size() <= colors;
             h->occupied.assign(static_cast<std::size_t>(grid_cells), 0);
             for (int i = 0; i < all.size(); ++i) {
@@ -356,8 +354,6 @@ void build_histogram(const Source* src, int count, bool alpha, int colors, Histo
             h->bin.push_back(static_cast<std::uint8_t>(c >> shift[k] & mask[k]));
         }
     }
-    h->bins = kBins;
-    h->alpha_bins = alpha ? 1 << kAlphaBinBits : 1;
 }
 
 }  // namespace kivhq

@@ -115,7 +115,7 @@ std::atomic<int> g_kernel_level{2};
 
 }  // namespace
 
-KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::hold,
+KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::assign, Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::hold,
                      Kernels<Scalar>::count}; }
 
 std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {
@@ -174,6 +174,8 @@ void add_chunks(const Palette& pal, const int* indices, int n, std::vector<Chunk
 
 namespace {
 
+// Candidate lists are built only where there are at least this many pixels per cell.
+constexpr long long kPixelsPerCell = 16;
 constexpr int kBlocksPerAxis = 8;  // a block is 4 x 4 x 4 cells, 32 units a side
 
 inline int wsq(int w, int d) { return w * d * d; }
@@ -287,6 +289,14 @@ void Grid::build(const std::uint8_t* wanted) {
                 }
     });
     view_.pool = pool_.data();
+}
+
+std::vector<std::uint8_t> lists_for(const std::vector<std::uint8_t>& occupied, bool alpha, long long pixels) {
+    (void)alpha;
+    std::vector<std::uint8_t> wanted = occupied;
+    if (std::count(wanted.begin(), wanted.end(), std::uint8_t{1}) * kPixelsPerCell > pixels)
+        std::fill(wanted.begin(), wanted.end(), std::uint8_t{0});
+    return wanted;
 }
 
 void widen_cells(std::vector<std::uint8_t>* cells, bool alpha, int units) {

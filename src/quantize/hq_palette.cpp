@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "core/parallel.h"
@@ -29,7 +30,6 @@ struct Points {
     std::vector<Packed> q;        // the same, packed for the kernels
     std::vector<std::uint32_t> n;  // pixels
     const std::uint64_t* sum = nullptr;  // 4 per point
-    int bins[4];                         // bins along each axis
     std::vector<double> sq;       // sum over channels of weight x sum^2 / n
     std::vector<std::uint8_t> bin;  // 4 per point: bin along each axis
 };
@@ -163,8 +163,6 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
     pts.n.assign(h.n.begin(), h.n.end());
     pts.sq.resize(np);
     pts.bin.assign(h.bin.begin(), h.bin.end());
-    pts.bins[0] = pts.bins[1] = pts.bins[2] = h.bins;
-    pts.bins[3] = h.alpha_bins;
     for (std::size_t p = 0; p < np; ++p) {
         const std::uint32_t n = h.n[p];
         double sq = 0;
@@ -336,6 +334,35 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
         for (int c = 0; c < 4; ++c) pal->c[pal->count][c] = centre[j][c];
         ++pal->count;
         weight->push_back(total_n[j]);
+    }
+}
+
+void refine_on_pixels(const Source* src, int count, const Histogram& h, long long pixels, Palette* pal,
+                      std::vector<std::uint64_t>* weight) {
+    if (pal->count < 2) return;
+    Grid grid(*pal, h.alpha);
+    grid.build(lists_for(h.occupied, h.alpha, std::min(pixels, 1LL << kRefineBits)).data());
+    const AssignFn assign = kernels().assign;
+    const std::size_t stride = static_cast<std::size_t>(std::max<long long>(1, pixels >> kRefineBits));
+    std::vector<std::uint64_t> total(5 * kMaxColors, 0);
+    std::mutex merge;
+    for (int i = 0; i < count; ++i) {
+        const Source& s = src[i];
+        const std::size_t w = static_cast<std::size_t>(s.width);
+        kivcore::parallel_chunks(0, s.height, [&](int y0, int y1) {
+            std::vector<std::uint64_t> sums(5 * kMaxColors, 0), cache(1 << 12, 0);
+            for (int y = y0; y < y1; ++y)
+                assign(grid.view(), s.alpha, reinterpret_cast<const unsigned char*>(s.px + static_cast<std::size_t>(y) * w), w, stride,
+                       static_cast<std::size_t>(y) % stride, cache.data(), (1 << 12) - 1, sums.data());
+            std::lock_guard<std::mutex> lock(merge);  // integer sums: any order gives the same totals
+            for (std::size_t k = 0; k < sums.size(); ++k) total[k] += sums[k];
+        });
+    }
+    for (int j = 0; j < pal->count; ++j) {
+        const std::uint64_t* e = &total[5 * static_cast<std::size_t>(j)];
+        if (!e[0]) continue;
+        for (int c = 0; c < 4; ++c) pal->c[j][c] = static_cast<int>((e[1 + c] + e[0] / 2) / e[0]);
+        (*weight)[static_cast<std::size_t>(j)] = e[0];
     }
 }
 

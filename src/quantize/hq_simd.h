@@ -127,7 +127,14 @@ using HoldFn = void (*)(const unsigned char* up, const unsigned char* row, const
 using CountFn = void (*)(const unsigned char* px, std::size_t n, std::size_t stride, std::size_t first,
                          const std::uint32_t (*lut)[256], std::uint32_t* cells, std::uint8_t* occupied);
 
+// Adds every stride-th of n pixels (from `first`) to the sums of its nearest entry: five
+// words an entry, the pixel count and the four search-space channel sums.  Pixels with
+// alpha 0 of a source with alpha are left out.  cache as map_run's.
+using AssignFn = void (*)(const GridView& g, bool alpha, const unsigned char* px, std::size_t n, std::size_t stride,
+                          std::size_t first, std::uint64_t* cache, std::uint32_t cache_mask, std::uint64_t* sums);
+
 struct KernelSet {
+    AssignFn assign;
     NearestFn nearest;
     MapRunFn map_run;
     DiffuseFn diffuse;
@@ -397,6 +404,35 @@ struct Kernels {
             run = 1;
         }
         add(prev, run);
+    }
+
+    template <bool SrcAlpha, bool GridAlpha>
+    static void assign_pixels(const GridView& g, const unsigned char* px, std::size_t n, std::size_t stride, std::size_t first,
+                              std::uint64_t* cache, std::uint32_t cache_mask, std::uint64_t* sums) {
+        const std::uint32_t mask = SrcAlpha ? 0xFFFFFFFFu : 0x00FFFFFFu;
+        for (std::size_t i = first; i < n; i += stride) {
+            std::uint32_t w;
+            std::memcpy(&w, px + 4 * i, 4);
+            w &= mask;
+            if (SrcAlpha && !(w >> 24)) continue;
+            const Packed q = search(w, SrcAlpha);
+            const std::uint64_t tag = std::uint64_t{1} << 63 | static_cast<std::uint64_t>(w) << 8;
+            std::uint64_t& slot = cache[(w * 0x9E3779B1u) >> 15 & cache_mask];
+            if ((slot & ~std::uint64_t{0xFF}) != tag) slot = tag | static_cast<std::uint64_t>(lookup<GridAlpha>(g, q));
+            std::uint64_t* e = sums + 5 * (slot & 0xFF);
+            e[0] += 1;
+            e[1] += q.rg & 0xFFFF;
+            e[2] += q.rg >> 16;
+            e[3] += q.ba & 0xFFFF;
+            e[4] += q.ba >> 16;
+        }
+    }
+
+    static void assign(const GridView& g, bool alpha, const unsigned char* px, std::size_t n, std::size_t stride,
+                       std::size_t first, std::uint64_t* cache, std::uint32_t cache_mask, std::uint64_t* sums) {
+        if (alpha) assign_pixels<true, true>(g, px, n, stride, first, cache, cache_mask, sums);
+        else if (g.alpha) assign_pixels<false, true>(g, px, n, stride, first, cache, cache_mask, sums);
+        else assign_pixels<false, false>(g, px, n, stride, first, cache, cache_mask, sums);
     }
 
     static void map_run(const GridView& g, const std::uint32_t* out, int transparent, bool alpha, unsigned char* px,

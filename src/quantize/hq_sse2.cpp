@@ -102,7 +102,7 @@ struct Sse2 {
 
 }  // namespace
 
-KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::hold,
+KernelSet kernels_sse2() { return KernelSet{Kernels<Sse2>::assign, Kernels<Sse2>::nearest, Kernels<Sse2>::map_run, Kernels<Sse2>::diffuse, Kernels<Sse2>::hold,
                      Kernels<Sse2>::count}; }
 
 }  // namespace kivhq

@@ -16,9 +16,6 @@ namespace {
 
 using kivhq::kMaxColors;
 
-// Candidate lists are built only where there are at least this many pixels per cell.
-constexpr long long kPixelsPerCell = 16;
-
 bool has_pixels(const kiv* img) {
     return img && img->m_pixels && kivcore::checked_packets(img->m_width, img->m_height) == img->m_packets;
 }
@@ -112,6 +109,9 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         alpha |= a;
     }
 
+    long long total_pixels = 0;
+    for (const kivhq::Source& s : src) total_pixels += static_cast<long long>(s.width) * s.height;
+
     // The palette: the images' own colours when they are few, else built.
     std::vector<Entry> entries;
     kivhq::Histogram hist;
@@ -132,6 +132,7 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         kivhq::Palette built;
         std::vector<std::uint64_t> weight;
         kivhq::build_palette(hist, colors - (reserve ? 1 : 0), &built, &weight);
+        if (!hist.exact) kivhq::refine_on_pixels(src.data(), n, hist, total_pixels, &built, &weight);
         for (int j = 0; j < built.count; ++j) {
             const int* c = built.c[j];
             tagRGBA e{0, 0, 0, 0};
@@ -189,16 +190,8 @@ int quantize_images(kiv** images, int n, int colors, int dither, int flags) {
         // ones, rarer, search the whole palette).
         kivhq::Grid grid(*pal, alpha);
         std::vector<std::uint8_t> wanted = hist.occupied;
-        long long pixels = 0;
-        for (const kivhq::Source& s : src) pixels += static_cast<long long>(s.width) * s.height;
-        auto cells = [&] { return std::count(wanted.begin(), wanted.end(), std::uint8_t{1}); };
-        if (dither) {
-            std::vector<std::uint8_t> wide = wanted;
-            kivhq::widen_cells(&wide, alpha, std::min(8, *std::max_element(limit, limit + count) / 256));
-            if (std::count(wide.begin(), wide.end(), std::uint8_t{1}) * kPixelsPerCell <= pixels) wanted.swap(wide);
-        }
-        if (cells() * kPixelsPerCell > pixels) std::fill(wanted.begin(), wanted.end(), std::uint8_t{0});
-        grid.build(wanted.data());
+        if (dither) kivhq::widen_cells(&wanted, alpha, std::min(8, *std::max_element(limit, limit + count) / 256));
+        grid.build(kivhq::lists_for(wanted, alpha, total_pixels).data());
         const kivhq::Mapping m{&grid, pal.get(), out, transparent, limit, dead};
         for (const kivhq::Source& s : src) {
             if (dither) kivhq::map_diffuse(s, m, dither);
