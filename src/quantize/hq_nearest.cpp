@@ -81,7 +81,7 @@ struct ScalarBytes {
     }
     static V drop_alpha(V a) { return a & 0x00FFFFFFu; }
     static V lane_max(V a) { return std::max({a & 0xFF, a >> 8 & 0xFF, a >> 16 & 0xFF, a >> 24}); }
-    static V strength(V a) { return static_cast<V>(hold_strength(static_cast<int>(a))); }
+    static V strength(V a) { return static_cast<V>(HoldRule<ScalarBytes>::strength(static_cast<int>(a))); }
     static void store(std::uint8_t* out, V a) { *out = static_cast<std::uint8_t>(a); }
 };
 

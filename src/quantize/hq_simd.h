@@ -1,6 +1,7 @@
-// The nearest-colour kernels of the refined quantizer over an operations set: each vector
-// file instantiates them with its own register operations, so each is compiled for its own
-// instruction set.  Every lane computes the scalar key (distance << 8 | index) exactly.
+// The refined quantizer's kernels (nearest colour, mapping, error diffusion, counting, local
+// contrast) over an operations set: each vector file instantiates them with its own register
+// operations, so each is compiled for its own instruction set.  Every lane computes exactly
+// what the scalar code computes, so every path gives the same bytes.
 #ifndef KIV_QUANTIZE_HQ_SIMD_H
 #define KIV_QUANTIZE_HQ_SIMD_H
 
@@ -20,9 +21,9 @@
 
 namespace kivhq {
 
-// Channel weights of every distance, over premultiplied red, green, blue and alpha: green
-// counts most and blue least, as the eye resolves them, but mildly, since every channel's
-// error adds to the visible noise.
+// Channel weights of every distance, over premultiplied red, green, blue and alpha: equal for
+// the colour channels (byte values are already near even steps to the eye, and their squared
+// error is what PSNR measures), a little more for alpha.
 constexpr int kWeight[4] = {4, 4, 4, 5};
 constexpr int kWeightSum = kWeight[0] + kWeight[1] + kWeight[2] + kWeight[3];
 
@@ -32,7 +33,8 @@ constexpr int kWeightSum = kWeight[0] + kWeight[1] + kWeight[2] + kWeight[3];
 // bits with the entry's index in the low byte (the key) fits a signed 32-bit lane.
 constexpr int kSentinel = 510;
 static_assert(kSentinel * kSentinel * kWeightSum < (1 << 23), "keys must fit 31 bits");
-static_assert(kSentinel * 6 < 32768, "weighted differences must fit 16 bits");
+static_assert(kSentinel * std::max({kWeight[0], kWeight[1], kWeight[2], kWeight[3]}) < 32768,
+              "weighted differences must fit 16 bits");
 
 // A colour of the search space as two pairs of 16-bit lanes, the form the kernels multiply:
 // (c0 | c1 << 16) and (c2 | c3 << 16).
@@ -113,10 +115,14 @@ using DiffuseFn = void (*)(const DiffuseParams& p, DiffuseRow* rows, int n, int 
 // unit, 0 from kFullUpTo + 16 on: edges and texture hide banding, and diffusion would only
 // smear them.  Plus 128 where c is 0 (a flat area).
 constexpr int kFullUpTo = 2;
-inline constexpr int hold_strength(int c) {
-    const int t = (kFullUpTo + 16 - c) * 8;
-    return (t < 0 ? 0 : t > 127 ? 127 : t) | (c == 0 ? 128 : 0);
-}
+// The rule for one pixel (a template so that each instruction set's file has its own copy).
+template <class Tag>
+struct HoldRule {
+    static constexpr int strength(int c) {
+        const int t = (kFullUpTo + 16 - c) * 8;
+        return (t < 0 ? 0 : t > 127 ? 127 : t) | (c == 0 ? 128 : 0);
+    }
+};
 using HoldFn = void (*)(const unsigned char* up, const unsigned char* row, const unsigned char* down, int width,
                         bool alpha, std::uint8_t* out);
 
@@ -314,9 +320,11 @@ struct Kernels {
             if (x >= 0 && x < e) diffuse_pixel<SrcAlpha, GridAlpha>(lp, row, x);
         };
         // Where all four rows are inside, without the checks.
-        const int full0 = n == kRows ? std::max(k0, 2 * (kRows - 1)) : k1, full1 = n == kRows ? std::min(k1, lp.width) : k1;
+        // (No std::min or std::max here: templates of other headers stay out of the AVX2 code.)
+        const int full0 = n == kRows ? (k0 > 2 * (kRows - 1) ? k0 : 2 * (kRows - 1)) : k1;
+        const int full1 = n == kRows ? (k1 < lp.width ? k1 : lp.width) : k1;
         int k = k0;
-        for (; k < std::min(full0, k1); ++k) {
+        for (; k < (full0 < k1 ? full0 : k1); ++k) {
             step(st[0], k, end[0]);
             step(st[1], k - 2, end[1]);
             step(st[2], k - 4, end[2]);
@@ -352,9 +360,9 @@ struct Kernels {
             for (int k = 0; k < (alpha ? 4 : 3); ++k) {
                 const int v = row[4 * x + k];
                 const int d[4] = {v - row[4 * l + k], v - row[4 * r + k], v - up[4 * x + k], v - down[4 * x + k]};
-                for (int e : d) c = std::max(c, e < 0 ? -e : e);
+                for (int e : d) c = c > (e < 0 ? -e : e) ? c : (e < 0 ? -e : e);
             }
-            out[x] = static_cast<std::uint8_t>(hold_strength(c));
+            out[x] = static_cast<std::uint8_t>(HoldRule<Ops>::strength(c));
         };
         one(0);
         int x = 1;
