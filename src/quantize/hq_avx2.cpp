@@ -82,6 +82,7 @@ struct Sse41 {
         return _mm_cvtsi128_si32(m);
     }
     static V drop_alpha(V a) { return _mm_blend_epi16(a, _mm_setzero_si128(), 0xC0); }
+    static bool is_zero(V a) { return _mm_testz_si128(a, a) != 0; }
     static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
         const V p = _mm_packs_epi32(a, a);
         *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));

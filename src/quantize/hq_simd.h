@@ -158,7 +158,7 @@ KernelSet kernels_avx2();
 // hmin(v) (the smallest lane); Narrow, the operations of a 4-lane register (Ops itself when
 // it has 4 lanes or fewer); Lanes, the four 32-bit channel lanes of one pixel (see the
 // vector files: from_bytes, premultiply, load, store, zero, set1, add, sub, shl, shl8, sra4,
-// sra8, clamp, mul16, max_abs, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
+// sra8, clamp, mul16, max_abs, is_zero, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
 // (kPixels, load, absdiff, max8, drop_alpha, lane_max, strength, store).  Each vector file instantiates
 // Kernels with its own Ops.
 template <class Ops>
@@ -250,6 +250,11 @@ struct Kernels {
         typename Ops::Lanes::V carry;
         std::uint64_t* cache;
         std::uint32_t cache_mask;
+        // The last pixel received no error and passed none on: the next one with its
+        // colour and strength and no error either gives the same result (flat areas).
+        bool quiet;
+        std::uint32_t quiet_w, quiet_out;
+        int quiet_hold;
     };
 
     // One pixel: its colour plus the error it received, clamped, looked up; the error left
@@ -265,12 +270,20 @@ struct Kernels {
         if (SrcAlpha && !(w >> 24)) {  // transparent: exact, and no error crosses it
             std::memcpy(row.px + 4 * x, &p.out[p.transparent], 4);
             row.carry = L::zero();
+            row.quiet = false;
+            return;
+        }
+        const int hold = row.hold[x];
+        const W in = L::load(row.in + 4 * (x + 1));
+        if (row.quiet && w == row.quiet_w && hold == row.quiet_hold && L::is_zero(in)) {
+            std::memcpy(row.px + 4 * x, &row.quiet_out, 4);
             return;
         }
         W c = L::from_bytes(SrcAlpha ? w : w | 0xFF000000u);
         if (SrcAlpha) c = L::premultiply(c, static_cast<int>(w >> 24));
         // Target in 1/256 units, clamped to the colour cube; rounded to look it up.
-        W t = L::add(L::add(L::shl8(c), L::load(row.in + 4 * (x + 1))), row.carry);
+        const W received = L::add(in, row.carry);
+        W t = L::add(L::shl8(c), received);
         t = L::clamp(t, 0, 255 * 256);
         std::uint32_t rg, ba;
         L::to_pairs(L::sra8(L::add(t, L::set1(128))), &rg, &ba);
@@ -282,14 +295,18 @@ struct Kernels {
         const int lim = p.limit[idx];
         W e = L::clamp(L::sub(t, L::load(p.entry[idx])), -lim, lim);
         if (!SrcAlpha) e = L::drop_alpha(e);  // an opaque pixel stays opaque
-        const int hold = row.hold[x];
         int scale = p.scale * (hold & 127) >> 7;
         if ((hold & 128) && L::max_abs(e) <= p.dead[idx]) scale = 0;
         if (!scale) {  // nothing passed on: edges, texture, flat areas
             row.carry = L::zero();
             std::memcpy(row.px + 4 * x, &p.out[idx], 4);
+            row.quiet = L::is_zero(received);
+            row.quiet_w = w;
+            row.quiet_hold = hold;
+            row.quiet_out = p.out[idx];
             return;
         }
+        row.quiet = false;
         // Scaled in 1/16 units so that the product is one 16-bit multiply: (e >> 4) * scale >> 4.
         const W d = L::sra4(L::mul16(L::sra4(e), scale));
         const W d7 = L::sra4(L::sub(L::shl(d, 3), d)), d3 = L::sra4(L::add(L::shl(d, 1), d));
@@ -312,7 +329,7 @@ struct Kernels {
         int end[kRows];
         for (int r = 0; r < kRows; ++r) {
             const DiffuseRow& d = rows[r < n ? r : 0];
-            st[r] = RowState{d.px, d.hold, d.in, d.next, L::load(d.carry), d.cache, d.cache_mask};
+            st[r] = RowState{d.px, d.hold, d.in, d.next, L::load(d.carry), d.cache, d.cache_mask, false, 0, 0, 0};
             end[r] = r < n ? lp.width : 0;
         }
         // Written out row by row so that each row's state can stay in registers.

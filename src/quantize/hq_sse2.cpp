@@ -88,6 +88,7 @@ struct Sse2 {
         return _mm_cvtsi128_si32(m);
     }
     static V drop_alpha(V a) { return _mm_and_si128(a, _mm_setr_epi32(-1, -1, -1, 0)); }
+    static bool is_zero(V a) { return _mm_movemask_epi8(_mm_cmpeq_epi32(a, _mm_setzero_si128())) == 0xFFFF; }
     static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
         const V p = _mm_packs_epi32(a, a);
         *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));
