@@ -83,10 +83,9 @@ struct Sse41 {
     }
     static V drop_alpha(V a) { return _mm_blend_epi16(a, _mm_setzero_si128(), 0xC0); }
     static bool is_zero(V a) { return _mm_testz_si128(a, a) != 0; }
-    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
+    static std::uint32_t to_bytes(V a) {
         const V p = _mm_packs_epi32(a, a);
-        *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));
-        *ba = static_cast<std::uint32_t>(_mm_extract_epi32(p, 1));
+        return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(p, p)));
     }
 };
 

@@ -76,7 +76,9 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
     int entry[kMaxColors][4];
     for (int j = 0; j < m.pal->count; ++j)
         for (int c = 0; c < 4; ++c) entry[j][c] = m.pal->c[j][c] * 256;
-    const DiffuseParams params{m.grid->view(), m.out, entry, m.limit, m.dead, strength * 256 / 100, m.transparent, w, s.alpha};
+    int scales[256];
+    for (int h = 0; h < 256; ++h) scales[h] = strength * 256 / 100 * (h & 127) >> 7;
+    const DiffuseParams params{m.grid->view(), m.out, entry, m.limit, m.dead, scales, m.transparent, w, s.alpha};
     const int bands = (h + kBandRows - 1) / kBandRows;
     const int threads = std::max(1, std::min(kivcore::parallel_threads(), bands));
     // Error rows in a ring: row y reads slot y and writes slot y + 1.  Bands in flight touch

@@ -53,9 +53,8 @@ struct ScalarLanes {
     }
     static V drop_alpha(V a) { return V{{a.v[0], a.v[1], a.v[2], 0}}; }
     static bool is_zero(V a) { return !(a.v[0] | a.v[1] | a.v[2] | a.v[3]); }
-    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
-        *rg = static_cast<std::uint32_t>(a.v[0] | a.v[1] << 16);
-        *ba = static_cast<std::uint32_t>(a.v[2] | a.v[3] << 16);
+    static std::uint32_t to_bytes(V a) {
+        return static_cast<std::uint32_t>(a.v[0] | a.v[1] << 8 | a.v[2] << 16) | static_cast<std::uint32_t>(a.v[3]) << 24;
     }
 };
 

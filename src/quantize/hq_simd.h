@@ -85,7 +85,8 @@ struct DiffuseParams {
     const int (*entry)[4];     // search colours per entry, times 256
     const int* limit;          // per entry: largest error passed on, 1/256 units
     const int* dead;           // per entry: in flat areas, errors up to this are dropped
-    int scale;                 // the caller's strength, 0..256
+    const int* scales;         // per strength byte (see HoldFn): the caller's strength 0..256 times
+                               // the pixel's, 0..127, / 127
     int transparent;           // entry of pixels with alpha 0
     int width;
     bool src_alpha;            // byte 3 of the pixels is alpha
@@ -158,7 +159,7 @@ KernelSet kernels_avx2();
 // hmin(v) (the smallest lane); Narrow, the operations of a 4-lane register (Ops itself when
 // it has 4 lanes or fewer); Lanes, the four 32-bit channel lanes of one pixel (see the
 // vector files: from_bytes, premultiply, load, store, zero, set1, add, sub, shl, shl8, sra4,
-// sra8, clamp, mul16, max_abs, is_zero, to_pairs, drop_alpha); Bytes, the pixels of a register as bytes
+// sra8, clamp, mul16, max_abs, is_zero, to_bytes, drop_alpha); Bytes, the pixels of a register as bytes
 // (kPixels, load, absdiff, max8, drop_alpha, lane_max, strength, store).  Each vector file instantiates
 // Kernels with its own Ops.
 template <class Ops>
@@ -285,17 +286,18 @@ struct Kernels {
         const W received = L::add(in, row.carry);
         W t = L::add(L::shl8(c), received);
         t = L::clamp(t, 0, 255 * 256);
-        std::uint32_t rg, ba;
-        L::to_pairs(L::sra8(L::add(t, L::set1(128))), &rg, &ba);
-        const std::uint32_t key = (rg & 0xFF) | (rg >> 8 & 0xFF00) | (ba & 0xFF) << 16 | (ba >> 8 & 0xFF00) << 16;
+        const std::uint32_t key = L::to_bytes(L::sra8(L::add(t, L::set1(128))));
         const std::uint64_t tag = std::uint64_t{1} << 63 | static_cast<std::uint64_t>(key) << 8;
         std::uint64_t& slot = row.cache[(key * 0x9E3779B1u) >> 15 & row.cache_mask];
-        if ((slot & ~std::uint64_t{0xFF}) != tag) slot = tag | static_cast<std::uint64_t>(lookup<GridAlpha>(p.grid, Packed{rg, ba}));
+        if ((slot & ~std::uint64_t{0xFF}) != tag) {
+            const Packed q{(key & 0xFF) | (key & 0xFF00) << 8, (key >> 16 & 0xFF) | (key >> 24) << 16};
+            slot = tag | static_cast<std::uint64_t>(lookup<GridAlpha>(p.grid, q));
+        }
         const int idx = static_cast<int>(slot & 0xFF);
         const int lim = p.limit[idx];
         W e = L::clamp(L::sub(t, L::load(p.entry[idx])), -lim, lim);
         if (!SrcAlpha) e = L::drop_alpha(e);  // an opaque pixel stays opaque
-        int scale = p.scale * (hold & 127) >> 7;
+        int scale = p.scales[hold];
         if ((hold & 128) && L::max_abs(e) <= p.dead[idx]) scale = 0;
         if (!scale) {  // nothing passed on: edges, texture, flat areas
             row.carry = L::zero();

@@ -89,10 +89,10 @@ struct Sse2 {
     }
     static V drop_alpha(V a) { return _mm_and_si128(a, _mm_setr_epi32(-1, -1, -1, 0)); }
     static bool is_zero(V a) { return _mm_movemask_epi8(_mm_cmpeq_epi32(a, _mm_setzero_si128())) == 0xFFFF; }
-    static void to_pairs(V a, std::uint32_t* rg, std::uint32_t* ba) {
+    // Lanes of 0..255 as the bytes of one word, lane 0 lowest.
+    static std::uint32_t to_bytes(V a) {
         const V p = _mm_packs_epi32(a, a);
-        *rg = static_cast<std::uint32_t>(_mm_cvtsi128_si32(p));
-        *ba = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(p, 4)));
+        return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(p, p)));
     }
     static std::int32_t hmin(V v) {
         v = min32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
