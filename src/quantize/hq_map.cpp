@@ -81,8 +81,8 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
     const DiffuseParams params{m.grid->view(), m.out, entry, m.limit, m.dead, scales, m.transparent, w, s.alpha};
     const int bands = (h + kBandRows - 1) / kBandRows;
     const int threads = std::max(1, std::min(kivcore::parallel_threads(), bands));
-    // Error rows in a ring: row y reads slot y and writes slot y + 1.  Bands in flight touch
-    // at most (threads + 1) x kBandRows + 2 consecutive slots.
+    // Error rows in a ring, zero at the start: row y reads slot y and writes slot y + 1.
+    // Bands in flight touch at most (threads + 1) x kBandRows + 2 consecutive slots.
     const int ring = (threads + 1) * kBandRows + 2;
     const std::size_t span = 4 * (static_cast<std::size_t>(w) + 2);
     std::vector<int> errors(static_cast<std::size_t>(ring) * span, 0);
@@ -98,13 +98,15 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
             DiffuseRow rows[kBandRows];
             for (int r = 0; r < n; ++r) {
                 const int y = y0 + r;
+                // Rows zero what they read, so a slot comes back zero but for the spare pixel
+                // at each end (written, never read).
                 int* next = errors.data() + static_cast<std::size_t>((y + 1) % ring) * span;
-                std::fill(next, next + span, 0);
+                std::fill(next, next + 4, 0);
+                std::fill(next + span - 4, next + span, 0);
                 rows[r] = DiffuseRow{cache.data(), kDiffuseCache - 1, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
                                      hold.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w),
                                      errors.data() + static_cast<std::size_t>(y % ring) * span, next, {0, 0, 0, 0}};
             }
-            if (y0 == 0) std::fill(errors.begin(), errors.begin() + static_cast<std::ptrdiff_t>(span), 0);
             const int steps = w + 2 * (n - 1);
             for (int k0 = 0; k0 < steps; k0 += kStepChunk) {
                 const int k1 = std::min(steps, k0 + kStepChunk);

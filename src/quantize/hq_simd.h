@@ -96,8 +96,8 @@ struct DiffuseRow {
     std::uint32_t cache_mask;
     unsigned char* px;          // the row's pixels, mapped in place
     const std::uint8_t* hold;   // per pixel: strength 0..127, +128 in flat areas
-    const int* in;              // 4 errors a pixel received from the row above
-    int* next;                  // 4 errors a pixel for the row below, zeroed before the row
+    int* in;                    // 4 errors a pixel received from the row above, zeroed as read
+    int* next;                  // 4 errors a pixel for the row below (zero where read later)
     int carry[4];               // error for the next pixel of this row
 };
 // Rows a band maps side by side (n of DiffuseFn is at most this).
@@ -246,7 +246,7 @@ struct Kernels {
     struct RowState {
         unsigned char* px;
         const std::uint8_t* hold;
-        const int* in;
+        int* in;
         int* next;
         typename Ops::Lanes::V carry;
         std::uint64_t* cache;
@@ -268,18 +268,20 @@ struct Kernels {
         using W = typename L::V;
         std::uint32_t w;
         std::memcpy(&w, row.px + 4 * x, 4);
+        const W in = L::load(row.in + 4 * (x + 1));
         if (SrcAlpha && !(w >> 24)) {  // transparent: exact, and no error crosses it
+            L::store(row.in + 4 * (x + 1), L::zero());
             std::memcpy(row.px + 4 * x, &p.out[p.transparent], 4);
             row.carry = L::zero();
             row.quiet = false;
             return;
         }
         const int hold = row.hold[x];
-        const W in = L::load(row.in + 4 * (x + 1));
         if (row.quiet && w == row.quiet_w && hold == row.quiet_hold && L::is_zero(in)) {
             std::memcpy(row.px + 4 * x, &row.quiet_out, 4);
             return;
         }
+        L::store(row.in + 4 * (x + 1), L::zero());  // the buffer comes back as a later row's next
         W c = L::from_bytes(SrcAlpha ? w : w | 0xFF000000u);
         if (SrcAlpha) c = L::premultiply(c, static_cast<int>(w >> 24));
         // Target in 1/256 units, clamped to the colour cube; rounded to look it up.

@@ -2,6 +2,8 @@
 // nearest entries, the same bytes on every path and thread count, refusals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <iterator>
@@ -19,7 +21,8 @@ using kivtest::images_equal;
 namespace {
 
 // Gradients, a disc and noise; with alpha, a transparent left quarter, then alpha rising
-// from left to right (opaque at the right edge), rows of noisy alpha at the bottom.
+// from left to right (opaque at the right edge), rows of noisy alpha at the bottom and
+// transparent pixels strewn everywhere.
 kiv scene(int w, int h, bool alpha, std::uint64_t seed = 3) {
     kiv img(w, h, 32);
     kivtest::Rng rng(seed);
@@ -28,7 +31,7 @@ kiv scene(int w, int h, bool alpha, std::uint64_t seed = 3) {
             const int n = rng.below(17) - 8, disc = (x - w / 2) * (x - w / 2) + (y - h / 2) * (y - h / 2) < w * h / 10;
             auto c = [](int v) { return static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 255 : v); };
             int a = 255;
-            if (alpha) a = x < w / 4 ? 0 : y > h - 4 ? rng.below(256) : 255 * (x - w / 4) / (w - 1 - w / 4);
+            if (alpha) a = x < w / 4 || rng.below(19) == 0 ? 0 : y > h - 4 ? rng.below(256) : 255 * (x - w / 4) / (w - 1 - w / 4);
             img.m_pixels[y * w + x] = tagRGBA{c(255 * x / w + n), c(disc ? 40 + n : 200 - y + n), c(128 + 3 * n), static_cast<BYTE>(a)};
         }
     return img;
@@ -137,6 +140,74 @@ TEST(QuantizeHq, UnditheredPixelsTakeANearestEntry) {
             ASSERT_EQ(best, chosen) << "alpha " << alpha << " pixel " << i;
         }
     }
+}
+
+// Error diffusion written out plainly, one pixel after another, from the palette the member
+// chose: what the interleaved rows, threads, caches and shortcuts must reproduce exactly.
+std::vector<int> diffuse_reference(const kiv& src, const kiv& q, int dither, bool alpha) {
+    const int w = src.m_width, h = src.m_height, n = q.m_colors;
+    auto channels = [&](const tagRGBA& p, int* c) {
+        const int a = alpha ? p.a : 255;
+        for (int k = 0; k < 3; ++k) c[k] = kivhq::premultiply((&p.r)[k], a);
+        c[3] = a;
+    };
+    kivhq::Palette pal;
+    pal.count = n;
+    for (int j = 0; j < n; ++j) channels(q.m_map[j], pal.c[j]);
+    int limit[256], dead[256];
+    kivhq::error_limits(pal, limit, dead);
+    std::vector<int> idx(static_cast<std::size_t>(w) * h), cur(4 * (w + 2), 0), next(4 * (w + 2), 0);
+    for (int y = 0; y < h; ++y, cur.swap(next), std::fill(next.begin(), next.end(), 0)) {
+        int carry[4] = {0, 0, 0, 0};
+        for (int x = 0; x < w; ++x) {
+            const tagRGBA& p = src.m_pixels[y * w + x];
+            if (alpha && p.a == 0) {
+                for (int& c : carry) c = 0;
+                for (int j = 0; j < n; ++j)
+                    if (q.m_map[j].a == 0) idx[y * w + x] = j;
+                continue;
+            }
+            int c[4], t[4], best = -1, most = 0, contrast = 0;
+            channels(p, c);
+            for (int k = 0; k < 4; ++k) t[k] = std::clamp(c[k] * 256 + cur[4 * (x + 1) + k] + carry[k], 0, 255 * 256);
+            for (int j = 0, bd = 0; j < n; ++j) {
+                int d = 0;
+                for (int k = 0; k < 4; ++k) d += kivhq::kWeight[k] * ((t[k] + 128) / 256 - pal.c[j][k]) * ((t[k] + 128) / 256 - pal.c[j][k]);
+                if (best < 0 || d < bd) best = j, bd = d;
+            }
+            idx[y * w + x] = best;
+            const tagRGBA* nb[4] = {&src.m_pixels[std::max(y - 1, 0) * w + x], &src.m_pixels[std::min(y + 1, h - 1) * w + x],
+                                    &src.m_pixels[y * w + std::max(x - 1, 0)], &src.m_pixels[y * w + std::min(x + 1, w - 1)]};
+            for (const tagRGBA* o : nb)
+                for (int k = 0; k < (alpha ? 4 : 3); ++k) contrast = std::max(contrast, std::abs((&o->r)[k] - (&p.r)[k]));
+            int e[4];
+            for (int k = 0; k < 4; ++k) {
+                e[k] = k == 3 && !alpha ? 0 : std::clamp(t[k] - 256 * pal.c[best][k], -limit[best], limit[best]);
+                most = std::max(most, std::abs(e[k]));
+            }
+            const int hold = kivhq::HoldRule<void>::strength(contrast);
+            const int scale = (hold & 128) && most <= dead[best] ? 0 : dither * 256 / 100 * (hold & 127) >> 7;
+            for (int k = 0; k < 4; ++k) {
+                const int d = (e[k] >> 4) * scale >> 4, d7 = (8 * d - d) >> 4, d3 = (2 * d + d) >> 4, d5 = (4 * d + d) >> 4;
+                carry[k] = d7;
+                next[4 * x + k] += d3;
+                next[4 * (x + 1) + k] += d5;
+                next[4 * (x + 2) + k] += d - d7 - d3 - d5;
+            }
+        }
+    }
+    return idx;
+}
+
+TEST(QuantizeHq, DiffusionMatchesAPlainReference) {
+    for (bool alpha : {false, true})
+        for (int dither : {37, 100}) {
+            kiv src = scene(131, 29, alpha, 7), img(src);
+            ASSERT_EQ(1, img.quantize_hq(24, dither, alpha ? KIV_QUANT_ALPHA : 0));
+            const std::vector<int> want = diffuse_reference(src, img, dither, alpha);
+            for (int i = 0; i < img.m_packets; ++i)
+                ASSERT_EQ(want[static_cast<std::size_t>(i)], img.m_pixels[i].a) << "alpha " << alpha << " dither " << dither << " pixel " << i;
+        }
 }
 
 TEST(QuantizeHq, SameBytesOnEveryPathAndThreadCount) {
