@@ -110,7 +110,8 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
             const int steps = w + 2 * (n - 1);
             for (int k0 = 0; k0 < steps; k0 += kStepChunk) {
                 const int k1 = std::min(steps, k0 + kStepChunk);
-                // The first row needs the band above done through pixel k1 (one ahead).
+                // The first row maps pixels up to k1 - 1; pixel x takes error from pixels
+                // x - 1..x + 1 of the row above: the band above must have finished 0..k1.
                 if (b > 0) {
                     const int need = std::min(w, k1 + 1);
                     while (done[static_cast<std::size_t>(b - 1)].load(std::memory_order_acquire) < need) std::this_thread::yield();
