@@ -118,7 +118,7 @@ void build_palette(const Histogram& h, int colors, Palette* pal, std::vector<std
 // over the sources (`pixels` in all): a cell's mean stands for its pixels only roughly, so
 // this moves each entry to the true centre of the pixels nearest to it.  Weights become
 // those pixels' counts.
-constexpr int kRefineBits = 18;
+constexpr int kRefineBits = 17;
 void refine_on_pixels(const Source* src, int count, const Histogram& h, long long pixels, Palette* pal,
                       std::vector<std::uint64_t>* weight);
 
