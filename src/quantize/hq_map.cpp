@@ -20,14 +20,14 @@ void map_nearest(const Source& s, const Mapping& m) {
     // for less), each with a colour cache of up to 2^15 words (no larger than a quarter of
     // its pixels): the cache is what makes most pixels cheap.
     const int slots = std::max(1, std::min(kivcore::parallel_threads() * 4, s.height));
+    std::size_t size = 64;
+    while (size < (std::size_t{1} << 15) && size * 4 < total / static_cast<std::size_t>(slots)) size *= 2;
+    std::vector<std::uint64_t> caches(size * static_cast<std::size_t>(slots), 0);  // before any pixel changes
     kivcore::parallel_for(0, slots, [&](int t) {
         const int y0 = static_cast<int>(static_cast<long long>(s.height) * t / slots);
         const int y1 = static_cast<int>(static_cast<long long>(s.height) * (t + 1) / slots);
-        std::size_t size = 64;
-        while (size < (std::size_t{1} << 15) && size * 4 < total / static_cast<std::size_t>(slots)) size *= 2;
-        std::vector<std::uint64_t> cache(size, 0);
         run(m.grid->view(), m.out, m.transparent, s.alpha, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y0) * w),
-            static_cast<std::size_t>(y1 - y0) * w, cache.data(), static_cast<std::uint32_t>(size - 1));
+            static_cast<std::size_t>(y1 - y0) * w, caches.data() + size * static_cast<std::size_t>(t), static_cast<std::uint32_t>(size - 1));
     });
 }
 
@@ -89,8 +89,9 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
     std::vector<std::atomic<int>> done(static_cast<std::size_t>(bands));  // pixels finished in each band's last row
     for (auto& d : done) d.store(0, std::memory_order_relaxed);
     std::atomic<int> next_band{0};
-    kivcore::parallel_for(0, threads, [&](int) {
-        std::vector<std::uint64_t> cache(kDiffuseCache, 0);
+    std::vector<std::uint64_t> caches(static_cast<std::size_t>(kDiffuseCache) * static_cast<std::size_t>(threads), 0);
+    kivcore::parallel_for(0, threads, [&](int t) {
+        std::uint64_t* cache = caches.data() + static_cast<std::size_t>(kDiffuseCache) * static_cast<std::size_t>(t);
         for (;;) {
             const int b = next_band.fetch_add(1);
             if (b >= bands) return;
@@ -103,7 +104,7 @@ void map_diffuse(const Source& s, const Mapping& m, int strength) {
                 int* next = errors.data() + static_cast<std::size_t>((y + 1) % ring) * span;
                 std::fill(next, next + 4, 0);
                 std::fill(next + span - 4, next + span, 0);
-                rows[r] = DiffuseRow{cache.data(), kDiffuseCache - 1, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
+                rows[r] = DiffuseRow{cache, kDiffuseCache - 1, reinterpret_cast<unsigned char*>(s.px + static_cast<std::size_t>(y) * static_cast<std::size_t>(w)),
                                      hold.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w),
                                      errors.data() + static_cast<std::size_t>(y % ring) * span, next, {0, 0, 0, 0}};
             }
