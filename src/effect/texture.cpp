@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "effect/effect.h"
-#include "palette/bmpfile.h"
-#include "palette/dibformat.h"
+#include "interchange/bmpfile.h"
+#include "interchange/dibformat.h"
 
 namespace kiveffect {
 namespace {
@@ -49,15 +49,15 @@ std::uint32_t le32(const unsigned char* p) {
 // bits, every size field consistent with the bytes present (the file helper alone would
 // zero-fill a truncated file).
 bool bmp_file_complete(const std::vector<unsigned char>& f) {
-    if (f.size() < kFileHeader + kivpal::kHeaderBytes || f[0] != 'B' || f[1] != 'M') return false;
-    const BITMAPINFOHEADER h = kivpal::read_header(f.data() + kFileHeader);
-    if (h.biSize < kivpal::kHeaderBytes || h.biCompression != BI_RGB || h.biWidth < 1 || h.biHeight == 0) return false;
+    if (f.size() < kFileHeader + kivdib::kHeaderBytes || f[0] != 'B' || f[1] != 'M') return false;
+    const BITMAPINFOHEADER h = kivdib::read_header(f.data() + kFileHeader);
+    if (h.biSize < kivdib::kHeaderBytes || h.biCompression != BI_RGB || h.biWidth < 1 || h.biHeight == 0) return false;
     if (h.biBitCount != 1 && h.biBitCount != 4 && h.biBitCount != 8 && h.biBitCount != 24) return false;
     if (h.biBitCount <= 8 && h.biClrUsed > (1u << h.biBitCount)) return false;
-    const std::uint64_t head = std::uint64_t(h.biSize) + kivpal::dib_table_bytes(h);
+    const std::uint64_t head = std::uint64_t(h.biSize) + kivdib::dib_table_bytes(h);
     const std::uint64_t off = le32(f.data() + 10);
     const std::uint64_t height = h.biHeight < 0 ? 0 - static_cast<std::int64_t>(h.biHeight) : static_cast<std::uint64_t>(h.biHeight);
-    const std::uint64_t stride = kivpal::dib_stride(h.biWidth, h.biBitCount);
+    const std::uint64_t stride = kivdib::dib_stride(h.biWidth, h.biBitCount);
     if (off < kFileHeader + head || off > f.size()) return false;
     return stride <= (f.size() - off) / height;  // every row present
 }
@@ -71,11 +71,11 @@ void put32(unsigned char* p, std::uint32_t v) {
 // header is cut to its first 40 bytes, which mean the same in every version.
 void shorten_info_header(std::vector<unsigned char>* f) {
     const std::uint32_t bi = le32(f->data() + kFileHeader);
-    if (bi == kivpal::kHeaderBytes) return;
+    if (bi == kivdib::kHeaderBytes) return;
     const auto header = f->begin() + static_cast<std::ptrdiff_t>(kFileHeader);
-    f->erase(header + static_cast<std::ptrdiff_t>(kivpal::kHeaderBytes), header + static_cast<std::ptrdiff_t>(bi));
-    put32(f->data() + kFileHeader, static_cast<std::uint32_t>(kivpal::kHeaderBytes));
-    put32(f->data() + 10, le32(f->data() + 10) - (bi - static_cast<std::uint32_t>(kivpal::kHeaderBytes)));
+    f->erase(header + static_cast<std::ptrdiff_t>(kivdib::kHeaderBytes), header + static_cast<std::ptrdiff_t>(bi));
+    put32(f->data() + kFileHeader, static_cast<std::uint32_t>(kivdib::kHeaderBytes));
+    put32(f->data() + 10, le32(f->data() + 10) - (bi - static_cast<std::uint32_t>(kivdib::kHeaderBytes)));
 }
 
 bool texture_from_file(const char* path, kiv* img) {
@@ -83,7 +83,7 @@ bool texture_from_file(const char* path, kiv* img) {
     std::vector<unsigned char> bytes;
     if (!read_whole_file(path, &bytes) || !bmp_file_complete(bytes)) return false;
     shorten_info_header(&bytes);
-    HGLOBAL dib = kivpal::dib_from_bmp(bytes.data(), bytes.size());
+    HGLOBAL dib = kivdib::dib_from_bmp(bytes.data(), bytes.size());
     if (!dib) return false;
     const int ok = img->attachdib(dib);
     GlobalFree(dib);
@@ -113,30 +113,30 @@ bool write_file_replacing(const char* path, const std::vector<unsigned char>& by
 }  // namespace
 
 bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img) {
-    if (!data || size < kivpal::kHeaderBytes) return false;
+    if (!data || size < kivdib::kHeaderBytes) return false;
     const auto* p = static_cast<const unsigned char*>(data);
-    const BITMAPINFOHEADER h = kivpal::read_header(p);
-    if (h.biSize < kivpal::kHeaderBytes || h.biSize > size) return false;
+    const BITMAPINFOHEADER h = kivdib::read_header(p);
+    if (h.biSize < kivdib::kHeaderBytes || h.biSize > size) return false;
     // The block handed to the reader: the header cut to 40 bytes (see shorten_info_header),
     // then the table and rows. Everything the header claims must lie in it; checked here
     // because GlobalSize may report more than was asked for.
-    const std::size_t n = size - (h.biSize - kivpal::kHeaderBytes);
-    const std::uint64_t head = kivpal::kHeaderBytes + kivpal::dib_table_bytes(h);
+    const std::size_t n = size - (h.biSize - kivdib::kHeaderBytes);
+    const std::uint64_t head = kivdib::kHeaderBytes + kivdib::dib_table_bytes(h);
     const std::uint64_t height =
         h.biHeight < 0 ? 0 - static_cast<std::int64_t>(h.biHeight) : static_cast<std::uint64_t>(h.biHeight);
-    const std::uint64_t stride = kivpal::dib_stride(h.biWidth, h.biBitCount);
+    const std::uint64_t stride = kivdib::dib_stride(h.biWidth, h.biBitCount);
     if (height == 0 || head > n || stride > (n - head) / height) return false;
     HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, n);
     if (!dib) return false;
     {
-        const kivpal::LockedDib lock(dib);
+        const kivdib::LockedDib lock(dib);
         if (!lock.data()) {
             GlobalFree(dib);
             return false;
         }
-        std::memcpy(lock.data(), p, kivpal::kHeaderBytes);
-        put32(lock.data(), static_cast<std::uint32_t>(kivpal::kHeaderBytes));
-        std::memcpy(lock.data() + kivpal::kHeaderBytes, p + h.biSize, n - kivpal::kHeaderBytes);
+        std::memcpy(lock.data(), p, kivdib::kHeaderBytes);
+        put32(lock.data(), static_cast<std::uint32_t>(kivdib::kHeaderBytes));
+        std::memcpy(lock.data() + kivdib::kHeaderBytes, p + h.biSize, n - kivdib::kHeaderBytes);
     }
     const int ok = img->attachdib(dib);
     GlobalFree(dib);
@@ -177,7 +177,7 @@ int kiv::texture_save(tagRECT* rect, const char* path) {
     HGLOBAL dib = static_cast<HGLOBAL>(part.createdib());
     if (!dib) return 0;
     std::vector<unsigned char> file;
-    const bool ok = kivpal::bmp_from_dib(dib, &file);
+    const bool ok = kivdib::bmp_from_dib(dib, &file);
     GlobalFree(dib);
     return ok && kiveffect::write_file_replacing(path, file) ? 1 : 0;
 }

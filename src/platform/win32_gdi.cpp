@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "kiv.h"
-#include "palette/dibformat.h"
+#include "interchange/dibformat.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ int kiv::attachbitmap(HBITMAP bitmap, HPALETTE palette) {
         const bool ok = GetDIBits(dc.get(), bitmap, 0, static_cast<UINT>(bm.bmHeight), nullptr, bi, DIB_RGB_COLORS) != 0;
         // biSizeImage, or the rows' size when it is 0; never less than the rows GetDIBits
         // is about to write, whatever GDI announced.
-        const std::uint64_t rows_bytes = kivpal::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
+        const std::uint64_t rows_bytes = kivdib::dib_stride(bm.bmWidth, depth) * static_cast<std::uint64_t>(bm.bmHeight);
         const std::uint64_t image = std::max<std::uint64_t>(bi->bmiHeader.biSizeImage, rows_bytes);
         // Our table size regardless of what GDI wrote, so the rows land where we allocated.
         bi->bmiHeader.biBitCount = depth;
@@ -141,7 +141,7 @@ HBITMAP kiv::createbitmap(HPALETTE* palette) {
         return nullptr;
     }
     // The table as the header announces it (biClrUsed 0 below 9 bits: 1 << depth entries).
-    const std::uint64_t entries = kivpal::dib_table_entries(bi->bmiHeader);
+    const std::uint64_t entries = kivdib::dib_table_entries(bi->bmiHeader);
     HPALETTE pal = nullptr;
     if (entries > 0) {
         const std::size_t bytes = 8 + 4 * static_cast<std::size_t>(entries);

@@ -11,7 +11,7 @@
 
 #include "core/kmath.h"
 #include "kiv.h"
-#include "palette/bmpfile.h"
+#include "interchange/bmpfile.h"
 #include "support/scratch_dir.h"
 #include "support/test_images.h"
 
@@ -63,7 +63,7 @@ using kivtest::write_bytes;
 std::vector<unsigned char> bmp_of(kiv& img) {
     HGLOBAL dib = static_cast<HGLOBAL>(img.createdib());
     std::vector<unsigned char> file;
-    EXPECT_TRUE(kivpal::bmp_from_dib(dib, &file));
+    EXPECT_TRUE(kivdib::bmp_from_dib(dib, &file));
     GlobalFree(dib);
     return file;
 }
@@ -223,7 +223,7 @@ TEST(TextureFile, SaveAndLoadRoundTrip) {
     EXPECT_EQ(1u, s.count());  // no temporary left behind
     // The file holds the clipped rectangle at 24 bits.
     const std::vector<unsigned char> bytes = read_bytes(path);
-    HGLOBAL dib = kivpal::dib_from_bmp(bytes.data(), bytes.size());
+    HGLOBAL dib = kivdib::dib_from_bmp(bytes.data(), bytes.size());
     ASSERT_NE(nullptr, dib);
     kiv back(dib);
     GlobalFree(dib);

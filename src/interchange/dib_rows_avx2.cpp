@@ -1,14 +1,14 @@
 // The DIB reader's and writer's 24-bit row conversions with AVX2 byte shuffles, eight pixels
 // to a register. See dib_rows.h.
 #include "core/simd.h"
-#include "palette/dib_rows.h"
+#include "interchange/dib_rows.h"
 
 #if KIV_HAVE_AVX2
 #  include <immintrin.h>
 
 #  include <cstdint>
 
-namespace kivpal {
+namespace kivdib {
 
 namespace {
 
@@ -100,6 +100,6 @@ void rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t 
     if (stream) _mm_sfence();
 }
 
-}  // namespace kivpal
+}  // namespace kivdib
 
 #endif

@@ -1,14 +1,14 @@
 // BMP files <-> packed DIBs in movable global memory, for tools that read and write files
 // through the DIB code (internal, not part of the public header).
-#ifndef KIV_PALETTE_BMPFILE_H
-#define KIV_PALETTE_BMPFILE_H
+#ifndef KIV_INTERCHANGE_BMPFILE_H
+#define KIV_INTERCHANGE_BMPFILE_H
 
 #include <cstddef>
 #include <vector>
 
 #include "kiv.h"
 
-namespace kivpal {
+namespace kivdib {
 
 // A new packed DIB (GlobalFree it) from the bytes of a BMP file: BITMAPFILEHEADER, an info
 // header of at least 40 bytes, the colour table, and rows from bfOffBits.  Rows that the
@@ -21,6 +21,6 @@ HGLOBAL dib_from_bmp(const unsigned char* data, std::size_t size);
 // or smaller than its header claims.
 bool bmp_from_dib(HGLOBAL dib, std::vector<unsigned char>* out);
 
-}  // namespace kivpal
+}  // namespace kivdib
 
 #endif

@@ -2,12 +2,12 @@
 // called only when kivcore::use_avx2() holds. Each gives the bytes of the SSE2 and scalar
 // rows in dib.cpp. With stream set, whole aligned vectors bypass the caches: for images
 // larger than the caches, whose rows are not read again soon.
-#ifndef KIV_PALETTE_DIB_ROWS_H
-#define KIV_PALETTE_DIB_ROWS_H
+#ifndef KIV_INTERCHANGE_DIB_ROWS_H
+#define KIV_INTERCHANGE_DIB_ROWS_H
 
 #include <cstddef>
 
-namespace kivpal {
+namespace kivdib {
 
 // w pixels of 3 bytes (blue, green, red) to w pixels of 4 (red, green, blue, 0); reads
 // exactly 3 * w bytes.
@@ -16,6 +16,6 @@ void bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t 
 // bytes.
 void rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream);
 
-}  // namespace kivpal
+}  // namespace kivdib
 
 #endif

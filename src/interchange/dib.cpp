@@ -9,15 +9,15 @@
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "kiv.h"
-#include "palette/dib_rows.h"
-#include "palette/dibformat.h"
+#include "interchange/dib_rows.h"
+#include "interchange/dibformat.h"
 
 #include "core/simd.h"
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
 #endif
 
-using kivpal::kHeaderBytes;
+using kivdib::kHeaderBytes;
 
 namespace {
 
@@ -40,7 +40,7 @@ constexpr std::uint64_t kStreamFrom = std::uint64_t(16) << 20;
 void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w, bool stream) {
 #if KIV_HAVE_AVX2
     if (kivcore::use_avx2()) {
-        kivpal::bgr_to_rgba_avx2(reinterpret_cast<unsigned char*>(dst), s, w, stream);
+        kivdib::bgr_to_rgba_avx2(reinterpret_cast<unsigned char*>(dst), s, w, stream);
         return;
     }
 #endif
@@ -60,7 +60,7 @@ void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w, bool stream) {
 void rgba_to_bgr_row(BYTE* d, const tagRGBA* p, std::size_t w, bool stream) {
 #if KIV_HAVE_AVX2
     if (kivcore::use_avx2()) {
-        kivpal::rgba_to_bgr_avx2(d, reinterpret_cast<const unsigned char*>(p), w, stream);
+        kivdib::rgba_to_bgr_avx2(d, reinterpret_cast<const unsigned char*>(p), w, stream);
         return;
     }
 #endif
@@ -228,10 +228,10 @@ int kiv::attachdib_width_mapfile(void* dib) { return _attachdib(dib, 1); }
 int kiv::_attachdib(void* dib, int mapped) {
     if (!dib) return 0;
     const std::uint64_t size = GlobalSize(dib);
-    const kivpal::LockedDib lock(dib);  // unlocked on every path out
+    const kivdib::LockedDib lock(dib);  // unlocked on every path out
     const BYTE* base = lock.data();
     if (!base || size < kHeaderBytes) return 0;
-    const BITMAPINFOHEADER h = kivpal::read_header(base);
+    const BITMAPINFOHEADER h = kivdib::read_header(base);
     if (h.biCompression != BI_RGB) return 0;
     const unsigned depth = h.biBitCount;
     const int bits = depth <= 8 ? (depth == 2 ? 4 : static_cast<int>(depth)) : 24;
@@ -246,11 +246,11 @@ int kiv::_attachdib(void* dib, int mapped) {
     // the image is touched and nothing past the block is ever read.
     // Up to 256 table entries go into the map, which create makes 1 << bits long: a table
     // that would not fit there is refused rather than cut.
-    const std::uint64_t entries = kivpal::dib_table_entries(h);
+    const std::uint64_t entries = kivdib::dib_table_entries(h);
     if (h.biSize < kHeaderBytes || (bits < 9 && std::min<std::uint64_t>(entries, 256) > (std::uint64_t(1) << bits)))
         return 0;
     const std::uint64_t offbits = std::uint64_t(h.biSize) + 4 * entries;  // pixel rows start here
-    const std::uint64_t stride = kivpal::dib_stride(h.biWidth, depth);
+    const std::uint64_t stride = kivdib::dib_stride(h.biWidth, depth);
     if (offbits > size || stride > (size - offbits) / static_cast<std::uint64_t>(h.biHeight)) return 0;
 
     if (!(mapped ? create_width_mapfile(h.biWidth, h.biHeight, bits)
@@ -310,7 +310,7 @@ void* kiv::createdib() {
     const bool has_map = b < 24 && m_map && m_colors > 0;
     const DWORD clr_used = has_map ? static_cast<DWORD>(m_colors) : 0;
     const std::uint64_t entries = has_map ? clr_used : (depth <= 8 ? std::uint64_t(1) << depth : 0);
-    const std::uint64_t stride = kivpal::dib_stride(m_width, depth);
+    const std::uint64_t stride = kivdib::dib_stride(m_width, depth);
     std::size_t rows_bytes = 0, bytes = 0;
     // Sixteen rows of slack beyond the image belong to the format's allocation.
     if (!kivcore::checked_mul(static_cast<long long>(stride), static_cast<long long>(m_height) + 16, &rows_bytes) ||
@@ -321,7 +321,7 @@ void* kiv::createdib() {
     HGLOBAL hdib = GlobalAlloc(GMEM_MOVEABLE, bytes);
     if (!hdib) return nullptr;
     {
-        const kivpal::LockedDib lock(hdib);
+        const kivdib::LockedDib lock(hdib);
         BYTE* base = lock.data();
         if (!base) {
             GlobalFree(hdib);

@@ -1,15 +1,15 @@
 // Layout of packed DIBs (header, colour table, rows), shared by the DIB reader and writer,
 // the BMP file helper and the GDI bitmap code.  All sizes are 64-bit and overflow-free for
 // any header values.
-#ifndef KIV_PALETTE_DIBFORMAT_H
-#define KIV_PALETTE_DIBFORMAT_H
+#ifndef KIV_INTERCHANGE_DIBFORMAT_H
+#define KIV_INTERCHANGE_DIBFORMAT_H
 
 #include <cstdint>
 #include <cstring>
 
 #include "kiv.h"
 
-namespace kivpal {
+namespace kivdib {
 
 constexpr std::uint64_t kHeaderBytes = 40;  // BITMAPINFOHEADER; the table starts here
 
@@ -55,6 +55,6 @@ private:
     BYTE* p_;
 };
 
-}  // namespace kivpal
+}  // namespace kivdib
 
 #endif

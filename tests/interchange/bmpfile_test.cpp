@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kiv.h"
-#include "palette/bmpfile.h"
+#include "interchange/bmpfile.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -17,7 +17,7 @@ TEST(BmpFile, RoundTripsThroughFileBytes) {
             for (int i = 0; i < img.packets(); ++i) img.pixels()[i].a = 0;
         HGLOBAL dib = img.createdib();
         std::vector<unsigned char> file;
-        ASSERT_TRUE(kivpal::bmp_from_dib(dib, &file));
+        ASSERT_TRUE(kivdib::bmp_from_dib(dib, &file));
         GlobalFree(dib);
         ASSERT_GE(file.size(), 54u);
         EXPECT_EQ('B', file[0]);
@@ -27,7 +27,7 @@ TEST(BmpFile, RoundTripsThroughFileBytes) {
         EXPECT_EQ(file.size(), total);
         EXPECT_EQ(54u + 4u * (bits < 24 ? unsigned(img.colors()) : 0u), off);
 
-        HGLOBAL back = kivpal::dib_from_bmp(file.data(), file.size());
+        HGLOBAL back = kivdib::dib_from_bmp(file.data(), file.size());
         ASSERT_NE(nullptr, back);
         kiv got(back);
         GlobalFree(back);
@@ -45,7 +45,7 @@ TEST(BmpFile, RoundTripsThroughFileBytes) {
         std::int32_t neg = -3;
         std::memcpy(&flipped[22], &neg, 4);
         for (const auto* v : {&gap, &flipped}) {
-            HGLOBAL d = kivpal::dib_from_bmp(v->data(), v->size());
+            HGLOBAL d = kivdib::dib_from_bmp(v->data(), v->size());
             ASSERT_NE(nullptr, d);
             kiv k(d);
             GlobalFree(d);
@@ -58,27 +58,27 @@ TEST(BmpFile, RefusesWhatIsNoBmp) {
     kiv img = kivtest::random_image(5, 5, 8, 1);
     HGLOBAL dib = img.createdib();
     std::vector<unsigned char> file;
-    ASSERT_TRUE(kivpal::bmp_from_dib(dib, &file));
+    ASSERT_TRUE(kivdib::bmp_from_dib(dib, &file));
     GlobalFree(dib);
-    EXPECT_EQ(nullptr, kivpal::dib_from_bmp(nullptr, 100));
-    EXPECT_EQ(nullptr, kivpal::dib_from_bmp(file.data(), 53));
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(nullptr, 100));
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(file.data(), 53));
     std::vector<unsigned char> bad = file;
     bad[0] = 'X';
-    EXPECT_EQ(nullptr, kivpal::dib_from_bmp(bad.data(), bad.size()));
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(bad.data(), bad.size()));
     bad = file;
     bad[10] = 3, bad[11] = 0;  // rows would start inside the header
-    EXPECT_EQ(nullptr, kivpal::dib_from_bmp(bad.data(), bad.size()));
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(bad.data(), bad.size()));
     bad = file;
     bad[14] = 12;  // a 12-byte core header
-    EXPECT_EQ(nullptr, kivpal::dib_from_bmp(bad.data(), bad.size()));
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(bad.data(), bad.size()));
     // Cut short: the rows the file lacks stay zero, and the DIB is still well formed.
-    HGLOBAL cut = kivpal::dib_from_bmp(file.data(), file.size() - 8);
+    HGLOBAL cut = kivdib::dib_from_bmp(file.data(), file.size() - 8);
     ASSERT_NE(nullptr, cut);
     kiv k(cut);
     GlobalFree(cut);
     EXPECT_EQ(5, k.height());
     EXPECT_EQ(0, kivtest::px(k, 4, 0).a);
     std::vector<unsigned char> out{1, 2};
-    EXPECT_FALSE(kivpal::bmp_from_dib(nullptr, &out));
+    EXPECT_FALSE(kivdib::bmp_from_dib(nullptr, &out));
     EXPECT_EQ(2u, out.size());
 }

@@ -1,13 +1,13 @@
 // BMP files <-> packed DIBs.
-#include "palette/bmpfile.h"
+#include "interchange/bmpfile.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-#include "palette/dibformat.h"
+#include "interchange/dibformat.h"
 
-namespace kivpal {
+namespace kivdib {
 namespace {
 
 constexpr std::size_t kFileHeader = 14;  // BITMAPFILEHEADER, packed
@@ -89,4 +89,4 @@ bool bmp_from_dib(HGLOBAL dib, std::vector<unsigned char>* out) {
     return true;
 }
 
-}  // namespace kivpal
+}  // namespace kivdib
