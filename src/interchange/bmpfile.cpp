@@ -1,4 +1,4 @@
-// BMP files <-> packed DIBs.
+// The BMP packer; see bmpfile.h.
 #include "interchange/bmpfile.h"
 
 #include <algorithm>
@@ -6,69 +6,82 @@
 #include <cstring>
 
 #include "interchange/dibformat.h"
+#include "platform/global_memory.h"
 
 namespace kivdib {
 namespace {
 
-constexpr std::size_t kFileHeader = 14;  // BITMAPFILEHEADER, packed
 constexpr std::uint64_t kMaxDib = std::uint64_t(1) << 40;
 
 std::uint32_t le32(const unsigned char* p) {
     return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24;
 }
-void put16(unsigned char* p, std::uint32_t v) {
-    p[0] = static_cast<unsigned char>(v);
-    p[1] = static_cast<unsigned char>(v >> 8);
-}
 void put32(unsigned char* p, std::uint32_t v) {
-    put16(p, v);
-    put16(p + 2, v >> 16);
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
 }
 
-}  // namespace
-
-HGLOBAL dib_from_bmp(const unsigned char* data, std::size_t size) {
-    if (!data || size < kFileHeader + kHeaderBytes || data[0] != 'B' || data[1] != 'M') return nullptr;
-    const unsigned char* info = data + kFileHeader;
+// A packed DIB with a 40-byte header from an info header and colour table (info_size bytes
+// from info) and the rows (rows_size bytes from rows). rows null: they follow the table.
+void* repack(const unsigned char* info, std::uint64_t info_size, const unsigned char* rows, std::uint64_t rows_size) {
+    if (info_size < kHeaderBytes) return nullptr;
     BITMAPINFOHEADER h = read_header(info);
-    if (h.biSize < kHeaderBytes) return nullptr;
-    const std::uint64_t head = std::uint64_t(h.biSize) + dib_table_bytes(h);  // header + table
-    const std::uint64_t avail = size - kFileHeader;
-    const std::uint64_t offbits = le32(data + 10);
+    const std::uint64_t info_header = h.biSize, table = dib_table_bytes(h);
+    if (info_header < kHeaderBytes || info_header > info_size || table > info_size - info_header) return nullptr;
+    if (!rows) {
+        rows = info + info_header + table;
+        rows_size = info_size - info_header - table;
+    }
     const bool top_down = h.biHeight < 0 && h.biCompression == BI_RGB;
     const std::uint64_t height = h.biHeight < 0 ? 0 - static_cast<std::int64_t>(h.biHeight) : static_cast<std::uint64_t>(h.biHeight);
     const std::uint64_t stride = dib_stride(h.biWidth, h.biBitCount);
-    if (head > avail || offbits < kFileHeader + head || (height && stride > kMaxDib / height)) return nullptr;
-    // Compressed rows have no fixed size: take what the file holds after bfOffBits.
-    const std::uint64_t file_rows = offbits < size ? size - offbits : 0;
-    const std::uint64_t rows = h.biCompression == BI_RGB ? stride * height : std::min(file_rows, kMaxDib);
-    HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, static_cast<SIZE_T>(head + rows));
-    if (!dib) return nullptr;
-    const LockedDib lock(dib);
-    BYTE* out = lock.data();
+    if (height && stride > kMaxDib / height) return nullptr;
+    // Compressed rows have no fixed size: take what there is.
+    const std::uint64_t bytes = h.biCompression == BI_RGB ? stride * height : std::min(rows_size, kMaxDib);
+    if (bytes > rows_size) return nullptr;  // rows missing
+    void* dib = kivplat::global_alloc(static_cast<std::size_t>(kHeaderBytes + table + bytes), false);
+    const kivplat::LockedBlock lock(dib);
+    unsigned char* out = lock.data();
     if (!out) {
-        GlobalFree(dib);
+        kivplat::global_free(dib);
         return nullptr;
     }
-    std::memcpy(out, info, static_cast<std::size_t>(head));
-    const std::uint64_t have = std::min(rows, file_rows);
+    h.biSize = static_cast<DWORD>(kHeaderBytes);
+    if (top_down) h.biHeight = static_cast<LONG>(height);
+    std::memcpy(out, &h, sizeof h);
+    std::memcpy(out + kHeaderBytes, info + info_header, static_cast<std::size_t>(table));
+    out += kHeaderBytes + table;
     if (!top_down) {
-        std::memcpy(out + head, data + offbits, static_cast<std::size_t>(have));
+        std::memcpy(out, rows, static_cast<std::size_t>(bytes));
     } else {
-        // Row i of the file is row height - 1 - i of a bottom-up DIB.
-        for (std::uint64_t i = 0; i < height && (i + 1) * stride <= have; ++i)
-            std::memcpy(out + head + (height - 1 - i) * stride, data + offbits + i * stride, static_cast<std::size_t>(stride));
-        h.biHeight = static_cast<LONG>(height);
-        std::memcpy(out, &h, sizeof h);
+        // Row i of the source is row height - 1 - i of a bottom-up DIB.
+        for (std::uint64_t i = 0; i < height; ++i)
+            std::memcpy(out + (height - 1 - i) * stride, rows + i * stride, static_cast<std::size_t>(stride));
     }
     return dib;
 }
 
-bool bmp_from_dib(HGLOBAL dib, std::vector<unsigned char>* out) {
+}  // namespace
+
+void* dib_from_bmp(const unsigned char* data, std::size_t size) {
+    if (!data || size < kFileHeader + kHeaderBytes || data[0] != 'B' || data[1] != 'M') return nullptr;
+    const std::uint64_t offbits = le32(data + 10);
+    if (offbits < kFileHeader) return nullptr;
+    // The info header and table must end before the rows begin.
+    const std::uint64_t info_size = std::min<std::uint64_t>(offbits, size) - kFileHeader;
+    const std::uint64_t rows_size = offbits < size ? size - offbits : 0;
+    return repack(data + kFileHeader, info_size, data + std::min<std::uint64_t>(offbits, size), rows_size);
+}
+
+void* dib_from_packed(const unsigned char* data, std::size_t size) {
+    if (!data) return nullptr;
+    return repack(data, size, nullptr, 0);
+}
+
+bool bmp_from_dib(void* dib, std::vector<unsigned char>* out) {
     if (!dib || !out) return false;
-    const std::uint64_t size = GlobalSize(dib);
-    const LockedDib lock(dib);
-    const BYTE* p = lock.data();
+    const std::uint64_t size = kivplat::global_size(dib);
+    const kivplat::LockedBlock lock(dib);
+    const unsigned char* p = lock.data();
     if (!p || size < kHeaderBytes) return false;
     const BITMAPINFOHEADER h = read_header(p);
     if (h.biSize < kHeaderBytes) return false;

@@ -11,6 +11,7 @@
 #include "kiv.h"
 #include "interchange/dib_rows.h"
 #include "interchange/dibformat.h"
+#include "platform/global_memory.h"
 
 #include "core/simd.h"
 #if KIV_HAVE_SSE2
@@ -227,8 +228,8 @@ int kiv::attachdib_width_mapfile(void* dib) { return _attachdib(dib, 1); }
 
 int kiv::_attachdib(void* dib, int mapped) {
     if (!dib) return 0;
-    const std::uint64_t size = GlobalSize(dib);
-    const kivdib::LockedDib lock(dib);  // unlocked on every path out
+    const std::uint64_t size = kivplat::global_size(dib);
+    const kivplat::LockedBlock lock(dib);  // unlocked on every path out
     const BYTE* base = lock.data();
     if (!base || size < kHeaderBytes) return 0;
     const BITMAPINFOHEADER h = kivdib::read_header(base);
@@ -318,13 +319,13 @@ void* kiv::createdib() {
         return nullptr;
     // Not zeroed by the allocator: every byte is written below, so a recycled block needs no
     // clearing pass before the rows overwrite it.
-    HGLOBAL hdib = GlobalAlloc(GMEM_MOVEABLE, bytes);
+    void* hdib = kivplat::global_alloc(bytes, false);
     if (!hdib) return nullptr;
     {
-        const kivdib::LockedDib lock(hdib);
+        const kivplat::LockedBlock lock(hdib);
         BYTE* base = lock.data();
         if (!base) {
-            GlobalFree(hdib);
+            kivplat::global_free(hdib);
             return nullptr;
         }
         BITMAPINFOHEADER hdr{};

@@ -39,22 +39,6 @@ inline BITMAPINFOHEADER read_header(const void* p) {
     return h;
 }
 
-// Unlocks a global-memory handle on every path out of a scope.
-class LockedDib {
-public:
-    explicit LockedDib(void* h) : h_(h), p_(h ? static_cast<BYTE*>(GlobalLock(h)) : nullptr) {}
-    ~LockedDib() {
-        if (p_) GlobalUnlock(h_);
-    }
-    LockedDib(const LockedDib&) = delete;
-    LockedDib& operator=(const LockedDib&) = delete;
-    BYTE* data() const { return p_; }
-
-private:
-    void* h_;
-    BYTE* p_;
-};
-
 }  // namespace kivdib
 
 #endif

@@ -1,4 +1,4 @@
-// BMP file helper: files out and back, top-down files, gaps before the rows, bad files.
+// BMP packer: files out and back, top-down files, gaps before the rows, bad files.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -71,13 +71,7 @@ TEST(BmpFile, RefusesWhatIsNoBmp) {
     bad = file;
     bad[14] = 12;  // a 12-byte core header
     EXPECT_EQ(nullptr, kivdib::dib_from_bmp(bad.data(), bad.size()));
-    // Cut short: the rows the file lacks stay zero, and the DIB is still well formed.
-    HGLOBAL cut = kivdib::dib_from_bmp(file.data(), file.size() - 8);
-    ASSERT_NE(nullptr, cut);
-    kiv k(cut);
-    GlobalFree(cut);
-    EXPECT_EQ(5, k.height());
-    EXPECT_EQ(0, kivtest::px(k, 4, 0).a);
+    EXPECT_EQ(nullptr, kivdib::dib_from_bmp(file.data(), file.size() - 1));  // a row cut short
     std::vector<unsigned char> out{1, 2};
     EXPECT_FALSE(kivdib::bmp_from_dib(nullptr, &out));
     EXPECT_EQ(2u, out.size());

@@ -1,17 +1,20 @@
-// Mapped-file pixel store on Windows: a "~~kv" temporary file, a mapping and a view.
+// Temporary file mappings on Windows: a file from the temporary-name service, a mapping and
+// a view.
 #include <windows.h>
 
 #include <cstring>
 
-#include "core/mapstore.h"
+#include "platform/temp_mapping.h"
 
-void* kivMapStore::open(std::size_t bytes) {
+namespace kivplat {
+
+void* TempFileMapping::open(std::size_t bytes, const char* prefix) {
     close();
     if (bytes == 0) return nullptr;
     char dir[MAX_PATH + 1];
     DWORD len = GetTempPathA(MAX_PATH, dir);
     if (len == 0 || len > MAX_PATH) return nullptr;
-    if (GetTempFileNameA(dir, "~~kv", 0, path) == 0) return nullptr;
+    if (GetTempFileNameA(dir, prefix, 0, path) == 0) return nullptr;
     HANDLE f = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                            CREATE_ALWAYS, FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_ARCHIVE, nullptr);
     if (f == INVALID_HANDLE_VALUE) {
@@ -49,7 +52,7 @@ void* kivMapStore::open(std::size_t bytes) {
     return view;
 }
 
-void kivMapStore::close() {
+void TempFileMapping::close() {
     if (view) {
         UnmapViewOfFile(view);
         CloseHandle(reinterpret_cast<HANDLE>(mapping));
@@ -61,3 +64,5 @@ void kivMapStore::close() {
     mapping = 0;
     size = 0;
 }
+
+}  // namespace kivplat

@@ -1,7 +1,9 @@
-// Movable global memory and USER32 rectangle helpers for builds outside Windows.
+// The functions kiv_win32.h declares, for builds outside Windows: movable global memory over
+// the pixel allocator, and the USER32 rectangle helpers.
 //
-// A handle is a registered block record, never the data pointer, so GlobalSize can answer
+// A handle is a registered block record, never the data pointer, so kivGlobalSize can answer
 // with the true size and unknown handles are refused instead of dereferenced.
+#ifndef _WIN32
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +18,7 @@ namespace {
 
 struct Block {
     void* data;
-    SIZE_T size;
+    std::size_t size;
     unsigned locks;
 };
 
@@ -30,19 +32,19 @@ std::unordered_set<Block*>& registry() {
 }
 
 // The block behind a handle, or null for an unknown one. Caller holds the mutex.
-Block* lookup(HGLOBAL h) {
+Block* lookup(void* h) {
     auto* b = static_cast<Block*>(h);
     return (b && registry().count(b)) ? b : nullptr;
 }
 
 // Blocks up to this size; larger requests fail like an exhausted heap would.
-constexpr SIZE_T kMaxBlock = SIZE_T(1) << 40;
+constexpr std::size_t kMaxBlock = std::size_t(1) << 40;
 
 }  // namespace
 
 extern "C" {
 
-HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
+void* kivGlobalAlloc(unsigned int flags, std::size_t bytes) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
     // DIB-sized blocks share the pixel buffers' huge-page path. Without GMEM_ZEROINIT the
     // contents are unspecified, as on Windows, and a large block may be a recycled one.
@@ -64,7 +66,7 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     return b;
 }
 
-LPVOID GlobalLock(HGLOBAL mem) {
+void* kivGlobalLock(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     if (!b) return nullptr;
@@ -72,14 +74,14 @@ LPVOID GlobalLock(HGLOBAL mem) {
     return b->data;
 }
 
-BOOL GlobalUnlock(HGLOBAL mem) {
+int kivGlobalUnlock(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     if (!b || b->locks == 0) return FALSE;
     return --b->locks > 0 ? TRUE : FALSE;
 }
 
-HGLOBAL GlobalFree(HGLOBAL mem) {
+void* kivGlobalFree(void* mem) {
     if (!mem) return nullptr;
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
@@ -90,13 +92,13 @@ HGLOBAL GlobalFree(HGLOBAL mem) {
     return nullptr;
 }
 
-SIZE_T GlobalSize(HGLOBAL mem) {
+std::size_t kivGlobalSize(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     return b ? b->size : 0;
 }
 
-HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) {
+void* kivGlobalReAlloc(void* mem, std::size_t bytes, unsigned int flags) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
@@ -113,11 +115,11 @@ HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) {
     return b;
 }
 
-BOOL IsRectEmpty(const RECT* rc) {
+int kivIsRectEmpty(const tagRECT* rc) {
     return (!rc || rc->right <= rc->left || rc->bottom <= rc->top) ? TRUE : FALSE;
 }
 
-BOOL SetRect(LPRECT rc, int left, int top, int right, int bottom) {
+int kivSetRect(tagRECT* rc, int left, int top, int right, int bottom) {
     if (!rc) return FALSE;
     rc->left = left;
     rc->top = top;
@@ -126,29 +128,29 @@ BOOL SetRect(LPRECT rc, int left, int top, int right, int bottom) {
     return TRUE;
 }
 
-BOOL IntersectRect(LPRECT dst, const RECT* a, const RECT* b) {
+int kivIntersectRect(tagRECT* dst, const tagRECT* a, const tagRECT* b) {
     if (!dst || !a || !b) return FALSE;
-    RECT r{std::max(a->left, b->left), std::max(a->top, b->top), std::min(a->right, b->right),
+    tagRECT r{std::max(a->left, b->left), std::max(a->top, b->top), std::min(a->right, b->right),
            std::min(a->bottom, b->bottom)};
-    if (IsRectEmpty(&r)) {
-        *dst = RECT{0, 0, 0, 0};
+    if (kivIsRectEmpty(&r)) {
+        *dst = tagRECT{0, 0, 0, 0};
         return FALSE;
     }
     *dst = r;
     return TRUE;
 }
 
-BOOL CopyRect(LPRECT dst, const RECT* src) {
+int kivCopyRect(tagRECT* dst, const tagRECT* src) {
     if (!dst || !src) return FALSE;
     *dst = *src;
     return TRUE;
 }
 
-BOOL InflateRect(LPRECT rc, int dx, int dy) {
+int kivInflateRect(tagRECT* rc, int dx, int dy) {
     if (!rc) return FALSE;
     // Two's-complement wrap as on Windows, without signed overflow.
-    auto add = [](LONG a, int b) { return static_cast<LONG>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b)); };
-    auto sub = [](LONG a, int b) { return static_cast<LONG>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)); };
+    auto add = [](std::int32_t a, int b) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b)); };
+    auto sub = [](std::int32_t a, int b) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)); };
     rc->left = sub(rc->left, dx);
     rc->top = sub(rc->top, dy);
     rc->right = add(rc->right, dx);
@@ -157,3 +159,4 @@ BOOL InflateRect(LPRECT rc, int dx, int dy) {
 }
 
 }  // extern "C"
+#endif
