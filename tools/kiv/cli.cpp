@@ -8,16 +8,7 @@
 
 #include "image_io.h"
 #include "ops.h"
-
-#ifdef _WIN32
-#include <io.h>
-#define KIV_ISATTY(fd) _isatty(fd)
-#define KIV_FILENO(f) _fileno(f)
-#else
-#include <unistd.h>
-#define KIV_ISATTY(fd) isatty(fd)
-#define KIV_FILENO(f) fileno(f)
-#endif
+#include "platform/files.h"
 
 namespace kivcli {
 
@@ -205,7 +196,7 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
 }
 
 int run_pipeline(Pipeline& p, kiv& img, std::ostream& err) {
-    const bool tty = KIV_ISATTY(KIV_FILENO(stderr));
+    const bool tty = kivplat::is_terminal(stderr);
     tagRECT current{0, 0, 0, 0};
     bool have_rect = false;
     for (Step& s : p.steps) {
