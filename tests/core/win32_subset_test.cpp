@@ -1,5 +1,5 @@
-// Movable global memory and rectangle helpers (the emulation used outside Windows, and the
-// real thing on Windows: both must behave alike for the library's DIB code).
+// The Win32 subset: movable global memory and rectangle helpers (the library's own outside
+// Windows, the system's on Windows: both must behave alike for the library's DIB code).
 #include <gtest/gtest.h>
 
 #include <climits>
