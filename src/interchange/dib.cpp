@@ -8,30 +8,15 @@
 #include "core/checked.h"
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
-#include "kiv.h"
+#include "core/simd.h"
 #include "interchange/dib_rows.h"
 #include "interchange/dibformat.h"
+#include "kiv.h"
 #include "platform/global_memory.h"
-
-#include "core/simd.h"
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
 
 using kivdib::kHeaderBytes;
 
 namespace {
-
-// Packed BGR <-> RGBA rows, four pixels a step. Without a byte shuffle (SSSE3 is not
-// assumed), pixel i of a group moves by i bytes: one byte shift and one mask per pixel,
-// then red and blue trade places inside each 32-bit lane.
-#if KIV_HAVE_SSE2
-inline __m128i swap_red_blue(__m128i v) {
-    const __m128i lo = _mm_set1_epi32(0xFF), mid = _mm_set1_epi32(0xFF00);
-    return _mm_or_si128(_mm_or_si128(_mm_slli_epi32(_mm_and_si128(v, lo), 16), _mm_and_si128(v, mid)),
-                        _mm_and_si128(_mm_srli_epi32(v, 16), lo));
-}
-#endif
 
 // Images from this many bytes convert with streaming stores where the AVX2 rows run: they
 // exceed the caches, and the rows are not read again during the conversion.
@@ -39,48 +24,15 @@ constexpr std::uint64_t kStreamFrom = std::uint64_t(16) << 20;
 
 // One 24-bit BGR row to RGBA with alpha 0; reads exactly 3 * w bytes.
 void bgr_to_rgba_row(tagRGBA* dst, const BYTE* s, std::size_t w, bool stream) {
-#if KIV_HAVE_AVX2
-    if (kivcore::use_avx2()) {
-        kivdib::bgr_to_rgba_avx2(reinterpret_cast<unsigned char*>(dst), s, w, stream);
-        return;
-    }
-#endif
-    (void)stream;
-    std::size_t x = 0;
-#if KIV_HAVE_SSE2
-    // A 16-byte load covers pixels x .. x + 5; stop while it stays inside the row.
-    for (; x + 6 <= w; x += 4) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * x));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), swap_red_blue(kivcore::spread_3_to_4(v)));
-    }
-#endif
+    auto* d = reinterpret_cast<unsigned char*>(dst);
+    std::size_t x = kivcore::use_avx2() ? kivdib::bgr_to_rgba_avx2(d, s, w, stream) : kivdib::bgr_to_rgba_sse2(d, s, w);
     for (; x < w; ++x) dst[x] = tagRGBA{s[3 * x + 2], s[3 * x + 1], s[3 * x], 0};
 }
 
 // One RGBA row to 24-bit BGR; writes exactly 3 * w bytes (the padding is left alone).
 void rgba_to_bgr_row(BYTE* d, const tagRGBA* p, std::size_t w, bool stream) {
-#if KIV_HAVE_AVX2
-    if (kivcore::use_avx2()) {
-        kivdib::rgba_to_bgr_avx2(d, reinterpret_cast<const unsigned char*>(p), w, stream);
-        return;
-    }
-#endif
-    (void)stream;
-    std::size_t x = 0;
-#if KIV_HAVE_SSE2
-    const __m128i m0 = _mm_setr_epi32(0xFFFFFF, 0, 0, 0), m1 = _mm_setr_epi32(static_cast<int>(0xFF000000u), 0xFFFF, 0, 0),
-                  m2 = _mm_setr_epi32(0, static_cast<int>(0xFFFF0000u), 0xFF, 0), m3 = _mm_setr_epi32(0, 0, static_cast<int>(0xFFFFFF00u), 0);
-    for (; x + 4 <= w; x += 4) {
-        const __m128i v = swap_red_blue(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + x)));
-        __m128i o = _mm_or_si128(_mm_and_si128(v, m0), _mm_and_si128(_mm_srli_si128(v, 1), m1));
-        o = _mm_or_si128(o, _mm_and_si128(_mm_srli_si128(v, 2), m2));
-        o = _mm_or_si128(o, _mm_and_si128(_mm_srli_si128(v, 3), m3));
-        BYTE* out = d + 3 * x;
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(out), o);
-        const int tail = _mm_cvtsi128_si32(_mm_srli_si128(o, 8));
-        std::memcpy(out + 8, &tail, 4);
-    }
-#endif
+    const auto* s = reinterpret_cast<const unsigned char*>(p);
+    std::size_t x = kivcore::use_avx2() ? kivdib::rgba_to_bgr_avx2(d, s, w, stream) : kivdib::rgba_to_bgr_sse2(d, s, w);
     for (; x < w; ++x) {
         d[3 * x] = p[x].b;
         d[3 * x + 1] = p[x].g;
@@ -119,6 +71,17 @@ struct RowReader {
     tagRGBA lut[256];  // map entries by index (zero past the map)
     ChannelMasks masks;
 
+    // A 16- or 32-bit row: little-endian values of Bytes bytes, each channel through its mask.
+    template <int Bytes>
+    void masked(tagRGBA* dst, const BYTE* s, std::size_t w) const {
+        auto channel = [&](std::uint32_t v, int c) { return static_cast<BYTE>((v & masks.mask[c]) >> masks.shift[c]); };
+        for (std::size_t x = 0; x < w; ++x, s += Bytes) {
+            std::uint32_t v = 0;
+            for (int i = Bytes - 1; i >= 0; --i) v = v << 8 | s[i];
+            dst[x] = tagRGBA{channel(v, 0), channel(v, 1), channel(v, 2), 0};
+        }
+    }
+
     void operator()(tagRGBA* dst, int y) const {
         const BYTE* s = pixels + static_cast<std::uint64_t>(height - 1 - y) * stride;
         const auto w = static_cast<std::size_t>(width);
@@ -127,26 +90,13 @@ struct RowReader {
         };
         switch (depth) {
             case 32:
-                for (std::size_t x = 0; x < w; ++x, s += 4) {
-                    const std::uint32_t v = std::uint32_t(s[0]) | std::uint32_t(s[1]) << 8 |
-                                            std::uint32_t(s[2]) << 16 | std::uint32_t(s[3]) << 24;
-                    dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
-                    dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
-                    dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
-                    dst[x].a = 0;
-                }
+                masked<4>(dst, s, w);
                 break;
             case 24:
                 bgr_to_rgba_row(dst, s, w, stream);
                 break;
             case 16:
-                for (std::size_t x = 0; x < w; ++x, s += 2) {
-                    const std::uint32_t v = std::uint32_t(s[0]) | std::uint32_t(s[1]) << 8;
-                    dst[x].r = static_cast<BYTE>((v & masks.mask[0]) >> masks.shift[0]);
-                    dst[x].g = static_cast<BYTE>((v & masks.mask[1]) >> masks.shift[1]);
-                    dst[x].b = static_cast<BYTE>((v & masks.mask[2]) >> masks.shift[2]);
-                    dst[x].a = 0;
-                }
+                masked<2>(dst, s, w);
                 break;
             case 8:
                 for (std::size_t x = 0; x < w; ++x) indexed(x, s[x]);

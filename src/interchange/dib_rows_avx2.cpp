@@ -3,7 +3,10 @@
 #include "core/simd.h"
 #include "interchange/dib_rows.h"
 
-#if KIV_HAVE_AVX2
+#if !KIV_HAVE_AVX2
+std::size_t kivdib::bgr_to_rgba_avx2(unsigned char*, const unsigned char*, std::size_t, bool) { return 0; }
+std::size_t kivdib::rgba_to_bgr_avx2(unsigned char*, const unsigned char*, std::size_t, bool) { return 0; }
+#else
 #  include <immintrin.h>
 
 #  include <cstdint>
@@ -12,31 +15,32 @@ namespace kivdib {
 
 namespace {
 
-// Pixels to convert one at a time before dst + step * x lies on a 32-byte boundary (step 3
-// or 4); 32 when no such x exists below 32.
-std::size_t pixels_to_alignment(const unsigned char* dst, std::size_t step) {
+// For streaming stores: converts pixels one at a time (one(x)) until dst + step * x lies on
+// a 32-byte boundary (step 3 or 4) and returns that x. Where no such x lies within the row
+// (or below 32), streaming is turned off and nothing is converted.
+template <class One>
+std::size_t align_for_streaming(const unsigned char* dst, std::size_t step, std::size_t w, bool& stream, One one) {
+    if (!stream) return 0;
     const auto a = static_cast<std::size_t>(reinterpret_cast<std::uintptr_t>(dst) & 31);
-    for (std::size_t x = 0; x < 32; ++x)
-        if ((a + step * x) % 32 == 0) return x;
-    return 32;
+    std::size_t head = 0;
+    while (head < 32 && (a + step * head) % 32 != 0) ++head;
+    if (head >= 32 || head > w) {
+        stream = false;
+        return 0;
+    }
+    for (std::size_t x = 0; x < head; ++x) one(x);
+    return head;
 }
 
 }  // namespace
 
-void bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
-    std::size_t x = 0;
-    auto one = [&](std::size_t i) {
+std::size_t bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
+    std::size_t x = align_for_streaming(dst, 4, w, stream, [&](std::size_t i) {
         dst[4 * i] = src[3 * i + 2];
         dst[4 * i + 1] = src[3 * i + 1];
         dst[4 * i + 2] = src[3 * i];
         dst[4 * i + 3] = 0;
-    };
-    if (stream) {
-        const std::size_t head = pixels_to_alignment(dst, 4);
-        if (head >= 32 || head > w) stream = false;
-        else
-            for (; x < head; ++x) one(x);
-    }
+    });
     // Each 128-bit half takes four pixels from a 16-byte load; the second load of a step
     // ends 28 bytes after the step's first pixel, so the loop stops while that is inside.
     const __m256i shuf = _mm256_setr_epi8(2, 1, 0, -128, 5, 4, 3, -128, 8, 7, 6, -128, 11, 10, 9, -128,  //
@@ -52,23 +56,16 @@ void bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t 
         else
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * x), o);
     }
-    for (; x < w; ++x) one(x);
     if (stream) _mm_sfence();  // streamed stores become visible before the row is handed on
+    return x;
 }
 
-void rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
-    std::size_t x = 0;
-    auto one = [&](std::size_t i) {
+std::size_t rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
+    std::size_t x = align_for_streaming(dst, 3, w, stream, [&](std::size_t i) {
         dst[3 * i] = src[4 * i + 2];
         dst[3 * i + 1] = src[4 * i + 1];
         dst[3 * i + 2] = src[4 * i];
-    };
-    if (stream) {
-        const std::size_t head = pixels_to_alignment(dst, 3);
-        if (head >= 32 || head > w) stream = false;
-        else
-            for (; x < head; ++x) one(x);
-    }
+    });
     // Per 128-bit half, four pixels to 12 bytes in dwords 0..2; 32 pixels make three full
     // 32-byte stores, each gathered from two shuffled registers by dword permutes.
     const __m256i shuf = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -128, -128, -128, -128,  //
@@ -96,8 +93,8 @@ void rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t 
             _mm256_storeu_si256(o + 2, o2);
         }
     }
-    for (; x < w; ++x) one(x);
     if (stream) _mm_sfence();
+    return x;
 }
 
 }  // namespace kivdib
