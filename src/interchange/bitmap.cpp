@@ -1,5 +1,4 @@
-// GDI interchange (Windows): palettes of the colour map, and bitmaps to and from images
-// through packed DIBs.
+// GDI bitmaps and palettes to and from images (Windows), through packed DIBs.
 #ifdef _WIN32
 #include <algorithm>
 #include <cstdint>
