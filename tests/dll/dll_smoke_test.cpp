@@ -9,7 +9,6 @@
 // must still compile after them.
 #  define TRUE 1
 #  define BOOL int
-#  define RGB(r, g, b) ((r) | ((g) << 8) | ((b) << 16))
 typedef unsigned char BYTE;
 #endif
 #include "kiv.h"

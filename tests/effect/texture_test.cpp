@@ -70,6 +70,12 @@ std::vector<unsigned char> bmp_of(kiv& img) {
 
 void put32(std::vector<unsigned char>& f, std::size_t at, std::uint32_t v) { std::memcpy(&f[at], &v, 4); }
 
+// A 6 x 4 24-bit image's packed DIB without its slack rows: 40 + 4 rows of 20 bytes.
+std::vector<unsigned char> packed_dib(kiv& img) {
+    const std::vector<unsigned char> file = bmp_of(img);
+    return std::vector<unsigned char>(file.begin() + 14, file.begin() + 14 + 120);
+}
+
 }  // namespace
 
 // Over white, the bump map's shade is emboss's grey relief of the same heights.
@@ -351,12 +357,7 @@ TEST(TextureFile, LongInfoHeaders) {
 // The reader behind bitmap resources: a packed DIB in memory, refused when short.
 TEST(TextureResource, PackedDibReader) {
     kiv tex = kivtest::random_image(6, 4, 24, 3);
-    HGLOBAL dib = static_cast<HGLOBAL>(tex.createdib());
-    std::vector<unsigned char> packed(static_cast<unsigned char*>(GlobalLock(dib)),
-                                      static_cast<unsigned char*>(GlobalLock(dib)) + 120);  // 40 + 4 rows of 20
-    GlobalUnlock(dib);
-    GlobalUnlock(dib);
-    GlobalFree(dib);
+    const std::vector<unsigned char> packed = packed_dib(tex);
     kiv got;
     ASSERT_TRUE(kiveffect::texture_from_packed_dib(packed.data(), packed.size(), &got));
     EXPECT_TRUE(same_rgb(tex, got));
@@ -377,12 +378,7 @@ TEST(TextureResource, FromAModulesBitmapResource) {
     const std::string copy = s("res.exe");
     ASSERT_TRUE(CopyFileA(self, copy.c_str(), FALSE));
     kiv tex = kivtest::random_image(6, 4, 24, 3);
-    HGLOBAL dib = static_cast<HGLOBAL>(tex.createdib());
-    std::vector<unsigned char> packed(static_cast<unsigned char*>(GlobalLock(dib)),
-                                      static_cast<unsigned char*>(GlobalLock(dib)) + 120);
-    GlobalUnlock(dib);
-    GlobalUnlock(dib);
-    GlobalFree(dib);
+    const std::vector<unsigned char> packed = packed_dib(tex);
     HANDLE up = BeginUpdateResourceA(copy.c_str(), FALSE);
     ASSERT_NE(nullptr, up);
     ASSERT_TRUE(UpdateResourceA(up, MAKEINTRESOURCEA(2), "TEXTURE", MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
