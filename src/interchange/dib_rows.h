@@ -17,8 +17,8 @@ std::size_t bgr_to_rgba_sse2(unsigned char* dst, const unsigned char* src, std::
 // 3 * w of the row.
 std::size_t rgba_to_bgr_sse2(unsigned char* dst, const unsigned char* src, std::size_t w);
 
-// The same with AVX2. With stream set, whole aligned vectors bypass the caches: for images
-// larger than the caches, whose rows are not read again soon.
+// The same with AVX2, which converts whole rows. With stream set, whole aligned vectors
+// bypass the caches: for images larger than the caches, whose rows are not read again soon.
 std::size_t bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream);
 std::size_t rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream);
 

@@ -35,12 +35,13 @@ std::size_t align_for_streaming(const unsigned char* dst, std::size_t step, std:
 }  // namespace
 
 std::size_t bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
-    std::size_t x = align_for_streaming(dst, 4, w, stream, [&](std::size_t i) {
+    auto one = [&](std::size_t i) {
         dst[4 * i] = src[3 * i + 2];
         dst[4 * i + 1] = src[3 * i + 1];
         dst[4 * i + 2] = src[3 * i];
         dst[4 * i + 3] = 0;
-    });
+    };
+    std::size_t x = align_for_streaming(dst, 4, w, stream, one);
     // Each 128-bit half takes four pixels from a 16-byte load; the second load of a step
     // ends 28 bytes after the step's first pixel, so the loop stops while that is inside.
     const __m256i shuf = _mm256_setr_epi8(2, 1, 0, -128, 5, 4, 3, -128, 8, 7, 6, -128, 11, 10, 9, -128,  //
@@ -56,16 +57,20 @@ std::size_t bgr_to_rgba_avx2(unsigned char* dst, const unsigned char* src, std::
         else
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * x), o);
     }
+    // The rest here too, before the fence: stores to the lines just streamed are cheapest
+    // while those lines are still being combined.
+    for (; x < w; ++x) one(x);
     if (stream) _mm_sfence();  // streamed stores become visible before the row is handed on
     return x;
 }
 
 std::size_t rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::size_t w, bool stream) {
-    std::size_t x = align_for_streaming(dst, 3, w, stream, [&](std::size_t i) {
+    auto one = [&](std::size_t i) {
         dst[3 * i] = src[4 * i + 2];
         dst[3 * i + 1] = src[4 * i + 1];
         dst[3 * i + 2] = src[4 * i];
-    });
+    };
+    std::size_t x = align_for_streaming(dst, 3, w, stream, one);
     // Per 128-bit half, four pixels to 12 bytes in dwords 0..2; 32 pixels make three full
     // 32-byte stores, each gathered from two shuffled registers by dword permutes.
     const __m256i shuf = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -128, -128, -128, -128,  //
@@ -93,6 +98,7 @@ std::size_t rgba_to_bgr_avx2(unsigned char* dst, const unsigned char* src, std::
             _mm256_storeu_si256(o + 2, o2);
         }
     }
+    for (; x < w; ++x) one(x);
     if (stream) _mm_sfence();
     return x;
 }
