@@ -61,7 +61,7 @@ struct A {
 A Int(const char* n, const char* unit, const char* help) { return A(n, KIV_T_INT, unit, help); }
 A Uint(const char* n, const char* unit, const char* help) { return A(n, KIV_T_UINT, unit, help); }
 A Real(const char* n, const char* unit, const char* help) { return A(n, KIV_T_REAL, unit, help); }
-A Color(const char* n, const char* help) { return A(n, KIV_T_COLOR, "COLORREF", help); }
+A Color(const char* n, const char* help) { return A(n, KIV_T_COLOR, "", help); }
 A Str(const char* n, const char* help) { return A(n, KIV_T_STRING, "", help); }
 A Image(const char* n, const char* help) { return A(n, KIV_T_IMAGE, "", help); }
 A Dib(const char* n = "dib") { return A(n, KIV_T_DIB, "", "a packed DIB in movable global memory; only read"); }
