@@ -1,6 +1,8 @@
 // The rows of the operation table, family by family: each operation's arguments with their
 // units, ranges (and what a value outside becomes), defaults and help, and its invoker.  A new
-// operation adds one op(...) entry here.
+// operation adds one op(...) entry here; the tests then ask for the rest: its C function
+// (src/capi/kivc.cpp, include/kivc.h), its export (src/capi/kivlib.def) and docs/reference.md
+// (target `reference`), and they walk its ranges.
 #include "core/optable.h"
 
 namespace kivops {
