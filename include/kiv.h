@@ -1,4 +1,4 @@
-/* kiv.h - kivlib, a raster-image library: the one public header.
+/* kiv.h - kivlib, a raster-image library: the C++ header (kivc.h is the C interface).
  *
  * An image (class kiv) holds width x height four-byte tagRGBA pixels, row-major, top row
  * first, no padding, whatever its nominal depth.  Depths below 24 bits also carry a colour
