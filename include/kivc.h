@@ -225,8 +225,8 @@ KIV_API int kiv_bumpmap_merge(kiv_image* img, tagRECT* rect, kiv_image* map, tag
  * "kiv_" (the free functions: their own names).  Parameter records are flattened: each
  * field is one argument (flag KIV_ARG_FIELD), named as in the record (array fields by their
  * meaning: red_shadows ...).  Array arguments carry their element count, which the member
- * takes as the argument after the pointer.  The table is read-only and the same on every
- * platform. */
+ * takes as the argument after the pointer (filter_custom3x3's kernel has none: it must hold 9;
+ * attachdib32's src counts bytes).  The table is read-only and the same on every platform. */
 
 /* Argument and result types, and the kiv_value field each uses. */
 enum {
