@@ -44,8 +44,9 @@ KIV_API void kiv_image_free(kiv_image* img); /* null is ignored */
 KIV_API void kiv_image_set_progress(kiv_image* img, kivProgressProc proc);
 KIV_API int kiv_image_mapped(kiv_image* img);
 
-/* The reason for the calling thread's last failed call, or "" after a call that succeeded.
- * Valid until the thread's next call into the library. */
+/* The reason for the calling thread's last failed call.  Each operation (a function of the
+ * table below, and kiv_image_new) clears it when it starts; the accessors and pixel copies
+ * leave it alone unless they fail.  Valid until the thread's next call into the library. */
 KIV_API const char* kiv_last_error(void);
 
 /* ---- Lifecycle and accessors --------------------------------------------------------- */

@@ -46,9 +46,8 @@ R as(const kiv_value& r) {
         return static_cast<R>(r.i);
 }
 
-// Null-image check for the functions outside the table; clears the reason otherwise.
+// Null-image check for the functions outside the table (which leave an earlier reason alone).
 kiv* need(kiv_image* img, const char* name) {
-    kivops::clear_error();
     if (!img) kivops::set_error("%s: the image is null", name);
     return K(img);
 }

@@ -61,7 +61,7 @@ struct A {
 A Int(const char* n, const char* unit, const char* help) { return A(n, KIV_T_INT, unit, help); }
 A Uint(const char* n, const char* unit, const char* help) { return A(n, KIV_T_UINT, unit, help); }
 A Real(const char* n, const char* unit, const char* help) { return A(n, KIV_T_REAL, unit, help); }
-A Color(const char* n, const char* help) { return A(n, KIV_T_COLOR, "COLORREF", help); }
+A Color(const char* n, const char* help) { return A(n, KIV_T_COLOR, "", help); }
 A Str(const char* n, const char* help) { return A(n, KIV_T_STRING, "", help); }
 A Image(const char* n, const char* help) { return A(n, KIV_T_IMAGE, "", help); }
 A Dib(const char* n = "dib") { return A(n, KIV_T_DIB, "", "a packed DIB in movable global memory; only read"); }
@@ -114,7 +114,7 @@ A Mode() { return Choice("mode", kBlend, "blend mode; any other value is normal"
 A QuantMode() { return Choice("mode", kQuantModes, "how pixels are mapped to the palette"); }
 A Space() { return Choice("colorspace", kSpaces, "colour space"); }
 // Directions of the fills: refused after a palettized image has been raised to 24 bits.
-A FillDir() { return Choice("dir", kDirs, "side or corner the ramp runs toward", KIV_OUT_DEPTH); }
+A FillDir() { return Choice("dir", kDirs, "side or corner the ramp runs toward (unused by a single stop)", KIV_OUT_DEPTH); }
 A Az(double def) { return Real("azimuth", "degrees", "light direction, counter-clockwise from the right").finite().field().def(def); }
 A El(double def) { return Real("elevation", "degrees", "light elevation above the image plane").finite().field().def(def); }
 A Depth(double def) { return Int("depth", "", "relief depth").range(1, 1530).field().def(def); }
@@ -514,13 +514,14 @@ void filter(Rows& t) {
          RUN(m->edge(a.rect(0), a.d(1))));
     t.op("emboss", I, "relief lit from a direction (alpha becomes 0)",
          {Rect(), Az(30), El(45),
-          Int("depth", "", "relief depth; only the low 16 bits count").range(1, 65535).field().def(20),
+          Int("depth", "", "relief depth; only its low 16 bits count, and they must not be 0").field().def(20),
           Bool("mono", "nonzero: grey shade; 0: the colours scaled by the shade").field().def(1)},
          RUN([&] {
              tagKIV_EMBOSS p{a.d(1), a.d(2), a.i(3), a.i(4)};
              return m->emboss(a.rect(0), &p);
          }()))
-        .record("tagKIV_EMBOSS", KIV_OP_NULL_RECORD);
+        .record("tagKIV_EMBOSS", KIV_OP_NULL_RECORD)
+        .refuses("a depth whose low 16 bits are 0");
     t.op("raise_edge", I, "bevelled frame: top and left lightened, bottom and right darkened",
          {Rect(), Int("n", "pixels", "frame width").min(0)}, RUN(m->raise_edge(a.rect(0), a.i(1))))
         .refuses("a rectangle narrower or lower than 2n");
