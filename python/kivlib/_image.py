@@ -17,9 +17,9 @@ class _Handle:
     def __init__(self, ptr):
         self.ptr = ptr
 
-    def __del__(self):
-        if self.ptr and C.lib is not None:
-            C.lib.kiv_image_free(self.ptr)
+    def __del__(self, free=C.lib.kiv_image_free):  # bound now: module globals may be gone at exit
+        if self.ptr:
+            free(self.ptr)
             self.ptr = None
 
 
