@@ -33,6 +33,12 @@ def _s(b):
     return (b or b"").decode("utf-8")
 
 
+def _outcome(o, v):
+    """What the library does with a value outside the range (KIV_OUT_*)."""
+    return ["", "refused", "refused (a palettized image is raised to 24 bits first)", "refused, the image left empty",
+            "clamped", "taken as %g" % v, "accepted, nothing changes"][o] if 0 <= o <= 6 else ""
+
+
 class Arg:
     """One argument of an operation, as the table describes it."""
 
@@ -41,6 +47,8 @@ class Arg:
         self.type, self.flags = d.type, d.flags
         self.lo = d.lo if d.flags & C.ARG_LO else None
         self.hi = d.hi if d.flags & C.ARG_HI else None
+        self.outside = [_outcome(o, v) for o, v, f in ((d.below, d.below_value, C.ARG_LO), (d.above, d.above_value, C.ARG_HI))
+                        if d.flags & f or d.nchoices]
         self.choices = {_s(d.choices[k].name): d.choices[k].value for k in range(d.nchoices)}
         self.default = inspect.Parameter.empty
         if d.flags & C.ARG_DEFAULT:
@@ -60,6 +68,9 @@ class Arg:
         bits = [_TYPE_NAMES.get(self.type, "?")] + [x for x in (self.unit, self.range) if x and x != "COLORREF"]
         if self.default is not inspect.Parameter.empty:
             bits.append("default %r" % (self.default,))
+        out = self.outside
+        if any(out):
+            bits.append("outside: " + out[0] if len(set(out)) == 1 else "below: %s, above: %s" % tuple(out))
         text = "  %s: %s. %s" % (self.pyname, ", ".join(bits), self.help)
         if self.choices:
             text += "\n      " + ", ".join("%s=%d" % kv for kv in self.choices.items())
@@ -98,7 +109,7 @@ class Op:
             lines += ["Arguments:"] + [a.describe() for a in self.args] + [""]
         if self.refuses:
             lines.append("Also refused: %s." % self.refuses)
-        lines.append("A refused call raises ValueError with the library's reason; the image is then as it was.")
+        lines.append("A refused call raises ValueError with the library's reason and, unless said above, leaves the image as it was.")
         lines += sorted({_TYPE_HELP[a.type] + "." for a in self.args if a.type in _TYPE_HELP})
         result = {C.T_ULONG: "an int", C.T_DIB: "bytes (a packed DIB)", C.T_PALETTE: "a list of (r, g, b) tuples"}
         if self.result in result:
