@@ -17,7 +17,8 @@ _TYPE_NAMES = {C.T_INT: "int", C.T_UINT: "int >= 0", C.T_REAL: "float", C.T_BOOL
 _TYPE_HELP = {
     C.T_CHOICE: "a choice is given by its name (a str) or its number",
     C.T_COLOR: "a colour is an int 0xBBGGRR (red in the low byte) or an (r, g, b) tuple",
-    C.T_RECT: "rect is keyword-only: (left, top, right, bottom), right and bottom exclusive; None: the whole image",
+    C.T_RECT: "a rectangle is (left, top, right, bottom), right and bottom exclusive, or None; one before required "
+              "arguments is given by keyword (rect=...)",
     C.T_COLORS: "colours: a sequence of colours",
     C.T_STOPS: "stops: a sequence of (colour, position 0..1000) pairs",
     C.T_SYSCOLS: "rgb list: a sequence of (r, g, b) tuples",
