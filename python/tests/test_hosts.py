@@ -33,7 +33,7 @@ def kiv_dll(tmp_path_factory):
 
 
 def run_cs(kiv_dll, source, *args):
-    exe = str(source).replace(".cs", ".exe")
+    exe = str(kiv_dll / os.path.basename(str(source)).replace(".cs", ".exe"))
     subprocess.run(["mcs", "-nologo", "-r:" + str(kiv_dll / "Kiv.dll"), "-out:" + exe, str(source)], check=True)
     return subprocess.run(["mono", exe] + list(args), cwd=kiv_dll, env=dict(ENV, MONO_PATH=str(kiv_dll)), check=True,
                           capture_output=True, text=True, timeout=300).stdout
