@@ -5,7 +5,7 @@
  * defined only where the host has not defined it already (as a macro; a typedef of the same
  * type may also come first), so a host with its own Win32 names still compiles.
  *
- * The library exports its functions under kiv-prefixed names (kivGlobalAlloc, kivSetRect,
+ * The library exports its functions under kiv-prefixed names (kiv_GlobalAlloc, kiv_SetRect,
  * ...), which collide with no other Win32 layer in the process; the Win32 spellings below are
  * inline wrappers.  A host whose own Win32 layer declares those functions defines
  * KIV_NO_WIN32_FUNCTIONS before including kiv.h and calls the kiv-prefixed names.
@@ -167,59 +167,59 @@ typedef struct tagRGBQUAD RGBQUAD;
 extern "C" {
 #endif
 
-/* Movable global memory.  kivGlobalAlloc gives a handle (null on failure or a zero or
- * overflowing size); kivGlobalLock the data (null for a null or unknown handle) and counts
- * locks; kivGlobalSize the size in bytes (0 for an unknown handle); kivGlobalFree returns
- * null on success and the handle when it is unknown; kivGlobalReAlloc keeps the handle and
+/* Movable global memory.  kiv_GlobalAlloc gives a handle (null on failure or a zero or
+ * overflowing size); kiv_GlobalLock the data (null for a null or unknown handle) and counts
+ * locks; kiv_GlobalSize the size in bytes (0 for an unknown handle); kiv_GlobalFree returns
+ * null on success and the handle when it is unknown; kiv_GlobalReAlloc keeps the handle and
  * the leading bytes, zero-fills growth and returns null on failure. */
-KIV_API void* kivGlobalAlloc(unsigned int flags, size_t bytes);
-KIV_API void* kivGlobalLock(void* mem);
-KIV_API int kivGlobalUnlock(void* mem);
-KIV_API void* kivGlobalFree(void* mem);
-KIV_API size_t kivGlobalSize(void* mem);
-KIV_API void* kivGlobalReAlloc(void* mem, size_t bytes, unsigned int flags);
+KIV_API void* kiv_GlobalAlloc(unsigned int flags, size_t bytes);
+KIV_API void* kiv_GlobalLock(void* mem);
+KIV_API int kiv_GlobalUnlock(void* mem);
+KIV_API void* kiv_GlobalFree(void* mem);
+KIV_API size_t kiv_GlobalSize(void* mem);
+KIV_API void* kiv_GlobalReAlloc(void* mem, size_t bytes, unsigned int flags);
 
 /* Rectangles, as in USER32: right and bottom are exclusive.  A null pointer gives 0, except
- * that kivIsRectEmpty(NULL) is 1 (a missing rectangle is empty). */
-KIV_API int kivIsRectEmpty(const struct tagRECT* rc);
-KIV_API int kivSetRect(struct tagRECT* rc, int left, int top, int right, int bottom);
-KIV_API int kivIntersectRect(struct tagRECT* dst, const struct tagRECT* a, const struct tagRECT* b);
-KIV_API int kivCopyRect(struct tagRECT* dst, const struct tagRECT* src);
-KIV_API int kivInflateRect(struct tagRECT* rc, int dx, int dy);
+ * that kiv_IsRectEmpty(NULL) is 1 (a missing rectangle is empty). */
+KIV_API int kiv_IsRectEmpty(const struct tagRECT* rc);
+KIV_API int kiv_SetRect(struct tagRECT* rc, int left, int top, int right, int bottom);
+KIV_API int kiv_IntersectRect(struct tagRECT* dst, const struct tagRECT* a, const struct tagRECT* b);
+KIV_API int kiv_CopyRect(struct tagRECT* dst, const struct tagRECT* src);
+KIV_API int kiv_InflateRect(struct tagRECT* rc, int dx, int dy);
 
 #ifndef KIV_NO_WIN32_FUNCTIONS
 #  ifndef GlobalAlloc
-static inline HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) { return kivGlobalAlloc(flags, bytes); }
+static inline HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) { return kiv_GlobalAlloc(flags, bytes); }
 #  endif
 #  ifndef GlobalLock
-static inline void* GlobalLock(HGLOBAL mem) { return kivGlobalLock(mem); }
+static inline void* GlobalLock(HGLOBAL mem) { return kiv_GlobalLock(mem); }
 #  endif
 #  ifndef GlobalUnlock
-static inline BOOL GlobalUnlock(HGLOBAL mem) { return kivGlobalUnlock(mem); }
+static inline BOOL GlobalUnlock(HGLOBAL mem) { return kiv_GlobalUnlock(mem); }
 #  endif
 #  ifndef GlobalFree
-static inline HGLOBAL GlobalFree(HGLOBAL mem) { return kivGlobalFree(mem); }
+static inline HGLOBAL GlobalFree(HGLOBAL mem) { return kiv_GlobalFree(mem); }
 #  endif
 #  ifndef GlobalSize
-static inline SIZE_T GlobalSize(HGLOBAL mem) { return kivGlobalSize(mem); }
+static inline SIZE_T GlobalSize(HGLOBAL mem) { return kiv_GlobalSize(mem); }
 #  endif
 #  ifndef GlobalReAlloc
-static inline HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) { return kivGlobalReAlloc(mem, bytes, flags); }
+static inline HGLOBAL GlobalReAlloc(HGLOBAL mem, SIZE_T bytes, UINT flags) { return kiv_GlobalReAlloc(mem, bytes, flags); }
 #  endif
 #  ifndef IsRectEmpty
-static inline BOOL IsRectEmpty(const RECT* rc) { return kivIsRectEmpty(rc); }
+static inline BOOL IsRectEmpty(const RECT* rc) { return kiv_IsRectEmpty(rc); }
 #  endif
 #  ifndef SetRect
-static inline BOOL SetRect(RECT* rc, int left, int top, int right, int bottom) { return kivSetRect(rc, left, top, right, bottom); }
+static inline BOOL SetRect(RECT* rc, int left, int top, int right, int bottom) { return kiv_SetRect(rc, left, top, right, bottom); }
 #  endif
 #  ifndef IntersectRect
-static inline BOOL IntersectRect(RECT* dst, const RECT* a, const RECT* b) { return kivIntersectRect(dst, a, b); }
+static inline BOOL IntersectRect(RECT* dst, const RECT* a, const RECT* b) { return kiv_IntersectRect(dst, a, b); }
 #  endif
 #  ifndef CopyRect
-static inline BOOL CopyRect(RECT* dst, const RECT* src) { return kivCopyRect(dst, src); }
+static inline BOOL CopyRect(RECT* dst, const RECT* src) { return kiv_CopyRect(dst, src); }
 #  endif
 #  ifndef InflateRect
-static inline BOOL InflateRect(RECT* rc, int dx, int dy) { return kivInflateRect(rc, dx, dy); }
+static inline BOOL InflateRect(RECT* rc, int dx, int dy) { return kiv_InflateRect(rc, dx, dy); }
 #  endif
 #endif
 

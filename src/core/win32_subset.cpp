@@ -1,7 +1,7 @@
 // The functions kiv_win32.h declares, for builds outside Windows: movable global memory over
 // the pixel allocator, and the USER32 rectangle helpers.
 //
-// A handle is a registered block record, never the data pointer, so kivGlobalSize can answer
+// A handle is a registered block record, never the data pointer, so kiv_GlobalSize can answer
 // with the true size and unknown handles are refused instead of dereferenced.
 #ifndef _WIN32
 #include <algorithm>
@@ -44,7 +44,7 @@ constexpr std::size_t kMaxBlock = std::size_t(1) << 40;
 
 extern "C" {
 
-void* kivGlobalAlloc(unsigned int flags, std::size_t bytes) {
+void* kiv_GlobalAlloc(unsigned int flags, std::size_t bytes) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
     // DIB-sized blocks share the pixel buffers' huge-page path. Without GMEM_ZEROINIT the
     // contents are unspecified, as on Windows, and a large block may be a recycled one.
@@ -66,7 +66,7 @@ void* kivGlobalAlloc(unsigned int flags, std::size_t bytes) {
     return b;
 }
 
-void* kivGlobalLock(void* mem) {
+void* kiv_GlobalLock(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     if (!b) return nullptr;
@@ -74,14 +74,14 @@ void* kivGlobalLock(void* mem) {
     return b->data;
 }
 
-int kivGlobalUnlock(void* mem) {
+int kiv_GlobalUnlock(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     if (!b || b->locks == 0) return FALSE;
     return --b->locks > 0 ? TRUE : FALSE;
 }
 
-void* kivGlobalFree(void* mem) {
+void* kiv_GlobalFree(void* mem) {
     if (!mem) return nullptr;
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
@@ -92,13 +92,13 @@ void* kivGlobalFree(void* mem) {
     return nullptr;
 }
 
-std::size_t kivGlobalSize(void* mem) {
+std::size_t kiv_GlobalSize(void* mem) {
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
     return b ? b->size : 0;
 }
 
-void* kivGlobalReAlloc(void* mem, std::size_t bytes, unsigned int flags) {
+void* kiv_GlobalReAlloc(void* mem, std::size_t bytes, unsigned int flags) {
     if (bytes == 0 || bytes > kMaxBlock) return nullptr;
     std::lock_guard<std::mutex> lk(registry_mutex());
     Block* b = lookup(mem);
@@ -115,11 +115,11 @@ void* kivGlobalReAlloc(void* mem, std::size_t bytes, unsigned int flags) {
     return b;
 }
 
-int kivIsRectEmpty(const tagRECT* rc) {
+int kiv_IsRectEmpty(const tagRECT* rc) {
     return (!rc || rc->right <= rc->left || rc->bottom <= rc->top) ? TRUE : FALSE;
 }
 
-int kivSetRect(tagRECT* rc, int left, int top, int right, int bottom) {
+int kiv_SetRect(tagRECT* rc, int left, int top, int right, int bottom) {
     if (!rc) return FALSE;
     rc->left = left;
     rc->top = top;
@@ -128,11 +128,11 @@ int kivSetRect(tagRECT* rc, int left, int top, int right, int bottom) {
     return TRUE;
 }
 
-int kivIntersectRect(tagRECT* dst, const tagRECT* a, const tagRECT* b) {
+int kiv_IntersectRect(tagRECT* dst, const tagRECT* a, const tagRECT* b) {
     if (!dst || !a || !b) return FALSE;
     tagRECT r{std::max(a->left, b->left), std::max(a->top, b->top), std::min(a->right, b->right),
            std::min(a->bottom, b->bottom)};
-    if (kivIsRectEmpty(&r)) {
+    if (kiv_IsRectEmpty(&r)) {
         *dst = tagRECT{0, 0, 0, 0};
         return FALSE;
     }
@@ -140,13 +140,13 @@ int kivIntersectRect(tagRECT* dst, const tagRECT* a, const tagRECT* b) {
     return TRUE;
 }
 
-int kivCopyRect(tagRECT* dst, const tagRECT* src) {
+int kiv_CopyRect(tagRECT* dst, const tagRECT* src) {
     if (!dst || !src) return FALSE;
     *dst = *src;
     return TRUE;
 }
 
-int kivInflateRect(tagRECT* rc, int dx, int dy) {
+int kiv_InflateRect(tagRECT* rc, int dx, int dy) {
     if (!rc) return FALSE;
     // Two's-complement wrap as on Windows, without signed overflow.
     auto add = [](std::int32_t a, int b) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b)); };

@@ -44,6 +44,6 @@ TEST(SharedLibrary, GlobalMemoryRoundTrip) {
 TEST(SharedLibrary, ExportsNoWin32Names) {
     for (const char* name : {"GlobalAlloc", "GlobalFree", "GlobalSize", "SetRect", "CopyRect", "IntersectRect"})
         EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, name)) << name;
-    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "kivGlobalAlloc"));
+    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "kiv_GlobalAlloc"));
 }
 #endif

@@ -82,6 +82,7 @@ TEST(Cli, ParsesArgumentKinds) {
     EXPECT_FALSE(kivcli::parse_arg("1.5", kivcli::ArgKind::Int, &v));
     EXPECT_FALSE(kivcli::parse_arg("99999999999", kivcli::ArgKind::Int, &v));
     EXPECT_FALSE(kivcli::parse_arg("", kivcli::ArgKind::Int, &v));
+    EXPECT_TRUE(kivcli::parse_value("lanczos3", kivcli::find_op("zoom")->args[2], &v) && v == 11);
 }
 
 TEST(Cli, FormatsRoundTrip) {
@@ -147,6 +148,9 @@ TEST(Cli, BadCommandLinesExitWithUsageErrors) {
         {{s("in.png"), "rect", "1", "2", "-o", s("o.png")}, "missing argument"},
         {{s("in.png"), "rect", "1", "x", "3", "4", "-o", s("o.png")}, "expects integer"},
         {{s("in.png"), "-o", s("o.png"), "-o", s("p.png")}, "twice"},
+        {{s("in.png"), "zoom", "10", "10", "99", "-o", s("o.png")}, "kiv: zoom: METHOD must be 0..13 (got 99)"},
+        {{s("in.png"), "oilpaint", "101", "20", "-o", s("o.png")}, "RADIUS must be 1..100 (got 101)"},
+        {{s("in.png"), "solidfill", "#FFFFFF", "255", "9", "-o", s("o.png")}, "MODE must be 0..8, 10..18 (got 9)"},
     };
     for (const Case& c : cases) {
         CliResult r = cli(c.args);

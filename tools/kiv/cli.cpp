@@ -166,9 +166,13 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
                 return kExitUsage;
             }
             double v = 0;
-            if (!parse_arg(args[k + 1], spec.kind, &v)) {
+            if (!parse_value(args[k + 1], spec, &v)) {
                 err << "kiv: " << a << ": argument " << spec.name << " expects " << kind_name(spec.kind) << ", got '"
                     << args[k + 1] << "'\n";
+                return kExitUsage;
+            }
+            if (std::string why = out_of_range(args[k + 1], spec, v); !why.empty()) {
+                err << "kiv: " << a << ": " << why << "\n";
                 return kExitUsage;
             }
             s.call.args.push_back(v);
