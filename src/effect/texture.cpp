@@ -1,6 +1,6 @@
 // Texture files and resources: texturize_by_file, texturize_by_resource, texture_save.
-// Files are BMP files read and written through the library's own DIB code.
-#include <cstdint>
+// Files are BMP files, read and written through the library's BMP packer.
+#include <cstddef>
 #include <vector>
 
 #include "effect/effect.h"

@@ -1,6 +1,6 @@
 // Layout of packed DIBs (header, colour table, rows), shared by the DIB reader and writer,
-// the BMP file helper and the GDI bitmap code.  All sizes are 64-bit and overflow-free for
-// any header values.
+// the BMP packer and the GDI bitmap code.  All sizes are 64-bit and overflow-free for any
+// header values.
 #ifndef KIV_INTERCHANGE_DIBFORMAT_H
 #define KIV_INTERCHANGE_DIBFORMAT_H
 

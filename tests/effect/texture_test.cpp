@@ -378,7 +378,7 @@ TEST(TextureResource, FromAModulesBitmapResource) {
     const std::string copy = s("res.exe");
     ASSERT_TRUE(CopyFileA(self, copy.c_str(), FALSE));
     kiv tex = kivtest::random_image(6, 4, 24, 3);
-    const std::vector<unsigned char> packed = packed_dib(tex);
+    std::vector<unsigned char> packed = packed_dib(tex);
     HANDLE up = BeginUpdateResourceA(copy.c_str(), FALSE);
     ASSERT_NE(nullptr, up);
     ASSERT_TRUE(UpdateResourceA(up, MAKEINTRESOURCEA(2), "TEXTURE", MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
