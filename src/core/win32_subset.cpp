@@ -4,15 +4,16 @@
 // A handle is a registered block record, never the data pointer, so kiv_GlobalSize can answer
 // with the true size and unknown handles are refused instead of dereferenced.
 #ifndef _WIN32
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <mutex>
-#include <unordered_set>
+#  include <algorithm>
+#  include <cstdint>
+#  include <cstdlib>
+#  include <cstring>
+#  include <mutex>
+#  include <new>
+#  include <unordered_set>
 
-#include "core/pixel_memory.h"
-#include "kiv.h"
+#  include "core/pixel_memory.h"
+#  include "kiv.h"
 
 namespace {
 

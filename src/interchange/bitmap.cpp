@@ -1,15 +1,14 @@
 // GDI bitmaps and palettes to and from images (Windows), through packed DIBs.
 #ifdef _WIN32
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
+#  include <algorithm>
+#  include <cstdint>
+#  include <cstdlib>
+#  include <vector>
 
-#include "interchange/dibformat.h"
-#include "kiv.h"
-#include "platform/gdi.h"
-#include "platform/global_memory.h"
+#  include "interchange/dibformat.h"
+#  include "kiv.h"
+#  include "platform/gdi.h"
+#  include "platform/global_memory.h"
 
 kiv::kiv(HBITMAP bitmap, HPALETTE palette) {
     clearparam();
