@@ -16,7 +16,10 @@ namespace {
 
 using Histogram = std::array<u32, 256>;
 
-inline u32 luminance(u32 w) { return (77 * (w & 0xFF) + 150 * ((w >> 8) & 0xFF) + 29 * ((w >> 16) & 0xFF)) >> 8; }
+inline u32 luminance(u32 w) {
+    return static_cast<u32>(kivcore::luminance(static_cast<int>(w & 0xFF), static_cast<int>((w >> 8) & 0xFF),
+                                               static_cast<int>((w >> 16) & 0xFF)));
+}
 
 #if KIV_HAVE_SSE2
 // The luminance levels of eight pixels: each pixel's bytes widened to 16 bits and weighed
@@ -77,7 +80,7 @@ Histogram luminance_histogram(kiv& img) {
 }
 
 // Applies one table to all three channels: rectangle rows in parallel, or the map.
-void apply_one_table(kiv& img, const tagRECT* rc, const u8 (&one)[256]) {
+void apply_one_table(kiv& img, const Area* rc, const u8 (&one)[256]) {
     Tables t;
     std::memcpy(t.r, one, 256);
     std::memcpy(t.g, one, 256);
@@ -119,7 +122,7 @@ void stretch_tables(const Range& r, Tables& t) {
         }
 }
 
-Range rect_range(kiv& img, const tagRECT& rc) {
+Range rect_range(kiv& img, const Area& rc) {
     Range total;
     std::mutex mu;
     const tagRGBA* base = img.m_pixels;
@@ -205,8 +208,8 @@ u32 enhance_word(u32 w, const ValueRange& vr) {
 
 int kiv::autocontrast(tagRECT* rect) {
     if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     Tables t;
     if (m_bits > 8) {
         stretch_tables(rect_range(*this, rc), t);
@@ -223,8 +226,8 @@ int kiv::autocontrast(tagRECT* rect) {
 
 int kiv::equalize(tagRECT* rect) {
     if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image
     u32 cum[256];
     u32 run = 0;
@@ -246,8 +249,8 @@ int kiv::equalize(tagRECT* rect) {
 
 int kiv::normalize(tagRECT* rect) {
     if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image
     int lo = 255, hi = 0;
     // The first level from below and from above at which the running count exceeds
@@ -287,8 +290,8 @@ int kiv::normalize(tagRECT* rect) {
 int kiv::autocolorenhance(tagRECT* rect) {
     if (!has_pixels(*this)) return 0;
     if (true_colour(*this)) {
-        tagRECT rc;
-        if (!clip(*this, rect, &rc)) return 0;
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
         // Extremes are exact whatever the order, so rows are scanned in parallel.
         ValueRange total;
         std::mutex mu;

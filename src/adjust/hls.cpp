@@ -185,8 +185,8 @@ struct Preserve {
 template <class F>
 int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
     if (true_colour(img)) {
-        tagRECT rc;
-        if (!clip(img, rect, &rc)) return 0;
+        Area rc;
+        if (!clip_rect(img, rect, &rc)) return 0;
         map_rect_cached(img, rc, fn);
     } else {
         map_colormap(img, fn);
@@ -228,8 +228,8 @@ int kiv::colorbalance(tagRECT* rect, tagKIV_COLORBALANCE* cb) {
         tables_colormap(*this, t);
         return 1;
     }
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     tables_rect(*this, rc, t);
     return 1;
 }

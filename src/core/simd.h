@@ -12,10 +12,11 @@
 #endif
 
 // AVX2 kernels live in files named *_avx2.cpp, compiled for AVX2 alone, and run only when
-// the processor and the operating system support it (kivcore::use_avx2). Such a file holds
-// kernels on raw pointers and nothing the linker could share with other files: no inline
-// function or template of a header other than the intrinsics, so no AVX2 instruction can
-// leak into code that runs on every processor.
+// the processor and the operating system support it (kivcore::use_avx2). Nothing such a file
+// compiles may be shared by the linker with code every processor runs: it includes only the
+// intrinsics, the AVX2 operations set (core/simd_avx2.h, its own namespace) and the
+// templates of x_simd.h headers instantiated with that set, never an inline function or a
+// template of another header, so no AVX2 instruction can leak into common code.
 #if KIV_HAVE_SSE2 && !defined(KIV_NO_AVX2) && (defined(__x86_64__) || defined(_M_X64) || defined(_M_AMD64)) && \
     (defined(__GNUC__) || defined(_MSC_VER))
 #  define KIV_HAVE_AVX2 1
@@ -24,14 +25,25 @@
 #endif
 
 namespace kivcore {
-// Whether the AVX2 kernels run: compiled in, supported by the processor and the operating
-// system, and not switched off. Checked once; every AVX2 kernel gives the bytes of its SSE2
-// and scalar twins.
-bool use_avx2();
-// Whether this processor and operating system could run them (false when not compiled in).
+
+// The one instruction-set switch: the widest vector kernels the library runs. Every vector
+// kernel gives the bytes of its scalar twin, so the switch changes speed only.
+enum class Isa { kScalar = 0, kSse2 = 1, kAvx2 = 2 };
+
+// The kernels that run: the best set compiled in and supported by the processor and the
+// operating system (checked once), at most the cap. Scalar in a KIV_NO_SIMD build.
+Isa isa();
+bool use_sse2();  // isa() >= kSse2
+bool use_avx2();  // isa() == kAvx2
+// Whether this processor and operating system could run the AVX2 kernels (false when they
+// are not compiled in).
 bool cpu_has_avx2();
-// For tests: allow or forbid the AVX2 kernels (they stay off where cpu_has_avx2 is false).
+// For tests: caps the kernels at `most` (kAvx2 lifts the cap), so each path can be held to
+// the same bytes. Process-wide.
+void cap_isa(Isa most);
+// The cap as AVX2 on or off: cap_isa(allowed ? kAvx2 : kSse2).
 void allow_avx2(bool allowed);
+
 }  // namespace kivcore
 
 #if KIV_HAVE_SSE2

@@ -1,4 +1,4 @@
-// Helpers shared by the effects: rectangle checks, intensity, the per-pixel random stream
+// Helpers shared by the effects: the per-pixel random stream
 // and the relief lighting of texturize and bumpmap.
 #ifndef KIV_EFFECT_EFFECT_H
 #define KIV_EFFECT_EFFECT_H
@@ -8,19 +8,19 @@
 #include <vector>
 
 #include "core/parallel.h"
-#include "filter/filter.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kiveffect {
 
-using kivfilter::Area;
-using kivfilter::clamp255;
-using kivfilter::normalise;
-using kivfilter::raise_depth_24;
-using kivfilter::row_ptr;
+using kivcore::Area;
+using kivcore::clamp255;
+using kivcore::clip_rect;
+using kivcore::raise_depth_24;
+using kivcore::row_ptr;
 
-// The library's luminance weights (histogram adjustments use the same).
-inline int intensity(const tagRGBA& p) { return (77 * p.r + 150 * p.g + 29 * p.b) >> 8; }
+// clip_rect for members that hold `this` (texture.cpp's spelling).
+inline bool normalise(kiv* img, tagRECT* rect, Area* out) { return clip_rect(*img, rect, out); }
 
 // Random numbers as a pure function of (seed, x, y, k): no generator state, so the bytes do
 // not depend on the order in which threads visit pixels. splitmix64's finaliser mixes.
@@ -66,10 +66,10 @@ std::vector<int> height_plane(kiv* src, int w, int h, bool invert, Col col, Row 
     std::vector<int> cols(pw);
     for (int i = -1; i <= w; ++i) cols[static_cast<std::size_t>(i + 1)] = col(i);
     kivcore::parallel_for(-1, h + 1, [&](int j) {
-        const tagRGBA* s = row_ptr(src, row(j));
+        const tagRGBA* s = row_ptr(*src, row(j));
         int* o = plane.data() + static_cast<std::size_t>(j + 1) * pw;
         for (std::size_t i = 0; i < pw; ++i) {
-            const int v = intensity(s[cols[i]]);
+            const int v = kivcore::luminance(s[cols[i]].r, s[cols[i]].g, s[cols[i]].b);
             o[i] = invert ? 255 - v : v;
         }
     });

@@ -55,7 +55,7 @@ int wrap(long long v, int n) { return static_cast<int>(((v % n) + n) % n); }
 
 // The bump-mapped rectangle: each pixel's colour times its shade / 255, alpha kept.
 bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a, std::vector<tagRGBA>* out) {
-    if (!normalise(img, rect, a) || !usable(map)) return false;
+    if (!clip_rect(*img, rect, a) || !usable(map)) return false;
     const tagKIV_BUMPMAP p = param ? *param : tagKIV_BUMPMAP{135.0, 45.0, 4, 0};
     Light light;
     if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return false;
@@ -63,13 +63,13 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
     const int left = a->left, top = a->top;
     // Heights are read before anything is written, so map may be the image itself.
     const std::vector<int> heights = height_plane(
-        map, w, h, p.invert != 0, [&](int i) { return kivfilter::clamp_index(left + i, mw); },
-        [&](int j) { return kivfilter::clamp_index(top + j, mh); });
+        map, w, h, p.invert != 0, [&](int i) { return kivcore::clamp_index(left + i, mw); },
+        [&](int j) { return kivcore::clamp_index(top + j, mh); });
     std::vector<BYTE> shade;
     shade_block(light, heights, w, h, &shade);
     out->resize(shade.size());
     kivcore::parallel_for(0, h, [&](int j) {
-        const tagRGBA* s = row_ptr(img, top + j) + left;
+        const tagRGBA* s = row_ptr(*img, top + j) + left;
         const BYTE* sh = shade.data() + static_cast<std::size_t>(j) * w;
         tagRGBA* o = out->data() + static_cast<std::size_t>(j) * w;
         for (int i = 0; i < w; ++i) {
@@ -87,7 +87,7 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
 int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || !usable(texture)) return 0;
+    if (!clip_rect(*this, rect, &a) || !usable(texture)) return 0;
     const tagKIV_TEXTURE p = param ? *param : tagKIV_TEXTURE{135.0, 45.0, 4};
     Light light;
     if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return 0;
@@ -108,10 +108,10 @@ int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
     // Gain in 1/256 steps: a flat texture gives exactly 256, the identity.
     std::vector<int> gain(shade.size());
     for (std::size_t k = 0; k < shade.size(); ++k) gain[k] = shade[k] * 256 / flat;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     const int w = a.w();
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        tagRGBA* q = row_ptr(this, y) + a.left;
+        tagRGBA* q = row_ptr(*this, y) + a.left;
         const int* g = gain.data() + static_cast<std::size_t>((y - a.top) % sh) * sw;
         for (int i = 0, k = 0; i < w; ++i) {
             const int f = g[k];
@@ -128,7 +128,7 @@ int kiv::bumpmap(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param) {
     kiveffect::Area a;
     std::vector<tagRGBA> out;
     if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(this);
+    kiveffect::raise_depth_24(*this);
     setpacket(out.data(), a.left, a.top, a.w(), a.h());
     return 1;
 }
@@ -139,10 +139,10 @@ int kiv::bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode,
     kiveffect::Area a;
     std::vector<tagRGBA> out;
     if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(this);
+    kiveffect::raise_depth_24(*this);
     const int w = a.w();
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        kivfill::blend_row(mode, kiveffect::row_ptr(this, y) + a.left,
+        kivfill::blend_row(mode, kiveffect::row_ptr(*this, y) + a.left,
                            out.data() + static_cast<std::size_t>(y - a.top) * w, w, opacity);
     });
     return 1;

@@ -1,7 +1,6 @@
 // The blend-mode table and its row kernels.
 #include "fill/blend.h"
 
-#include <atomic>
 #include <cstddef>
 #include <utility>
 
@@ -11,13 +10,6 @@
 #endif
 
 namespace kivfill {
-
-namespace {
-std::atomic<bool> g_force_scalar{false};
-}  // namespace
-
-void set_force_scalar_kernels(bool on) { g_force_scalar.store(on, std::memory_order_relaxed); }
-bool force_scalar_kernels() { return g_force_scalar.load(std::memory_order_relaxed); }
 
 namespace {
 
@@ -93,7 +85,7 @@ void blend_mix_run(tagRGBA* p, const tagRGBA* c, int c_step, int n, int op) {
     BYTE* pb = reinterpret_cast<BYTE*>(p);
     int i = 0;
 #if KIV_HAVE_SSE2
-    if (!force_scalar_kernels()) {
+    if (kivcore::use_sse2()) {
         const __m128i zero = _mm_setzero_si128();
         const __m128i one = _mm_set1_epi16(1);
         const short o = static_cast<short>(op), io = static_cast<short>(255 - op);

@@ -7,6 +7,7 @@
 
 #include "fill/blend.h"
 #include "fill/fill_private.h"
+#include "core/toolkit.h"
 
 namespace {
 
@@ -105,7 +106,7 @@ int kiv::gradientfill(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, i
 }
 
 int kiv::gradientfill(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op, int mode) {
-    const kivfill::XYWH b = kivfill::rect_to_box(*this, r);
+    const kivcore::Box b = kivcore::box_of(*this, r);
     return gradient_fill(*this, b.x, b.y, b.w, b.h, stops, n, dir, op, mode);
 }
 

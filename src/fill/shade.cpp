@@ -4,6 +4,7 @@
 
 #include "fill/blend.h"
 #include "fill/fill_private.h"
+#include "core/toolkit.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ int kiv::shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir,
 }
 
 int kiv::shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode) {
-    const kivfill::XYWH b = kivfill::rect_to_box(*this, r);
+    const kivcore::Box b = kivcore::box_of(*this, r);
     return shade_fill(*this, b.x, b.y, b.w, b.h, colors, n, dir, op, mode);
 }
 

@@ -141,7 +141,7 @@ bool edge_vector_roots(bool avx2, const int* n, int count, int* root) {
 int kiv::edge(tagRECT* rect, double strength) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     set_depth_24(this);
     const double s = strength >= 1.0 ? strength : 1.0;  // NaN counts as 1 too
     const int F = static_cast<int>(655360.0 / s);      // 16.16: strength 10 is a gain of 1

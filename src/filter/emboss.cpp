@@ -96,7 +96,7 @@ int emboss_row_sse2(const tagRGBA* const* rows, int x0, int x1, const EmbossLigh
 int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     const tagKIV_EMBOSS p = param ? *param : tagKIV_EMBOSS{30.0, 45.0, 20, 1};
     const unsigned depth = static_cast<unsigned>(p.depth) & 0xFFFFu;
     if (depth == 0 || !std::isfinite(p.azimuth) || !std::isfinite(p.elevation)) return 0;
@@ -130,7 +130,7 @@ int kiv::emboss(tagRECT* rect, tagKIV_EMBOSS* param) {
 int kiv::raise_edge(tagRECT* rect, int n) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     const int w = a.w(), h = a.h();
     if (n < 0 || w < 2LL * n || h < 2LL * n) return 0;
     set_depth_24(this);
@@ -145,7 +145,7 @@ int kiv::raise_edge(tagRECT* rect, int n) {
     auto bottom = [&](tagRGBA& p) { apply(p, 135, 0); };
     // Per row: `side` pixels left, the middle band, `side` pixels right.
     auto band = [&](int j, int side, bool middle, auto&& mid) {
-        tagRGBA* row = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* row = row_ptr(*this, a.top + j) + a.left;
         for (int i = 0; i < side; ++i) left(row[i]);
         if (middle)
             for (int i = side; i < w - side; ++i) mid(row[i]);

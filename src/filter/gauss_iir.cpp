@@ -206,10 +206,10 @@ void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp,
 
 void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
 #if KIV_HAVE_AVX2
-    if (!force_scalar() && kivcore::use_avx2()) return iir_lanes_avx2(c, n, x, yp, out);
+    if (kivcore::use_avx2()) return iir_lanes_avx2(c, n, x, yp, out);
 #endif
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) return iir_lanes_sse2(c, n, x, yp, out);
+    if (kivcore::use_sse2()) return iir_lanes_sse2(c, n, x, yp, out);
 #endif
     iir_lanes<kLanes, kStride>(c, n, x, yp, out);
 }
@@ -324,7 +324,7 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
     const int groups = lanes / kRun;
     for (int g = 0; g < groups; ++g) {
 #if KIV_HAVE_AVX2
-        if (g + 1 < groups && !force_scalar() && kivcore::use_avx2()) {
+        if (g + 1 < groups && kivcore::use_avx2()) {
             iir_lanes2_avx2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane),
                             s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
             ++g;
@@ -413,11 +413,11 @@ bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigne
 int kiv::blur_gauss_iir(tagRECT* rect, double sx, double sy) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
-    tagRGBA* base = row_ptr(this, a.top) + a.left;
+    tagRGBA* base = row_ptr(*this, a.top) + a.left;
     iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
     progress.term();
     return 1;

@@ -69,7 +69,7 @@ void sel_block_sse2(const SelTile& t, int count, double* sum, double* wsum, int 
 int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     if (!(radius <= 127.0)) return 0;  // also refuses NaN
     const kiv copy(*this);  // reads come from the copy, writes go to the image
     if (!copy.m_pixels) return 0;
@@ -94,7 +94,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
 
     const int W = m_width, H = m_height;
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         // Per row, blocks of pixels: each block's neighbourhood converted once to a tile of
         // doubles, then summed by the vector kernel.
         const int tw = kSelBlock + 2 * (n - 1);
@@ -109,7 +109,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                     const int ylo = std::max(0, y - (n - 1)), yhi = std::min(H - 1, y + (n - 1));
                     const SelTile t{tile.data(), yhi - ylo + 1, tw, y - ylo, n, K.data(), thr};
                     const std::size_t plane = static_cast<std::size_t>(t.rows) * tw;
-                    unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(this, y) + a.left);
+                    unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(*this, y) + a.left);
                     for (int x0 = 0; x0 < w; x0 += kSelBlock) {
                         const int count = std::min(kSelBlock, w - x0), padded = (count + 3) & ~3;
                         // Columns X0 .. X0 + cols - 1 of the image; those outside it stand apart.
@@ -190,7 +190,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         }
                     }
                 }
-                unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(this, y) + a.left);
+                unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(*this, y) + a.left);
                 for (int c = 0; c < 3; ++c)
                     for (int i = 0; i < w; ++i) {
                         const double ws = wsum[static_cast<std::size_t>(c) * w + i];

@@ -127,7 +127,7 @@ void pair_conv16_sse2(const PairConv& p) {
 #endif
 
 int pair_width() {
-    if (force_scalar()) return 0;
+    if (!kivcore::use_sse2()) return 0;
 #if KIV_HAVE_AVX2
     if (kivcore::use_avx2()) return 32;
 #endif

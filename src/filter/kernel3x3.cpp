@@ -30,7 +30,7 @@ struct Nb {
     }
 };
 
-inline int clamp255(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+using kivcore::clamp255;
 
 template <int K0, int K1, int K2, int K3, int K4, int K5, int K6, int K7, int K8>
 inline int wsum(const Nb& n, int i) {
@@ -269,7 +269,7 @@ int weighted_row_sse2(const tagRGBA* const* rows, int x0, int x1, const kivfilte
 template <unsigned Mode>
 void run_mode(kiv* img, const kivfilter::Area& a) {
 #if KIV_HAVE_SSE2
-    if (!kivfilter::force_scalar()) {
+    if (kivcore::use_sse2()) {
         kivfilter::run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [](unsigned char*) {
             return [](int, const tagRGBA* const* rows, int w, tagRGBA* out) { mode_row<Mode>(rows, w, out); };
         });
@@ -289,7 +289,7 @@ void run_mode(kiv* img, const kivfilter::Area& a) {
 
 bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
 #if KIV_HAVE_SSE2
-    if (force_scalar()) return false;
+    if (!kivcore::use_sse2()) return false;
     run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [&](unsigned char*) {
         return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
             int e;
@@ -314,7 +314,7 @@ bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
 int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     set_depth_24(this);  // also for a refused mode
     switch (mode) {
         case 0: run_mode<0>(this, a); break;
@@ -340,7 +340,7 @@ int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
 int kiv::filter_custom3x3(tagRECT* rect, int* kernel, int divisor) {
     using namespace kivfilter;
     Area a;
-    if (!kernel || !normalise(this, rect, &a)) return 0;
+    if (!kernel || !clip_rect(*this, rect, &a)) return 0;
     set_depth_24(this);
     std::uint32_t k[9];
     for (int i = 0; i < 9; ++i) k[i] = static_cast<std::uint32_t>(kernel[i]);

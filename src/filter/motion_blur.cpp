@@ -41,7 +41,7 @@ inline int clamp_ll(long long v, int n) { return v < 0 ? 0 : (v >= n ? n - 1 : s
 
 // Clamps a sample position to the image.
 inline const tagRGBA& sample(kiv* img, long long x, long long y) {
-    return row_ptr(img, clamp_ll(y, img->m_height))[clamp_ll(x, img->m_width)];
+    return row_ptr(*img, clamp_ll(y, img->m_height))[clamp_ll(x, img->m_width)];
 }
 
 // Sums samples and stores their rounded mean; alpha comes from the source pixel.
@@ -203,7 +203,7 @@ void wind_sse2(kiv* img, const Area& a, int direction, int strength) {
     };
     if (direction < 2) {
         kivcore::parallel_for(0, h, [&](int q) {
-            tagRGBA* p = row_ptr(img, a.top + q) + a.left;
+            tagRGBA* p = row_ptr(*img, a.top + q) + a.left;
             const __m128i fade = _mm_set1_epi8(static_cast<char>(fade_of(q)));
             __m128i t = z;
             for (int k = 0; k < w; ++k) {
@@ -221,7 +221,7 @@ void wind_sse2(kiv* img, const Area& a, int direction, int strength) {
                 c < w ? static_cast<int>(static_cast<unsigned>(fade_of(c)) * 0x01010101u) : 0;
         std::vector<tagRGBA> trail(4 * static_cast<std::size_t>(ge - gb), tagRGBA{0, 0, 0, 0});
         for (int k = 0; k < h; ++k) {
-            tagRGBA* row = row_ptr(img, a.top + (reverse ? h - 1 - k : k)) + a.left;
+            tagRGBA* row = row_ptr(*img, a.top + (reverse ? h - 1 - k : k)) + a.left;
             for (int g = gb; g < ge; ++g) {
                 const std::size_t at = 4 * static_cast<std::size_t>(g - gb);
                 const int c0 = 4 * g, m = std::min(4, w - c0);
@@ -270,7 +270,7 @@ void blast_sse2(kiv* img, const Area& a, int direction, int strength) {
         kivcore::parallel_chunks(0, h, [&](int qb, int qe) {
             std::vector<tagRGBA> in(static_cast<std::size_t>(w));
             for (int q = qb; q < qe; ++q) {
-                tagRGBA* p = row_ptr(img, a.top + q) + a.left;
+                tagRGBA* p = row_ptr(*img, a.top + q) + a.left;
                 std::copy(p, p + w, in.begin());
                 BlastLine line(streak_length(q, strength));
                 for (int k = 0; k < w; ++k) {
@@ -289,7 +289,7 @@ void blast_sse2(kiv* img, const Area& a, int direction, int strength) {
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h) * sizeof(tagRGBA));
     tagRGBA* const in = block.as<tagRGBA>();
     kivcore::parallel_for(0, h, [&](int j) {
-        const tagRGBA* p = row_ptr(img, a.top + j) + a.left;
+        const tagRGBA* p = row_ptr(*img, a.top + j) + a.left;
         std::copy(p, p + w, in + j * sw);
     });
     kivcore::parallel_chunks(0, w, [&](int cb, int ce) {
@@ -298,7 +298,7 @@ void blast_sse2(kiv* img, const Area& a, int direction, int strength) {
         for (int c = cb; c < ce; ++c) lines.emplace_back(streak_length(c, strength));
         for (int k = 0; k < h; ++k) {
             const int j = reverse ? h - 1 - k : k;
-            tagRGBA* row = row_ptr(img, a.top + j) + a.left;
+            tagRGBA* row = row_ptr(*img, a.top + j) + a.left;
             const tagRGBA* src = in + j * sw;
             for (int c = cb; c < ce; ++c) {
                 BlastLine& line = lines[static_cast<std::size_t>(c - cb)];
@@ -318,8 +318,8 @@ bool streak_args_ok(int direction, int strength) {
 
 int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
     Area a;
-    if (!normalise(this, rect, &a) || !std::isfinite(angle) || distance < 0 || distance > kMaxDistance) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !std::isfinite(angle) || distance < 0 || distance > kMaxDistance) return 0;
+    raise_depth_24(*this);
     if (distance == 0) return 1;
     const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad), s = kivcore::kmath::sin(rad);
     std::vector<long long> dx, dy;
@@ -331,10 +331,10 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
     auto one = [&](int x, int y) {
         Mean m;
         for (std::size_t k = 0; k < dx.size(); ++k) m.add(sample(this, x + dx[k], y + dy[k]));
-        return m.result(row_ptr(this, y)[x].a);
+        return m.result(row_ptr(*this, y)[x].a);
     };
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         // Every pixel takes its samples at the same offsets: a row's sample k of pixels
         // x .. x + 3 is four neighbouring pixels of one row, wherever no column is clamped.
         const long long dxmin = *std::min_element(dx.begin(), dx.end()), dxmax = *std::max_element(dx.begin(), dx.end());
@@ -343,8 +343,8 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
         const int n = static_cast<int>(dx.size());
         per_row(this, a, [&](int y, tagRGBA* o) {
             std::vector<const tagRGBA*> rows(dx.size());
-            for (std::size_t k = 0; k < dx.size(); ++k) rows[k] = row_ptr(this, clamp_ll(y + dy[k], m_height));
-            const tagRGBA* self = row_ptr(this, y);
+            for (std::size_t k = 0; k < dx.size(); ++k) rows[k] = row_ptr(*this, clamp_ll(y + dy[k], m_height));
+            const tagRGBA* self = row_ptr(*this, y);
             int x = a.left;
             for (; x < std::min(x0, a.right); ++x) o[x - a.left] = one(x, y);
             for (; x + 4 <= x1; x += 4) linear4(rows.data(), dx.data(), n, x, self + x, o + (x - a.left));
@@ -359,8 +359,8 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
 
 int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
     Area a;
-    if (!normalise(this, rect, &a) || !(angle >= 0.0 && angle <= 360.0) || !centre_ok(this, cx, cy)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !(angle >= 0.0 && angle <= 360.0) || !centre_ok(this, cx, cy)) return 0;
+    raise_depth_24(*this);
     if (angle == 0.0) return 1;
     const double span = angle * kivcore::kmath::kDegToRad;
     // About one sample per pixel of arc at the farthest corner.
@@ -376,16 +376,16 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
         Mean m;
         for (std::size_t k = 0; k < cs.size(); ++k)
             m.add(sample(this, cx + round_ll(ox * cs[k] - oy * sn[k]), cy + round_ll(ox * sn[k] + oy * cs[k])));
-        return m.result(row_ptr(this, y)[x].a);
+        return m.result(row_ptr(*this, y)[x].a);
     };
 #if KIV_HAVE_AVX2
-    if (!force_scalar() && kivcore::use_avx2()) {
+    if (kivcore::use_avx2()) {
         const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels), m_width, m_width, m_height,
                              static_cast<double>(cx), static_cast<double>(cy)};
         per_row(this, a, [&](int y, tagRGBA* o) {
             const int whole = a.w() / 4 * 4;
             spin_pixels_avx2(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(),
-                             n, whole, reinterpret_cast<const unsigned char*>(row_ptr(this, y) + a.left),
+                             n, whole, reinterpret_cast<const unsigned char*>(row_ptr(*this, y) + a.left),
                              reinterpret_cast<unsigned char*>(o));
             for (int x = a.left + whole; x < a.right; ++x) o[x - a.left] = one(x, y);
         });
@@ -398,8 +398,8 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
 
 int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     Area a;
-    if (!normalise(this, rect, &a) || amount < 0 || amount > kMaxDistance || !centre_ok(this, cx, cy)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || amount < 0 || amount > kMaxDistance || !centre_ok(this, cx, cy)) return 0;
+    raise_depth_24(*this);
     if (amount == 0) return 1;
     const int w = a.w(), n = amount + 1;
     // A pixel's arc depends on its offset from the centre only through |ox| and |oy|: rows
@@ -422,7 +422,7 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA));
     tagRGBA* const out = block.as<tagRGBA>();
 #if KIV_HAVE_AVX2
-    const bool avx2 = !force_scalar() && kivcore::use_avx2();
+    const bool avx2 = kivcore::use_avx2();
     const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels), m_width, m_width, m_height,
                          static_cast<double>(cx), static_cast<double>(cy)};
 #endif
@@ -453,7 +453,7 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
             for (int y : rows) {
                 if (y < 0) continue;
                 const double oy = static_cast<double>(y) - cy;
-                const tagRGBA* src = row_ptr(this, y);
+                const tagRGBA* src = row_ptr(*this, y);
                 tagRGBA* o = out + static_cast<std::size_t>(y - a.top) * w;
                 int x = a.left;
 #if KIV_HAVE_AVX2
@@ -511,8 +511,8 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
 
 int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
     Area a;
-    if (!normalise(this, rect, &a) || amount < 0 || amount > 100 || !centre_ok(this, cx, cy)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || amount < 0 || amount > 100 || !centre_ok(this, cx, cy)) return 0;
+    raise_depth_24(*this);
     if (amount == 0) return 1;
     const double reach = amount / 100.0;
     // The scale of sample k of a pixel with n samples, f[n][k] = 1 - reach k / (n - 1), for
@@ -530,17 +530,17 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
         const double* fn = f.data() + static_cast<std::size_t>(n) * kMaxArcSamples;
         Mean m;
         for (int k = 0; k < n; ++k) m.add(sample(this, cx + round_ll(ox * fn[k]), cy + round_ll(oy * fn[k])));
-        return m.result(row_ptr(this, y)[x].a);
+        return m.result(row_ptr(*this, y)[x].a);
     };
 #if KIV_HAVE_AVX2
-    if (!force_scalar() && kivcore::use_avx2()) {
+    if (kivcore::use_avx2()) {
         // Four neighbours with the same sample count go to the vector kernel together: the
         // products with zero it adds change no position (floor(+-0 + 0.5) = 0 either way).
         const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels), m_width, m_width, m_height,
                              static_cast<double>(cx), static_cast<double>(cy)};
         per_row(this, a, [&](int y, tagRGBA* o) {
             const double oy = static_cast<double>(y) - cy;
-            const tagRGBA* src = row_ptr(this, y);
+            const tagRGBA* src = row_ptr(*this, y);
             int x = a.left;
             for (; x + 4 <= a.right; x += 4) {
                 const double ox = static_cast<double>(x) - cx;
@@ -564,10 +564,10 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
 
 int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
     Area a;
-    if (!normalise(this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
+    raise_depth_24(*this);
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         wind_sse2(this, a, direction, strength);
         return 1;
     }
@@ -588,10 +588,10 @@ int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
 
 int kiv::sblur_blast(tagRECT* rect, int direction, int strength) {
     Area a;
-    if (!normalise(this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
+    raise_depth_24(*this);
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         blast_sse2(this, a, direction, strength);
         return 1;
     }

@@ -49,7 +49,7 @@ std::vector<unsigned char> unsharp_table(int amount, int threshold) {
 void lightness_row(const tagRGBA* p, int n, unsigned char* out) {
     int i = 0;
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         // Byte maxima and minima of each pixel's three channels land in its low byte; the
         // rounded-up average less the odd bit is the floor of the mean.
         const __m128i low = _mm_set1_epi32(0xFF);
@@ -84,7 +84,7 @@ inline void add_to_rgb(tagRGBA& p, int delta) {
 void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b, int n, const unsigned char* t) {
     int i = 0;
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         // A change d as a saturating add of max(d, 0) and subtract of max(-d, 0) on the
         // colour bytes; alpha gets 0 of each.
         auto spread = [](__m128i v) {
@@ -145,8 +145,8 @@ int enhance_span_sse2(const EnhanceRow& e, int x0, int x1, tagRGBA* out) {
 
 int kiv::sharpen2(tagRECT* rect, int strength) {
     Area a;
-    if (!normalise(this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
+    raise_depth_24(*this);
     if (strength == 0) return 1;
     // |S * strength| <= 2040 * 1000 < 2^24: the vector kernels' float quotient is exact.
     const Weighted3x3 k{{-1, -1, -1, -1, 8, -1, -1, -1, -1}, 1, static_cast<float>(strength), 800.0f};
@@ -166,8 +166,8 @@ int kiv::sharpen2(tagRECT* rect, int strength) {
 
 int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
+    raise_depth_24(*this);
     const int w = a.w(), h = a.h();
     const std::size_t W = static_cast<std::size_t>(m_width);
     // The blur reads the image in place; every channel it writes is written before it is
@@ -176,11 +176,11 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     tagRGBA* const blurred = block.as<tagRGBA>();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     LineProgress progress(this, static_cast<long long>(w) + h);
-    iir_blur_block(row_ptr(this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
+    iir_blur_block(row_ptr(*this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
                    &progress);
     progress.term();
     kivcore::parallel_for(0, h, [&](int j) {
-        tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
         const unsigned char* t = lut.data();
         for (int i = 0; i < w; ++i) {
@@ -194,21 +194,21 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
 
 int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
+    raise_depth_24(*this);
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w), n = sw * static_cast<std::size_t>(h);
     // Lightness as a plane of bytes, blurred like the colour channels of unsharp_mask; both
     // planes are written whole before they are read.
     const UnzeroedBlock block(2 * n);
     unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
-    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, light + j * sw); });
+    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
     LineProgress progress(this, static_cast<long long>(w) + h);
     iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
     progress.term();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     kivcore::parallel_for(0, h, [&](int j) {
-        tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         add_changes_row(o, light + j * sw, blurred + j * sw, w, lut.data());
     });
     return 1;
@@ -216,9 +216,9 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
 
 int kiv::enhance(tagRECT* rect, int radius, int amount) {
     Area a;
-    if (!normalise(this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100)
+    if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100)
         return 0;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     if (amount == 0) return 1;
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w);
@@ -226,7 +226,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
     const unsigned char* const L = block.as<unsigned char>();
     kivcore::parallel_for(
-        0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+        0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
     // Box sums are exact integers, so any order gives the same values: per band of rows,
     // column sums over the box's rows slide down one row at a time (a column of 2001
@@ -260,7 +260,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
                 p2[i + 1] = p2[i] + c2[i];
             }
             const unsigned char* l = L + j * sw;
-            tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+            tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
             auto one = [&](int i) {
                 const int i0 = std::max(0, i - radius), i1 = std::min(w, i + radius + 1);
                 const double n = static_cast<double>(j1 - j0) * (i1 - i0);
@@ -278,7 +278,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
             int i = 0;
             for (; i < x0; ++i) one(i);
 #if KIV_HAVE_SSE2
-            if (!force_scalar()) {
+            if (kivcore::use_sse2()) {
                 const int x1 = std::max(x0, w - radius);
                 const EnhanceRow er{p1.data(),  p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1),
                                     gain_scale, radius};

@@ -14,7 +14,7 @@
 
 namespace {
 
-using kivgeom::row_ptr;
+using kivcore::row_ptr;
 
 // The quarter turn works in bands of 16 source rows and tiles of 16 columns: a tile's 16
 // source lines are read once each, and the 16 target lines it fills (64 bytes apiece) are
@@ -116,7 +116,7 @@ void kiv::rotate(int dir) {
         for (int x0 = 0; x0 < W; x0 += kTurnBlock) {
             const int x1 = std::min(W, x0 + kTurnBlock);
 #if KIV_HAVE_SSE2
-            if (x1 - x0 == kTurnBlock && y1 - y0 == kTurnBlock && !kivgeom::force_scalar()) {
+            if (x1 - x0 == kTurnBlock && y1 - y0 == kTurnBlock && kivcore::use_sse2()) {
                 turn_tile_sse2(*this, turned, x0, y0, ccw);
                 continue;
             }

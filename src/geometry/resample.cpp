@@ -28,8 +28,6 @@
 namespace kivgeom {
 namespace {
 
-std::atomic<bool> g_force_scalar{false};
-
 // Most list entries one pass may hold (about 24 GB of weights): larger requests, which only
 // absurd shrink factors make, are refused rather than attempted.
 constexpr long long kMaxEntries = 2LL << 30;
@@ -355,7 +353,7 @@ void hpass_blocks(kiv& src, kiv& dst, const Contributions& c, const std::vector<
 
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         int widest = 1;
         const std::vector<ColumnBlock> blocks = column_blocks(c, dst.m_width, &widest);
         kivcore::parallel_chunks(0, dst.m_height,
@@ -390,7 +388,7 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     const std::size_t strip = static_cast<std::size_t>(kStripPixels) * 4;
     std::vector<double> acc(strip);
 #if KIV_HAVE_SSE2
-    const bool sse = !force_scalar();
+    const bool sse = kivcore::use_sse2();
 #endif
     for (int y = y0; y < y1; ++y) {
         const int* ix = c.idx(y);
@@ -592,7 +590,7 @@ void vpass_ring(kiv& src, kiv& dst, const Contributions& c, int ring, int y0, in
 
 void vpass(kiv& src, kiv& dst, const Contributions& c) {
 #if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (kivcore::use_sse2()) {
         int ring = 1;  // the tallest span of one output row's taps
         for (int y = 0; y < dst.m_height; ++y) {
             const int* ix = c.idx(y);
@@ -612,8 +610,6 @@ void vpass(kiv& src, kiv& dst, const Contributions& c) {
 
 }  // namespace
 
-void set_force_scalar(bool on) { g_force_scalar.store(on); }
-bool force_scalar() { return g_force_scalar.load(std::memory_order_relaxed); }
 
 bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
     dst.destroy();

@@ -15,7 +15,7 @@
 
 namespace {
 
-using kivgeom::row_ptr;
+using kivcore::row_ptr;
 
 // Sample position of output index x on an axis of n source pixels resized to m, in single
 // precision: i = trunc(n * x / m) and its fraction, except that positions at or past the
@@ -223,7 +223,7 @@ int kiv::zoom_linear(int w, int h) {
         m_bits = 24;
         kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
 #if KIV_HAVE_SSE2
-            if (!kivgeom::force_scalar())
+            if (kivcore::use_sse2())
                 return h > m_height ? linear_rows_mixed_sse2(*this, result, tx.data(), ty.data(), y0, y1)
                                     : linear_rows_sse2(*this, result, tx.data(), ty.data(), y0, y1);
 #endif

@@ -4,6 +4,7 @@
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
 #include "support/test_images.h"
+#include "support/paths.h"
 
 using filltest::ref_blend;
 using kivtest::rgba_str;
@@ -81,8 +82,7 @@ TEST(BlendModes, EveryModeMatchesTheFormulasOnRandomColours) {
 // The row kernels (vector and scalar) and the one-colour tables give the per-pixel result.
 TEST(BlendModes, RowKernelsMatchThePixelFunction) {
     kivtest::Rng rng(11);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int, int) {
         for (int mode = 0; mode <= 19; ++mode)
             for (int n : {1, 3, 4, 5, 17, 300}) {
                 const int op = rng.below(3) == 0 ? 255 : 1 + rng.below(255);
@@ -107,6 +107,5 @@ TEST(BlendModes, RowKernelsMatchThePixelFunction) {
                     ASSERT_TRUE(kivtest::same_rgba(weighted[i], c)) << "weighted mode " << mode << " i " << i;
                 }
             }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }

@@ -7,6 +7,7 @@
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
 #include "support/test_images.h"
+#include "support/paths.h"
 
 using filltest::rgb;
 using kivtest::images_equal;
@@ -91,8 +92,7 @@ TEST(GradTable, OddStopsStayInsideTheTable) {
 
 TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
     kivtest::Rng rng(21);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int path, int) {
         for (int round = 0; round < 300; ++round) {
             const int W = 1 + rng.below(300), H = 1 + rng.below(6);
             kiv img = random_image(W, H, round % 9 == 0 ? 4 : 24, 300 + round), want(img);
@@ -113,10 +113,9 @@ TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
                 return tagRGBA{e.peRed, e.peGreen, e.peBlue, 0};
             });
             ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " box " << x << "," << y
-                                                 << " " << w << "x" << h << " scalar " << scalar;
+                                                 << " " << w << "x" << h << " path " << path;
         }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }
 
 TEST(GradientFill, PartExamples) {

@@ -9,6 +9,7 @@
 #include "core/kmath.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
+#include "support/paths.h"
 
 using namespace kivtest;
 using namespace kivfiltertest;
@@ -165,31 +166,6 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
 
 namespace {
 
-// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-void use_path(int path) {
-    kivfilter::set_force_scalar(path == 2);
-    kivcore::allow_avx2(path == 0);
-}
-
-void restore_paths() {
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
-}
-
-// check(path, threads) on every path at one to three threads (band boundaries differ), with
-// the paths and the thread count restored after.
-template <class Check>
-void on_every_path(Check check) {
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            check(path, threads);
-        }
-    restore_paths();
-}
-
 struct Shape {
     int w, h;
     tagRECT r;
@@ -236,19 +212,18 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
                     << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
             }
         }
-    });
+    }, 3);
 }
 
 TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    for (int path = 0; path < 3; ++path)
+    on_every_path([](int path, int) {
         for (unsigned mode : {14u, 15u}) {
-            use_path(path);
             kiv got = smooth_image(61, 43, mode), want(got);
             got.filter_3x3(nullptr, mode);
             ref_3x3(want, nullptr, mode);
             EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
         }
-    restore_paths();
+    });
 }
 
 TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
@@ -386,7 +361,7 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
                     << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
             }
         }
-    });
+    }, 3);
     // sharpen2's whole range: the float quotient truncates as the integer one.
     for (int strength = 1; strength <= 1000; ++strength)
         for (int S = -2040; S <= 2040; ++S)
@@ -442,7 +417,7 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
                 EXPECT_TRUE(images_equal(got, want))
                     << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
             }
-    });
+    }, 3);
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)
@@ -487,7 +462,7 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
                 EXPECT_TRUE(images_equal(got, want))
                     << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
             }
-    });
+    }, 3);
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
