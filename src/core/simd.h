@@ -24,6 +24,16 @@
 #  define KIV_HAVE_AVX2 0
 #endif
 
+// For the per-vector steps of x_simd.h kernels, which must merge into their loops for the
+// sums to stay in registers through the store.
+#if defined(_MSC_VER)
+#  define KIV_SIMD_INLINE __forceinline
+#elif defined(__GNUC__)
+#  define KIV_SIMD_INLINE inline __attribute__((always_inline))
+#else
+#  define KIV_SIMD_INLINE inline
+#endif
+
 namespace kivcore {
 
 // The one instruction-set switch: the widest vector kernels the library runs. Every vector
@@ -44,7 +54,39 @@ void cap_isa(Isa most);
 // The cap as AVX2 on or off: cap_isa(allowed ? kAvx2 : kSse2).
 void allow_avx2(bool allowed);
 
+// The kernel of the widest set that runs, chosen once outside the pixel loops: avx2 where
+// AVX2 runs and the operation has an AVX2 kernel, else sse2 where SSE2 runs, else null
+// (the scalar path). Name the kernels through the macros below.
+template <class Fn>
+Fn pick(Fn avx2, Fn sse2) {
+    const Isa i = isa();
+    return i == Isa::kAvx2 && avx2 ? avx2 : (i >= Isa::kSse2 ? sse2 : nullptr);
+}
+// The same for an operation with an SSE2 kernel only, or an AVX2 kernel only.
+template <class Fn>
+Fn pick_sse2(Fn sse2) {
+    return isa() >= Isa::kSse2 ? sse2 : nullptr;
+}
+template <class Fn>
+Fn pick_avx2(Fn avx2) {
+    return isa() == Isa::kAvx2 ? avx2 : nullptr;
+}
+
 }  // namespace kivcore
+
+// A kernel of a set that is compiled in, else a null pointer of its type: kernels (declared
+// in x_simd.h, defined in x_sse2.cpp and x_avx2.cpp) of a set not compiled have no
+// definition, so operations name them only through these.
+#if KIV_HAVE_SSE2
+#  define KIV_SSE2_KERNEL(f) (&(f))
+#else
+#  define KIV_SSE2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
+#endif
+#if KIV_HAVE_AVX2
+#  define KIV_AVX2_KERNEL(f) (&(f))
+#else
+#  define KIV_AVX2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
+#endif
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>

@@ -191,6 +191,13 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
 template <class Kernel>
 void run_3x3(kiv* img, const Area& a, Kernel kernel);
 
+// run_rows_in_place over 4-byte pixels whose neighbours outside the rectangle repeat its
+// border rows and columns. vec(rows, 1, w - 1, out) may fill pixels 1 .. w - 2 (their
+// neighbours all inside the rectangle) and returns the first pixel it left, 1 if none;
+// pixel(rows, xl, x, xr) makes every other pixel from its own three columns.
+template <class Vec, class Pixel>
+void run_inside_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel);
+
 // run_rows_in_place over 4-byte pixels whose neighbours come from the whole image, clamped to
 // its edges. vec(rows, x0, x1, out) may fill pixels x0 .. x1 - 1 (their neighbours all inside
 // the image) and returns the first pixel it left, x0 if none; pixel(rows, xl, x, xr) makes
@@ -204,11 +211,16 @@ void run_clamped_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel);
 
 namespace kivfilter {
 
+// Rows and pixels as the vector kernels take them: bytes.
+inline const unsigned char* const* bytes(const tagRGBA* const* rows) {
+    return reinterpret_cast<const unsigned char* const*>(rows);
+}
+inline unsigned char* bytes(tagRGBA* p) { return reinterpret_cast<unsigned char*>(p); }
+
 struct Weighted3x3;
 
 // Filters the rectangle in place with the vector kernels of k (rectangle border repeated
-// outward, alpha kept). False, with nothing done, when the portable code is forced or there
-// is no vector code.
+// outward, alpha kept). False, with nothing done, on the scalar path.
 bool weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k);
 
 // Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give

@@ -7,7 +7,7 @@
 #include "core/color_models.h"
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/kernel3x3_avx2.h"
+#include "filter/kernel3x3_simd.h"
 #include "filter/sharpening_avx2.h"
 
 #if KIV_HAVE_SSE2
