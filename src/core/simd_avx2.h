@@ -66,6 +66,9 @@ struct Avx2 {
     static V clamp_0_255_32(V a) { return _mm256_min_epi32(_mm256_max_epi32(a, _mm256_setzero_si256()), _mm256_set1_epi32(255)); }
     static V absdiff16(V a, V b) { return _mm256_abs_epi16(_mm256_sub_epi16(a, b)); }
     static V madd16(V a, V b) { return _mm256_madd_epi16(a, b); }  // pairs of words to dwords
+    // Unsigned bytes of a times signed bytes of b, each pair added to a saturated word (AVX2
+    // only: kernels test for it).
+    static V maddubs16(V a, V b) { return _mm256_maddubs_epi16(a, b); }
     template <int N>
     static V shl16(V a) {
         return _mm256_slli_epi16(a, N);

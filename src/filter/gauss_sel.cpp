@@ -12,57 +12,17 @@
 
 #include "core/parallel.h"
 #include "filter/filter.h"
-#include "filter/gauss_sel.h"
+#include "filter/gauss_sel_simd.h"
 #include "core/kmath.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "core/simd.h"
 
 namespace {
 
+using kivfilter::kSelBlock;
 using kivfilter::SelTile;
 
-// Pixels per block of the vector kernels: the block's tile stays in the first-level cache
-// for the usual radii.
-constexpr int kSelBlock = 64;
 // Stands for a column outside the image: no threshold admits it.
 constexpr double kOutside = -1e10;
-
-#if KIV_HAVE_SSE2
-// sel_block_avx2 with two pixels to a register.
-void sel_block_sse2(const SelTile& t, int count, double* sum, double* wsum, int stride) {
-    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(t.rows) * t.width;
-    const __m128d thr = _mm_set1_pd(t.threshold), sign = _mm_set1_pd(-0.0);
-    for (int i = 0; i < count; i += 2) {
-        const double* at = t.tile + (t.n - 1) + i;
-        __m128d centre[3], s[3], ws[3];
-        for (int c = 0; c < 3; ++c) {
-            centre[c] = _mm_loadu_pd(at + c * plane + static_cast<std::ptrdiff_t>(t.centre_row) * t.width);
-            s[c] = ws[c] = _mm_setzero_pd();
-        }
-        for (int dx = -(t.n - 1); dx <= t.n - 1; ++dx) {
-            const double* kx = t.K + static_cast<std::ptrdiff_t>(dx < 0 ? -dx : dx) * t.n;
-            for (int r = 0; r < t.rows; ++r) {
-                const int dy = r - t.centre_row;
-                const __m128d wt = _mm_set1_pd(kx[dy < 0 ? -dy : dy]);
-                const double* p = at + dx + static_cast<std::ptrdiff_t>(r) * t.width;
-                for (int c = 0; c < 3; ++c) {
-                    const __m128d v = _mm_loadu_pd(p + c * plane);
-                    const __m128d in = _mm_cmple_pd(_mm_andnot_pd(sign, _mm_sub_pd(centre[c], v)), thr);
-                    const __m128d m = _mm_and_pd(in, wt);  // the weight where admitted, else +0
-                    s[c] = _mm_add_pd(s[c], _mm_mul_pd(v, m));
-                    ws[c] = _mm_add_pd(ws[c], m);
-                }
-            }
-        }
-        for (int c = 0; c < 3; ++c) {
-            _mm_storeu_pd(sum + static_cast<std::ptrdiff_t>(c) * stride + i, s[c]);
-            _mm_storeu_pd(wsum + static_cast<std::ptrdiff_t>(c) * stride + i, ws[c]);
-        }
-    }
-}
-#endif
 
 }  // namespace
 
@@ -93,13 +53,11 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             K[static_cast<std::size_t>(i) * n + j] = kivcore::kmath::exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
 
     const int W = m_width, H = m_height;
-#if KIV_HAVE_SSE2
-    if (kivcore::use_sse2()) {
+    if (const auto block = kivcore::pick(KIV_AVX2_KERNEL(sel_block_avx2), KIV_SSE2_KERNEL(sel_block_sse2))) {
         // Per row, blocks of pixels: each block's neighbourhood converted once to a tile of
         // doubles, then summed by the vector kernel.
         const int tw = kSelBlock + 2 * (n - 1);
         const double thr = threshold;
-        const bool avx2 = kivcore::use_avx2();
         for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
             const int y1 = std::min(a.bottom, y0 + kProgressBatch);
             kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
@@ -131,12 +89,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                                 d[2][j] = q.b;
                             }
                         }
-#  if KIV_HAVE_AVX2
-                        if (avx2)
-                            sel_block_avx2(t, padded, sum.data(), wsum.data(), kSelBlock);
-                        else
-#  endif
-                            sel_block_sse2(t, padded, sum.data(), wsum.data(), kSelBlock);
+                        block(t, padded, sum.data(), wsum.data());
                         for (int c = 0; c < 3; ++c)
                             for (int i = 0; i < count; ++i) {
                                 const double ws = wsum[static_cast<std::size_t>(c) * kSelBlock + i];
@@ -152,7 +105,6 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         progress.term();
         return 1;
     }
-#endif
     for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
         const int y1 = std::min(a.bottom, y0 + kProgressBatch);
         kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
