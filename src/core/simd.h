@@ -90,7 +90,23 @@ Fn pick_avx2(Fn avx2) {
 
 #if KIV_HAVE_SSE2
 #  include <emmintrin.h>
+#endif
 
+namespace kivcore {
+
+// Asks the first-level cache for the line at p, for reads the hardware prefetcher cannot
+// foresee (no effect without SSE2).
+inline void prefetch(const void* p) {
+#if KIV_HAVE_SSE2
+    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
+#else
+    (void)p;
+#endif
+}
+
+}  // namespace kivcore
+
+#if KIV_HAVE_SSE2
 namespace kivcore {
 // The first 12 bytes of v as four 3-byte groups spread to four 32-bit lanes, the top byte of
 // each lane 0. SSSE3's byte shuffle is not assumed: group i moves up by i bytes.

@@ -9,7 +9,7 @@
 
 #include "core/kmath.h"
 #include "core/simd.h"
-#include "filter/gauss_iir.h"
+#include "filter/gauss_iir_simd.h"
 #include "core/color_models.h"
 #include "filter/filter.h"
 #include "filter/gauss_rle.h"
