@@ -91,6 +91,9 @@ struct Avx2 {
         return _mm256_srli_epi32(a, N);
     }
 
+    // Quadwords.
+    static V sub64(V a, V b) { return _mm256_sub_epi64(a, b); }
+
     // Unpacks and packs.
     static V unpacklo8(V a, V b) { return _mm256_unpacklo_epi8(a, b); }
     static V unpackhi8(V a, V b) { return _mm256_unpackhi_epi8(a, b); }
@@ -129,6 +132,10 @@ struct Avx2 {
     static D and_pd(D a, D b) { return _mm256_and_pd(a, b); }
     static D andnot_pd(D a, D b) { return _mm256_andnot_pd(a, b); }
     static D cmple_pd(D a, D b) { return _mm256_cmp_pd(a, b, _CMP_LE_OQ); }
+
+    // Bits as doubles and back.
+    static D as_pd(V a) { return _mm256_castsi256_pd(a); }
+    static V as_int(D a) { return _mm256_castpd_si256(a); }
 
     // Dwords and doubles: H is the dwords of one D.
     static H lo_half(V a) { return _mm256_castsi256_si128(a); }

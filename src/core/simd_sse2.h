@@ -91,6 +91,9 @@ struct Sse2 {
         return _mm_srli_epi32(a, N);
     }
 
+    // Quadwords.
+    static V sub64(V a, V b) { return _mm_sub_epi64(a, b); }
+
     // Unpacks and packs.
     static V unpacklo8(V a, V b) { return _mm_unpacklo_epi8(a, b); }
     static V unpackhi8(V a, V b) { return _mm_unpackhi_epi8(a, b); }
@@ -129,6 +132,10 @@ struct Sse2 {
     static D and_pd(D a, D b) { return _mm_and_pd(a, b); }
     static D andnot_pd(D a, D b) { return _mm_andnot_pd(a, b); }
     static D cmple_pd(D a, D b) { return _mm_cmple_pd(a, b); }
+
+    // Bits as doubles and back.
+    static D as_pd(V a) { return _mm_castsi128_pd(a); }
+    static V as_int(D a) { return _mm_castpd_si128(a); }
 
     // Dwords and doubles: H is the dwords of one D.
     static H lo_half(V a) { return a; }
