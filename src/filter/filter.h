@@ -216,6 +216,7 @@ inline const unsigned char* const* bytes(const tagRGBA* const* rows) {
     return reinterpret_cast<const unsigned char* const*>(rows);
 }
 inline unsigned char* bytes(tagRGBA* p) { return reinterpret_cast<unsigned char*>(p); }
+inline const unsigned char* bytes(const tagRGBA* p) { return reinterpret_cast<const unsigned char*>(p); }
 
 struct Weighted3x3;
 
