@@ -9,7 +9,7 @@
 #include "filter/sharpen_reference.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
-#include "geometry/resample_kernels.h"
+#include "geometry/resample_simd.h"
 #include "kiv.h"
 #include "support/test_images.h"
 #include "support/paths.h"
