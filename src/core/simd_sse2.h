@@ -34,6 +34,7 @@ struct Sse2 {
     static V set8(char v) { return _mm_set1_epi8(v); }
     static V set16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
     static V set32(int v) { return _mm_set1_epi32(v); }
+    static V set64(long long v) { return _mm_set1_epi64x(v); }
 
     // Bits.
     static V and_(V a, V b) { return _mm_and_si128(a, b); }
