@@ -40,6 +40,22 @@ inline bool true_colour(const kiv& img) { return img.m_bits >= 24; }
 // Entries an operation on the colour map may touch: none when there is no map.
 inline int map_entries(const kiv& img) { return img.m_map && img.m_colors > 0 ? img.m_colors : 0; }
 
+// The two ways of a per-colour operation: on_rect(rc) on the clipped rectangle of a
+// true-colour image (false, nothing done, when it is empty), or on_map() on the colour map of
+// a palettized one, its pixels then refreshed from the map where refresh is set.
+template <class OnRect, class OnMap>
+bool pixels_or_map(kiv& img, tagRECT* rect, OnRect on_rect, OnMap on_map, bool refresh = true) {
+    if (true_colour(img)) {
+        Area rc;
+        if (!clip_rect(img, rect, &rc)) return false;
+        on_rect(rc);
+    } else {
+        on_map();
+        if (refresh) img.validate_rgb();
+    }
+    return true;
+}
+
 // One byte table per channel.
 struct Tables {
     u8 r[256], g[256], b[256];

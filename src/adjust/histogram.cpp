@@ -168,7 +168,6 @@ u32 enhance_word(u32 w, const ValueRange& vr) {
 }  // namespace
 
 int kiv::autocontrast(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;
     Tables t;
@@ -186,7 +185,6 @@ int kiv::autocontrast(tagRECT* rect) {
 }
 
 int kiv::equalize(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image
@@ -209,7 +207,6 @@ int kiv::equalize(tagRECT* rect) {
 }
 
 int kiv::normalize(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image

@@ -12,16 +12,11 @@ namespace {
 // Applies a table set on either path: the rectangle's pixels (true colour) or the colour
 // map followed by a refresh of the pixels (palettized, rectangle ignored).
 int apply_tables(kiv& img, tagRECT* rect, const Tables& t) {
-    if (!has_pixels(img)) return 0;
-    if (true_colour(img)) {
-        Area rc;
-        if (!clip_rect(img, rect, &rc)) return 0;
-        tables_rect(img, rc, t);
-    } else {
-        tables_colormap(img, t);
-        img.validate_rgb();
-    }
-    return 1;
+    return has_pixels(img) && pixels_or_map(
+                                  img, rect, [&](const Area& rc) { tables_rect(img, rc, t); },
+                                  [&] { tables_colormap(img, t); })
+               ? 1
+               : 0;
 }
 
 void same_for_all(Tables& t, const u8 (&one)[256]) {
@@ -102,7 +97,6 @@ int kiv::bright_contrast(tagRECT* rect, int brightness, int contrast) {
 }
 
 int kiv::gamma_rgb(tagRECT* rect, double red, double green, double blue, double master) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;  // also for palettized images
     int tr[256], tg[256], tb[256], tm[256];
@@ -128,7 +122,6 @@ int kiv::gamma_rgb(tagRECT* rect, double red, double green, double blue, double 
 int kiv::gamma(tagRECT* rect, double g) { return gamma_rgb(rect, 1.0, 1.0, 1.0, g); }
 
 int kiv::adjust_rgb(tagRECT* rect, int red, int green, int blue) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;  // also for palettized images
     Tables t;
@@ -185,18 +178,16 @@ void kiv::invertrect(tagRECT* rect) {
 }
 
 int kiv::desaturate(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    if (true_colour(*this)) {
-        Area rc;
-        if (!clip_rect(*this, rect, &rc)) return 0;
-        for_rows(*this, rc, [](tagRGBA* p, int n) {
-            for (int i = 0; i < n; ++i) store(p + i, desaturate_word(load(p + i)));
-        });
-    } else {
-        map_colormap(*this, desaturate_word);
-        validate_rgb();
-    }
-    return 1;
+    return has_pixels(*this) && pixels_or_map(
+                                    *this, rect,
+                                    [&](const Area& rc) {
+                                        for_rows(*this, rc, [](tagRGBA* p, int n) {
+                                            for (int i = 0; i < n; ++i) store(p + i, desaturate_word(load(p + i)));
+                                        });
+                                    },
+                                    [&] { map_colormap(*this, desaturate_word); })
+               ? 1
+               : 0;
 }
 
 int kiv::posterize(tagRECT* rect, int levels) {
@@ -212,7 +203,6 @@ int kiv::posterize(tagRECT* rect, int levels) {
 }
 
 int kiv::colorify(tagRECT* rect, COLORREF color) {
-    if (!has_pixels(*this)) return 0;
     Area rc;
     if (!clip_rect(*this, rect, &rc)) return 0;
     m_bits = 24;  // whatever it was; a colour map stays but no longer speaks for the pixels

@@ -57,6 +57,24 @@ void each_block_row(kiv* img, int x, int y, int w, int h, Copy copy) {
     }
 }
 
+// Pixel i of a line to and from three bytes of buf (red, green, blue).
+struct ToRgb {
+    unsigned char* buf;
+    void operator()(std::size_t i, const tagRGBA* p) const {
+        buf[3 * i] = p->r;
+        buf[3 * i + 1] = p->g;
+        buf[3 * i + 2] = p->b;
+    }
+};
+struct FromRgb {
+    const unsigned char* buf;
+    void operator()(std::size_t i, tagRGBA* p) const {
+        p->r = buf[3 * i];
+        p->g = buf[3 * i + 1];
+        p->b = buf[3 * i + 2];
+    }
+};
+
 }  // namespace
 
 void kiv::getcol(tagRGBA* buf, int x, int y, int n) {
@@ -68,21 +86,11 @@ void kiv::setcol(tagRGBA* buf, int x, int y, int n) {
 }
 
 void kiv::getcol_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_col(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            buf[3 * i] = p->r;
-            buf[3 * i + 1] = p->g;
-            buf[3 * i + 2] = p->b;
-        });
+    if (buf) each_col(this, x, y, n, ToRgb{buf});
 }
 
 void kiv::setcol_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_col(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            p->r = buf[3 * i];
-            p->g = buf[3 * i + 1];
-            p->b = buf[3 * i + 2];
-        });
+    if (buf) each_col(this, x, y, n, FromRgb{buf});
 }
 
 void kiv::getrow(tagRGBA* buf, int x, int y, int n) {
@@ -95,21 +103,11 @@ void kiv::setrow(tagRGBA* buf, int x, int y, int n) {
 }
 
 void kiv::getrow_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_row_pixel(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            buf[3 * i] = p->r;
-            buf[3 * i + 1] = p->g;
-            buf[3 * i + 2] = p->b;
-        });
+    if (buf) each_row_pixel(this, x, y, n, ToRgb{buf});
 }
 
 void kiv::setrow_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_row_pixel(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            p->r = buf[3 * i];
-            p->g = buf[3 * i + 1];
-            p->b = buf[3 * i + 2];
-        });
+    if (buf) each_row_pixel(this, x, y, n, FromRgb{buf});
 }
 
 void kiv::getpacket(tagRGBA* buf, int x, int y, int w, int h) {

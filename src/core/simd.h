@@ -72,6 +72,25 @@ Fn pick_avx2(Fn avx2) {
     return isa() == Isa::kAvx2 ? avx2 : nullptr;
 }
 
+// Calls f(x) for x = x0, x0 + step, ... and, where pixels are left, once more for the step
+// that ends at x1 (overlapping the one before: row kernels rewrite the same values). Needs
+// x1 - x0 >= step. steps_to_end calls f from one place, which keeps a large f inlined;
+// steps_then_tail from two, which suits a small one (fewer instructions a step).
+template <int Step, class F>
+KIV_SIMD_INLINE void steps_to_end(int x0, int x1, F f) {
+    for (int x = x0;; x += Step) {
+        x = x < x1 - Step ? x : x1 - Step;
+        f(x);
+        if (x == x1 - Step) break;
+    }
+}
+template <int Step, class F>
+KIV_SIMD_INLINE void steps_then_tail(int x0, int x1, F f) {
+    int x = x0;
+    for (; x + Step <= x1; x += Step) f(x);
+    if (x < x1) f(x1 - Step);
+}
+
 }  // namespace kivcore
 
 // A kernel of a set that is compiled in, else a null pointer of its type: kernels (declared

@@ -116,6 +116,14 @@ int blend_mix_of_mode(int mode, unsigned char* p, const unsigned char* c, int c_
 }
 
 }  // namespace
+// The entry points of the kernel file that includes this header after its operations set
+// (core/simd_sse2.h or core/simd_avx2.h).
+#ifdef KIV_SIMD_OPS
+int KIV_SIMD_KERNEL(blend_mix)(int mode, unsigned char* p, const unsigned char* c, int c_step, int n, int op) {
+    return blend_mix_of_mode<KIV_SIMD_OPS>(mode, p, c, c_step, n, op);
+}
+#endif
+
 }  // namespace kivfill
 
 #endif

@@ -3,6 +3,7 @@
 #ifndef KIV_FILL_PRIVATE_H
 #define KIV_FILL_PRIVATE_H
 
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kivfill {
@@ -15,6 +16,14 @@ int solid_fill(kiv& img, long long x, long long y, long long w, long long h, COL
 // when the box lies outside the image.
 int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, const tagRGBA* table, int last, int code,
               int op, int mode);
+
+// A rectangle overload through the (x, y, w, h) form: fill(img, x, y, w, h, args...) on the
+// rectangle as given (null or empty: the whole image).
+template <class Fill, class... Args>
+int over_rect(kiv& img, const tagRECT* r, Fill fill, Args... args) {
+    const kivcore::Box b = kivcore::box_of(img, r);
+    return fill(img, b.x, b.y, b.w, b.h, args...);
+}
 
 }  // namespace kivfill
 

@@ -27,8 +27,7 @@ int kiv::solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode)
 }
 
 int kiv::solidfill(tagRECT* r, COLORREF color, int op, int mode) {
-    const kivcore::Box b = kivcore::box_of(*this, r);
-    return kivfill::solid_fill(*this, b.x, b.y, b.w, b.h, color, op, mode);
+    return kivfill::over_rect(*this, r, kivfill::solid_fill, color, op, mode);
 }
 
 int kiv::fillsolidrect(int x, int y, int w, int h, COLORREF color, int op) {

@@ -70,9 +70,7 @@ int edge_row(const unsigned char* const* rows, int x0, int x1, int f, unsigned c
     constexpr int kPixels = S::kBytes / 4;
     if (x1 - x0 < kPixels) return x0;
     const auto fh = S::set16(f >> 16), fl = S::set16(f & 0xFFFF);
-    int x = x0;
-    for (; x + kPixels <= x1; x += kPixels) edge_pixels<S>(rows, x, fh, fl, out);
-    if (x < x1) edge_pixels<S>(rows, x1 - kPixels, fh, fl, out);  // overlaps: the same values again
+    kivcore::steps_then_tail<kPixels>(x0, x1, [&](int x) { edge_pixels<S>(rows, x, fh, fl, out); });
     return x1;
 }
 
@@ -91,6 +89,17 @@ void edge_roots(const int* n, int count, int* root) {
 }
 
 }  // namespace
+
+// The entry points of the kernel file that includes this header after its operations set
+// (core/simd_sse2.h or core/simd_avx2.h).
+#ifdef KIV_SIMD_OPS
+int KIV_SIMD_KERNEL(edge_row)(const unsigned char* const* rows, int x0, int x1, int f, unsigned char* out) {
+    return edge_row<KIV_SIMD_OPS>(rows, x0, x1, f, out);
+}
+void KIV_SIMD_KERNEL(edge_roots)(const int* n, int count, int* root) {
+    edge_roots<KIV_SIMD_OPS>(n, count, root);
+}
+#endif
 
 }  // namespace kivfilter
 

@@ -67,17 +67,20 @@ int emboss_row(const unsigned char* const* rows, int x0, int x1, const kivcore::
     constexpr int kPixels = S::kBytes / 4;
     if (x1 - x0 < kPixels) return x0;
     const kivcore::ReliefLight L = light;
-    // The last pixels end at x1, overlapping the ones before (the same values again); one
-    // call site, so the kernel is inlined.
-    for (int x = x0;; x += kPixels) {
-        x = x < x1 - kPixels ? x : x1 - kPixels;
-        emboss_pixels<S>(rows, x, L, mono, out);
-        if (x == x1 - kPixels) break;
-    }
+    kivcore::steps_then_tail<kPixels>(x0, x1, [&](int x) { emboss_pixels<S>(rows, x, L, mono, out); });
     return x1;
 }
 
 }  // namespace
+
+// The entry points of the kernel file that includes this header after its operations set
+// (core/simd_sse2.h or core/simd_avx2.h).
+#ifdef KIV_SIMD_OPS
+int KIV_SIMD_KERNEL(emboss_row)(const unsigned char* const* rows, int x0, int x1, const kivcore::ReliefLight& light, int mono,
+                                unsigned char* out) {
+    return emboss_row<KIV_SIMD_OPS>(rows, x0, x1, light, mono, out);
+}
+#endif
 
 }  // namespace kivfilter
 

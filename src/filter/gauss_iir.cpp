@@ -219,17 +219,22 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
         }
     };
     const int whole = used / kRun * kRun;  // lines in whole runs
-    if (Across) {
-        for (int i = 0; i < n; ++i) {
-            // Each row segment lies on its own page, out of the hardware prefetcher's reach.
-            if (i + kAhead < n) kivcore::prefetch(&in(q0, i + kAhead));
-            for (int g = 0; g < whole; g += kRun) get_run(g, i);
-            for (int g = whole; g < lanes; ++g) get(g, i);
+    // Moves count lines into or out of the scratch: across, position by position with whole
+    // runs at a time, each row segment asked for ahead (it lies on its own page, out of the
+    // hardware prefetcher's reach); along, line by line.
+    auto move = [&](int count, auto at, auto one, auto run) {
+        if constexpr (Across) {
+            for (int i = 0; i < n; ++i) {
+                if (i + kAhead < n) kivcore::prefetch(at(i + kAhead));
+                for (int g = 0; g < whole; g += kRun) run(g, i);
+                for (int g = whole; g < count; ++g) one(g, i);
+            }
+        } else {
+            for (int g = 0; g < count; ++g)
+                for (int i = 0; i < n; ++i) one(g, i);
         }
-    } else {
-        for (int g = 0; g < lanes; ++g)
-            for (int i = 0; i < n; ++i) get(g, i);
-    }
+    };
+    move(lanes, [&](int i) { return &in(q0, i); }, get, get_run);
     const int groups = lanes / kRun;
     const auto lanes2 = kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2));
     for (int g = 0; g < groups; ++g) {
@@ -241,16 +246,7 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
         }
         iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
     }
-    if (Across) {
-        for (int i = 0; i < n; ++i) {
-            if (i + kAhead < n) kivcore::prefetch(&outp(q0, i + kAhead));
-            for (int g = 0; g < whole; g += kRun) put_run(g, i);
-            for (int g = whole; g < used; ++g) put(g, i);
-        }
-    } else {
-        for (int g = 0; g < used; ++g)
-            for (int i = 0; i < n; ++i) put(g, i);
-    }
+    move(used, [&](int i) { return &outp(q0, i); }, put, put_run);
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.

@@ -33,6 +33,28 @@ void iir_lanes2_avx2(const IirCoef& c, int n, const unsigned char* x, long long 
 
 namespace {
 
+// acc += the terms of the four positions before position i of a recursion: where position
+// i - k exists (its input and output in ring slot (i - k) & 3), b[k] times its input less
+// d[k] times its output; before the line's start, the steady-state weight e[k] times the
+// line's end value.
+template <class S, int RG>
+KIV_SIMD_INLINE void add_past(typename S::D* acc, int i, const double* b, const double* d, const double* e,
+                              const typename S::D (&xr)[4][RG], const typename S::D (&yr)[4][RG],
+                              const typename S::D (&end)[RG]) {
+    using D = typename S::D;
+    for (int k = 1; k <= 4; ++k) {
+        if (k <= i) {
+            const D bk = S::set_pd(b[k]), dk = S::set_pd(d[k]);
+            const D* xk = xr[(i - k) & 3];
+            const D* yk = yr[(i - k) & 3];
+            for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::sub_pd(S::mul_pd(bk, xk[t]), S::mul_pd(dk, yk[t])));
+        } else {
+            const D ek = S::set_pd(e[k]);
+            for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::mul_pd(ek, end[t]));
+        }
+    }
+}
+
 // G groups of twelve lanes at a 16-byte stride, group g's bytes and outputs plane * g bytes
 // on and its yp n * 12 * g doubles on. Io::load widens a position's twelve bytes to R
 // vectors of doubles and Io::store narrows R clamped vectors back to bytes. Each step's
@@ -56,18 +78,7 @@ void iir_groups(const IirCoef& c, int n, const unsigned char* x, long long plane
         for (int g = 0; g < G; ++g) Io::load(x + g * plane + static_cast<long long>(i) * kStride, xi + R * g);
         // d0 = 0 and the position's own output is still 0, so the k = 0 term is p0 * x.
         for (int t = 0; t < RG; ++t) acc[t] = S::mul_pd(p0, xi[t]);
-        for (int k = 1; k <= 4; ++k) {
-            if (k <= i) {
-                const D pk = S::set_pd(c.p[k]), dk = S::set_pd(c.d[k]);
-                const D* xk = xr[(i - k) & 3];
-                const D* yk = yr[(i - k) & 3];
-                for (int t = 0; t < RG; ++t)
-                    acc[t] = S::add_pd(acc[t], S::sub_pd(S::mul_pd(pk, xk[t]), S::mul_pd(dk, yk[t])));
-            } else {
-                const D e = S::set_pd(c.ep[k]);
-                for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::mul_pd(e, first[t]));
-            }
-        }
+        add_past<S, RG>(acc, i, c.p, c.d, c.ep, xr, yr, first);
         // Slot i & 3 held position i - 4, read above for k = 4.
         for (int t = 0; t < RG; ++t) {
             xr[i & 3][t] = xi[t];
@@ -82,18 +93,7 @@ void iir_groups(const IirCoef& c, int n, const unsigned char* x, long long plane
         for (int g = 0; g < G; ++g) Io::load(x + g * plane + static_cast<long long>(j) * kStride, xj + R * g);
         // m0 = 0 and d0 = 0: the k = 0 term adds nothing.
         for (int t = 0; t < RG; ++t) acc[t] = zero;
-        for (int k = 1; k <= 4; ++k) {
-            if (k <= i) {
-                const D mk = S::set_pd(c.m[k]), dk = S::set_pd(c.d[k]);
-                const D* xk = xr[(i - k) & 3];
-                const D* yk = yr[(i - k) & 3];
-                for (int t = 0; t < RG; ++t)
-                    acc[t] = S::add_pd(acc[t], S::sub_pd(S::mul_pd(mk, xk[t]), S::mul_pd(dk, yk[t])));
-            } else {
-                const D e = S::set_pd(c.em[k]);
-                for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::mul_pd(e, last[t]));
-            }
-        }
+        add_past<S, RG>(acc, i, c.m, c.d, c.em, xr, yr, last);
         for (int g = 0; g < G; ++g) {
             const double* pj = yp + g * yplane + static_cast<long long>(j) * kLanes;
             D v[R];

@@ -69,6 +69,14 @@ void sel_block(const SelTile& tile, int count, double* sum, double* wsum) {
 
 }  // namespace
 
+// The entry points of the kernel file that includes this header after its operations set
+// (core/simd_sse2.h or core/simd_avx2.h).
+#ifdef KIV_SIMD_OPS
+void KIV_SIMD_KERNEL(sel_block)(const SelTile& t, int count, double* sum, double* wsum) {
+    sel_block<KIV_SIMD_OPS>(t, count, sum, wsum);
+}
+#endif
+
 }  // namespace kivfilter
 
 #endif

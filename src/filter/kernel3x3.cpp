@@ -51,24 +51,27 @@ inline int median9(const Nb& n, int i) {
     return p[4];
 }
 
+// The adaptive modes' step from a toward b by the difference d of centre and sharpened value:
+// a up to `from`, then four mixes in tenths, then b.
+inline int step_toward(int a, int b, int d, int from) {
+    if (d <= from) return a;
+    if (d == from + 1) return clamp255(((b + 4 * a) * 2) / 10);
+    if (d == from + 2) return clamp255((4 * b + 6 * a) / 10);
+    if (d == from + 3) return clamp255((6 * b + 4 * a) / 10);
+    if (d == from + 4) return clamp255(((a + 4 * b) * 2) / 10);
+    return b;
+}
+
+// Mode 14 steps from the centre toward the sharpened value, mode 15 from the soft value toward
+// the centre.
 inline int adaptive_sharpen(const Nb& n, int i) {
-    const int O = n(4, i), Sh = sharp3(n, i), d = O > Sh ? O - Sh : Sh - O;
-    if (d <= 7) return O;
-    if (d == 8) return clamp255(((Sh + 4 * O) * 2) / 10);
-    if (d == 9) return clamp255((4 * Sh + 6 * O) / 10);
-    if (d == 10) return clamp255((6 * Sh + 4 * O) / 10);
-    if (d == 11) return clamp255(((O + 4 * Sh) * 2) / 10);
-    return Sh;
+    const int O = n(4, i), Sh = sharp3(n, i);
+    return step_toward(O, Sh, O > Sh ? O - Sh : Sh - O, 7);
 }
 
 inline int adaptive_smooth(const Nb& n, int i) {
-    const int O = n(4, i), Sh = sharp3(n, i), Bl = soft4(n, i), d = O > Sh ? O - Sh : Sh - O;
-    if (d <= 4) return Bl;
-    if (d == 5) return clamp255(((O + 4 * Bl) * 2) / 10);
-    if (d == 6) return clamp255((6 * Bl + 4 * O) / 10);
-    if (d == 7) return clamp255((4 * Bl + 6 * O) / 10);
-    if (d == 8) return clamp255(((Bl + 4 * O) * 2) / 10);
-    return O;
+    const int O = n(4, i), Sh = sharp3(n, i);
+    return step_toward(soft4(n, i), O, O > Sh ? O - Sh : Sh - O, 4);
 }
 
 template <unsigned Mode>

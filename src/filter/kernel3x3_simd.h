@@ -189,9 +189,7 @@ template <class S, unsigned Mode>
 int k3_row(const unsigned char* const* rows, int x0, int x1, unsigned char* out) {
     constexpr int kPixels = S::kBytes / 4;
     if (x1 - x0 < kPixels) return x0;
-    int x = x0;
-    for (; x + kPixels <= x1; x += kPixels) k3_pixels<S, Mode>(rows, x, out);
-    if (x < x1) k3_pixels<S, Mode>(rows, x1 - kPixels, out);  // overlaps: the same values again
+    kivcore::steps_to_end<kPixels>(x0, x1, [&](int x) { k3_pixels<S, Mode>(rows, x, out); });
     return x1;
 }
 
@@ -260,17 +258,22 @@ int weighted_row(const unsigned char* const* rows, int x0, int x1, const Weighte
                        hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0u;
         wp[j] = S::set32(static_cast<int>(lo | hi << 16));
     }
-    // The last pixels end at x1, overlapping the ones before (the same values again); one
-    // call site, so the kernel is inlined.
-    for (int x = x0;; x += kPixels) {
-        x = x < x1 - kPixels ? x : x1 - kPixels;
-        weighted_pixels<S>(rows, x, k, wp, out);
-        if (x == x1 - kPixels) break;
-    }
+    kivcore::steps_to_end<kPixels>(x0, x1, [&](int x) { weighted_pixels<S>(rows, x, k, wp, out); });
     return x1;
 }
 
 }  // namespace
+
+// The entry points of the kernel file that includes this header after its operations set
+// (core/simd_sse2.h or core/simd_avx2.h).
+#ifdef KIV_SIMD_OPS
+int KIV_SIMD_KERNEL(k3_row)(unsigned mode, const unsigned char* const* rows, int x0, int x1, unsigned char* out) {
+    return k3_row_of_mode<KIV_SIMD_OPS>(mode, rows, x0, x1, out);
+}
+int KIV_SIMD_KERNEL(weighted_row)(const unsigned char* const* rows, int x0, int x1, const Weighted3x3& k, unsigned char* out) {
+    return weighted_row<KIV_SIMD_OPS>(rows, x0, x1, k, out);
+}
+#endif
 
 }  // namespace kivfilter
 

@@ -20,9 +20,14 @@ constexpr double kMaxUnsharpRadius = 1000.0;
 constexpr int kMaxUnsharpAmount = 1000;  // percent
 constexpr int kMaxEnhanceRadius = 1000;
 
-bool unsharp_args_ok(double radius, int amount, int threshold) {
-    return radius > 0.0 && radius <= kMaxUnsharpRadius && iir_sigma_ok(radius) && amount >= 0 &&
-           amount <= kMaxUnsharpAmount && threshold >= 0 && threshold <= 255;
+// The checks of unsharp_mask and unsharp_mask2 (rectangle into *a), and their raise to true
+// colour; false when refused.
+bool unsharp_start(kiv* img, tagRECT* rect, double radius, int amount, int threshold, Area* a) {
+    if (!clip_rect(*img, rect, a) || !(radius > 0.0 && radius <= kMaxUnsharpRadius && iir_sigma_ok(radius)) ||
+        amount < 0 || amount > kMaxUnsharpAmount || threshold < 0 || threshold > 255)
+        return false;
+    raise_depth_24(*img);
+    return true;
 }
 
 // O + D * amount / 100 where |D| reaches the threshold, else O.
@@ -92,8 +97,7 @@ int kiv::sharpen2(tagRECT* rect, int strength) {
 
 int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!clip_rect(*this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(*this);
+    if (!unsharp_start(this, rect, radius, amount, threshold, &a)) return 0;
     const int w = a.w(), h = a.h();
     const std::size_t W = static_cast<std::size_t>(m_width);
     // The blur reads the image in place; every channel it writes is written before it is
@@ -120,8 +124,7 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
 
 int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!clip_rect(*this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(*this);
+    if (!unsharp_start(this, rect, radius, amount, threshold, &a)) return 0;
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w), n = sw * static_cast<std::size_t>(h);
     // Lightness as a plane of bytes, blurred like the colour channels of unsharp_mask; both

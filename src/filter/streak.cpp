@@ -62,8 +62,8 @@ void for_strips(int w, int group, Body body) {
 
 // The streak blurs in place with the SSE2 kernels (line: across, rows; columns: along, all
 // the lines of a strip at once).
-template <class Line, class Columns>
-void wind_vector(kiv* img, const Area& a, int direction, int strength, Line line, Columns columns) {
+void wind_vector(kiv* img, const Area& a, int direction, int strength, decltype(&wind_line_sse2) line,
+                 decltype(&wind_columns_sse2) columns) {
     const int w = a.w(), h = a.h();
     const bool reverse = direction == 1 || direction == 3;
     auto fade_of = [&](int line) { return std::max(1, 255 / streak_length(line, strength)); };
@@ -94,8 +94,8 @@ void wind_vector(kiv* img, const Area& a, int direction, int strength, Line line
     });
 }
 
-template <class Line, class Columns>
-void blast_vector(kiv* img, const Area& a, int direction, int strength, Line line, Columns columns) {
+void blast_vector(kiv* img, const Area& a, int direction, int strength, decltype(&blast_line_sse2) line,
+                  decltype(&blast_columns_sse2) columns) {
     const int w = a.w(), h = a.h();
     const bool reverse = direction == 1 || direction == 3;
     if (direction < 2) {
@@ -129,21 +129,26 @@ void blast_vector(kiv* img, const Area& a, int direction, int strength, Line lin
     });
 }
 
-bool streak_args_ok(int direction, int strength) {
-    return direction >= 0 && direction <= 3 && strength >= 1 && strength <= kMaxStreak;
+// What both streak blurs do: check the arguments, raise the depth, then run the vector form
+// (its SSE2 kernels: line across, columns along) where it runs, else line_fn on every line.
+template <class Line, class Columns, class LineFn>
+int streak(kiv* img, tagRECT* rect, int direction, int strength, Line line, Columns columns,
+           void (*vector)(kiv*, const Area&, int, int, Line, Columns), LineFn line_fn) {
+    Area a;
+    if (!clip_rect(*img, rect, &a) || direction < 0 || direction > 3 || strength < 1 || strength > kMaxStreak) return 0;
+    raise_depth_24(*img);
+    if (line)
+        vector(img, a, direction, strength, line, columns);
+    else
+        per_wind_line(img, a, direction, line_fn);
+    return 1;
 }
 
 }  // namespace
 
 int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
-    Area a;
-    if (!clip_rect(*this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
-    raise_depth_24(*this);
-    if (const auto line = kivcore::pick_sse2(KIV_SSE2_KERNEL(wind_line_sse2))) {
-        wind_vector(this, a, direction, strength, line, KIV_SSE2_KERNEL(wind_columns_sse2));
-        return 1;
-    }
-    per_wind_line(this, a, direction, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
+    return streak(this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(wind_line_sse2)),
+                  KIV_SSE2_KERNEL(wind_columns_sse2), wind_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
         // The trail of the brightest recent pixel fades linearly over the streak length.
         const int fade = std::max(1, 255 / streak_length(line, strength));
         int tr = 0, tg = 0, tb = 0;
@@ -154,18 +159,11 @@ int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
             out[k] = tagRGBA{static_cast<BYTE>(tr), static_cast<BYTE>(tg), static_cast<BYTE>(tb), in[k].a};
         }
     });
-    return 1;
 }
 
 int kiv::sblur_blast(tagRECT* rect, int direction, int strength) {
-    Area a;
-    if (!clip_rect(*this, rect, &a) || !streak_args_ok(direction, strength)) return 0;
-    raise_depth_24(*this);
-    if (const auto line = kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2))) {
-        blast_vector(this, a, direction, strength, line, KIV_SSE2_KERNEL(blast_columns_sse2));
-        return 1;
-    }
-    per_wind_line(this, a, direction, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
+    return streak(this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2)),
+                  KIV_SSE2_KERNEL(blast_columns_sse2), blast_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
         // Running mean over the last `len` pixels upwind (fewer at the line's start).
         const int len = streak_length(line, strength);
         int sr = 0, sg = 0, sb = 0;
@@ -184,5 +182,4 @@ int kiv::sblur_blast(tagRECT* rect, int direction, int strength) {
                              static_cast<BYTE>(std::max<int>(in[k].b, (sb + cnt / 2) / cnt)), in[k].a};
         }
     });
-    return 1;
 }

@@ -1,6 +1,4 @@
 // The streak blurs' kernels for SSE2.
-#include <cstring>
-
 #include "core/simd_sse2.h"
 #include "filter/streak_simd.h"
 
@@ -9,15 +7,7 @@ namespace kivfilter {
 
 namespace {
 
-KIV_SIMD_INLINE __m128i load_pixel(const unsigned char* p) {
-    int v;
-    std::memcpy(&v, p, 4);
-    return _mm_cvtsi32_si128(v);
-}
-KIV_SIMD_INLINE void store_pixel(unsigned char* p, __m128i v) {
-    const int x = _mm_cvtsi128_si32(v);
-    std::memcpy(p, &x, 4);
-}
+using kivcore::Sse2;
 
 // The colour bytes of v, the alpha of in.
 KIV_SIMD_INLINE __m128i keep_alpha(__m128i in, __m128i v) {
@@ -37,7 +27,7 @@ KIV_SIMD_INLINE __m128i blast_step(__m128i& sum, int k, int len, __m128i in, con
     const __m128i z = _mm_setzero_si128();
     const __m128i in32 = _mm_unpacklo_epi16(_mm_unpacklo_epi8(in, z), z);
     sum = _mm_add_epi32(sum, in32);
-    if (k >= len) sum = _mm_sub_epi32(sum, _mm_unpacklo_epi16(_mm_unpacklo_epi8(load_pixel(old), z), z));
+    if (k >= len) sum = _mm_sub_epi32(sum, _mm_unpacklo_epi16(_mm_unpacklo_epi8(Sse2::load_pixel(old), z), z));
     const int cnt = k + 1 < len ? k + 1 : len;
     const __m128i mean = _mm_cvttps_epi32(
         _mm_div_ps(_mm_cvtepi32_ps(_mm_add_epi32(sum, _mm_set1_epi32(cnt / 2))), _mm_set1_ps(static_cast<float>(cnt))));
@@ -52,7 +42,7 @@ void wind_line_sse2(unsigned char* p, int n, bool reverse, int fade) {
     __m128i t = _mm_setzero_si128();
     for (int k = 0; k < n; ++k) {
         unsigned char* px = p + 4 * (reverse ? n - 1 - k : k);
-        store_pixel(px, wind_step(t, load_pixel(px), f));
+        Sse2::store_pixel(px, wind_step(t, Sse2::load_pixel(px), f));
     }
 }
 
@@ -72,7 +62,7 @@ void blast_line_sse2(const unsigned char* in, unsigned char* out, int n, bool re
     for (int k = 0; k < n; ++k) {
         const int pos = reverse ? n - 1 - k : k;
         const unsigned char* old = k >= len ? in + 4 * (reverse ? pos + len : pos - len) : nullptr;
-        store_pixel(out + 4 * pos, blast_step(sum, k, len, load_pixel(in + 4 * pos), old));
+        Sse2::store_pixel(out + 4 * pos, blast_step(sum, k, len, Sse2::load_pixel(in + 4 * pos), old));
     }
 }
 
@@ -83,7 +73,7 @@ void blast_columns_sse2(const unsigned char* in, long long stride, int j, int ba
         __m128i* s = reinterpret_cast<__m128i*>(sums + 4 * i);
         __m128i sum = _mm_loadu_si128(s);
         const unsigned char* old = k >= len[i] ? in + 4 * ((j + back * len[i]) * stride + c0 + i) : nullptr;
-        store_pixel(out + 4 * (c0 + i), blast_step(sum, k, len[i], load_pixel(src + 4 * i), old));
+        Sse2::store_pixel(out + 4 * (c0 + i), blast_step(sum, k, len[i], Sse2::load_pixel(src + 4 * i), old));
         _mm_storeu_si128(s, sum);
     }
 }

@@ -60,6 +60,19 @@ bool clip_xywh(kiv& img, int x, int y, int w, int h, tagRECT* out) {
     return img.validaterect(&r, out) != 0;
 }
 
+// pair(top, bottom, width) on the pairs of rows from both ends of the clipped x, y, w, h
+// rectangle, each at its left edge; an odd middle row is deliberately left as it is.
+template <class Pair>
+int row_pairs(kiv& img, int x, int y, int w, int h, Pair pair) {
+    tagRECT r;
+    if (!clip_xywh(img, x, y, w, h, &r)) return 0;
+    const int width = r.right - r.left;
+    kivcore::parallel_for(0, (r.bottom - r.top) / 2, [&](int i) {
+        pair(row_ptr(img, r.top + i) + r.left, row_ptr(img, r.bottom - 1 - i) + r.left, width);
+    });
+    return 1;
+}
+
 }  // namespace
 
 void kiv::rotate(int dir) {
@@ -92,16 +105,9 @@ void kiv::rotate(int dir) {
 }
 
 int kiv::rotate180(int x, int y, int w, int h) {
-    tagRECT r;
-    if (!clip_xywh(*this, x, y, w, h, &r)) return 0;
-    const int width = r.right - r.left, height = r.bottom - r.top;
-    // Pairs of rows from both ends; an odd middle row is deliberately left as it is.
-    kivcore::parallel_for(0, height / 2, [&](int i) {
-        tagRGBA* a = row_ptr(*this, r.top + i) + r.left;
-        tagRGBA* b = row_ptr(*this, r.bottom - 1 - i) + r.left;
+    return row_pairs(*this, x, y, w, h, [](tagRGBA* a, tagRGBA* b, int width) {
         for (int j = 0; j < width; ++j) std::swap(a[j], b[width - 1 - j]);
     });
-    return 1;
 }
 
 int kiv::mirror(int x, int y, int w, int h) {
@@ -115,14 +121,4 @@ int kiv::mirror(int x, int y, int w, int h) {
     return 1;
 }
 
-int kiv::flip(int x, int y, int w, int h) {
-    tagRECT r;
-    if (!clip_xywh(*this, x, y, w, h, &r)) return 0;
-    const int width = r.right - r.left, height = r.bottom - r.top;
-    kivcore::parallel_for(0, height / 2, [&](int i) {
-        tagRGBA* a = row_ptr(*this, r.top + i) + r.left;
-        tagRGBA* b = row_ptr(*this, r.bottom - 1 - i) + r.left;
-        swap_pixels(a, b, width);
-    });
-    return 1;
-}
+int kiv::flip(int x, int y, int w, int h) { return row_pairs(*this, x, y, w, h, swap_pixels); }

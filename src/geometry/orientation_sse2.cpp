@@ -14,12 +14,9 @@ void turn_tile_sse2(const unsigned char* src, long long stride, unsigned char* l
     for (int yy = 0; yy < kTurnBlock; yy += 4) {
         const unsigned char* s = src + 4 * yy * stride;
         for (int xx = 0; xx < kTurnBlock; xx += 4) {
-            __m128i r[4];
-            for (int q = 0; q < 4; ++q) r[q] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * (q * stride + xx)));
-            const __m128i a = _mm_unpacklo_epi32(r[0], r[1]), b = _mm_unpacklo_epi32(r[2], r[3]);
-            const __m128i c = _mm_unpackhi_epi32(r[0], r[1]), d = _mm_unpackhi_epi32(r[2], r[3]);
-            const __m128i col[4] = {_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b), _mm_unpacklo_epi64(c, d),
-                                    _mm_unpackhi_epi64(c, d)};  // col[k]: pixel xx + k of rows yy..yy+3
+            const unsigned char* rows[4] = {s, s + 4 * stride, s + 8 * stride, s + 12 * stride};
+            __m128i col[4];  // col[k]: pixel xx + k of rows yy..yy+3
+            kivcore::Sse2::columns4(rows, 4 * xx, col);
             for (int k = 0; k < 4; ++k) {
                 if (ccw)
                     _mm_store_si128(reinterpret_cast<__m128i*>(&block[xx + k][4 * yy]), col[k]);

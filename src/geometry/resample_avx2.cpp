@@ -198,19 +198,11 @@ void vsum_avx2(const VsumArgs& a) {
 
 void quad_to_pd_avx2(const unsigned char* const* s, int np, double* out) {
     int x = 0;
-    for (; x + 4 <= np; x += 4) {  // a 4 x 4 transpose of pixels: rows in, columns out
-        const long long o = 4LL * x;
-        const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[0] + o));
-        const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[1] + o));
-        const __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[2] + o));
-        const __m128i v3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[3] + o));
-        const __m128i t0 = _mm_unpacklo_epi32(v0, v1), t1 = _mm_unpacklo_epi32(v2, v3);
-        const __m128i t2 = _mm_unpackhi_epi32(v0, v1), t3 = _mm_unpackhi_epi32(v2, v3);
+    for (; x + 4 <= np; x += 4) {  // rows in, columns out
+        __m128i col[4];
+        kivcore::Avx2::columns4(s, 4LL * x, col);
         double* d = out + 12LL * x;
-        quad_pixel_to_pd(_mm_unpacklo_epi64(t0, t1), d);
-        quad_pixel_to_pd(_mm_unpackhi_epi64(t0, t1), d + 12);
-        quad_pixel_to_pd(_mm_unpacklo_epi64(t2, t3), d + 24);
-        quad_pixel_to_pd(_mm_unpackhi_epi64(t2, t3), d + 36);
+        for (int k = 0; k < 4; ++k) quad_pixel_to_pd(col[k], d + 12 * k);
     }
     for (; x < np; ++x) {
         const long long o = 4LL * x;

@@ -18,14 +18,12 @@ namespace {
 // stays in L1 while every contributing row is added in.
 constexpr int kStripPixels = 256;
 
-// The vector kernels of a pass, chosen once for the call.
-struct HKernels {
-    void (*quad_to_pd)(const unsigned char* const*, int, double*);
-    void (*hsum)(const HsumArgs&);
-};
-struct VKernels {
-    void (*rgb_to_pd)(const unsigned char*, int, double*);
-    void (*vsum)(const VsumArgs&);
+// The vector kernels of both passes, chosen once for a pass (all null on the scalar path).
+struct Kernels {
+    decltype(&quad_to_pd_sse2) quad_to_pd = kivcore::pick(KIV_AVX2_KERNEL(quad_to_pd_avx2), KIV_SSE2_KERNEL(quad_to_pd_sse2));
+    decltype(&hsum_sse2) hsum = kivcore::pick(KIV_AVX2_KERNEL(hsum_avx2), KIV_SSE2_KERNEL(hsum_sse2));
+    decltype(&rgb_to_pd_sse2) rgb_to_pd = kivcore::pick(KIV_AVX2_KERNEL(rgb_to_pd_avx2), KIV_SSE2_KERNEL(rgb_to_pd_sse2));
+    decltype(&vsum_sse2) vsum = kivcore::pick(KIV_AVX2_KERNEL(vsum_avx2), KIV_SSE2_KERNEL(vsum_sse2));
 };
 
 // ---- Horizontal pass: every row of src (width = source length) to dst (width n_out).
@@ -91,7 +89,7 @@ std::vector<ColumnBlock> column_blocks(const Contributions& c, int n_out, int* w
 }
 
 void hpass_blocks(kiv& src, kiv& dst, const Contributions& c, const std::vector<ColumnBlock>& blocks, int widest,
-                  int y0, int y1, const HKernels& k) {
+                  int y0, int y1, const Kernels& k) {
     std::vector<double> buf(12 * static_cast<std::size_t>(widest));
     HsumArgs a{};
     a.buf = buf.data();
@@ -124,9 +122,7 @@ void hpass_blocks(kiv& src, kiv& dst, const Contributions& c, const std::vector<
 }  // namespace
 
 void hpass(kiv& src, kiv& dst, const Contributions& c) {
-    const HKernels k{kivcore::pick(KIV_AVX2_KERNEL(quad_to_pd_avx2), KIV_SSE2_KERNEL(quad_to_pd_sse2)),
-                     kivcore::pick(KIV_AVX2_KERNEL(hsum_avx2), KIV_SSE2_KERNEL(hsum_sse2))};
-    if (k.hsum) {
+    if (const Kernels k; k.hsum) {
         int widest = 1;
         const std::vector<ColumnBlock> blocks = column_blocks(c, dst.m_width, &widest);
         kivcore::parallel_chunks(0, dst.m_height,
@@ -190,7 +186,7 @@ int ring_strip(int ring, int width) {
     return std::min(s, width);
 }
 
-void vpass_ring(kiv& src, kiv& dst, const Contributions& c, int ring, int y0, int y1, const VKernels& k) {
+void vpass_ring(kiv& src, kiv& dst, const Contributions& c, int ring, int y0, int y1, const Kernels& k) {
     const int W = dst.m_width, strip = ring_strip(ring, W);
     const std::size_t slot_len = 3 * static_cast<std::size_t>(strip), cap = static_cast<std::size_t>(c.cap);
     std::vector<double> buf(static_cast<std::size_t>(ring) * slot_len);
@@ -253,9 +249,7 @@ void vpass_ring(kiv& src, kiv& dst, const Contributions& c, int ring, int y0, in
 }  // namespace
 
 void vpass(kiv& src, kiv& dst, const Contributions& c) {
-    const VKernels k{kivcore::pick(KIV_AVX2_KERNEL(rgb_to_pd_avx2), KIV_SSE2_KERNEL(rgb_to_pd_sse2)),
-                     kivcore::pick(KIV_AVX2_KERNEL(vsum_avx2), KIV_SSE2_KERNEL(vsum_sse2))};
-    if (k.vsum) {
+    if (const Kernels k; k.vsum) {
         int ring = 1;  // the tallest span of one output row's taps
         for (int y = 0; y < dst.m_height; ++y) {
             const int* ix = c.idx(y);

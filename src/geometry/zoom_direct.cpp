@@ -106,33 +106,34 @@ void linear_rows_vector(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0
 
 bool valid_target(kiv& img, int w, int h) { return img.m_pixels && kivcore::checked_packets(w, h) > 0; }
 
-}  // namespace
-
-int kiv::zoom_pixel(int w, int h) {
-    if (!valid_target(*this, w, h)) return 0;
+// resize_by_table with the tables made from col(x) and row(y), for a valid target size.
+template <class Col, class Row>
+int resize_by_index(kiv& img, int w, int h, Col col, Row row) {
+    if (!valid_target(img, w, h)) return 0;
     try {
-        const long long W = m_width, H = m_height;
         std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
-        // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
-        // enlarging by 2 or more, so they are clamped to the last row.
-        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = clamp_index(W * x / w, m_width);
-        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = clamp_index((H * y + h / 2) / h, m_height);
-        return resize_by_table(*this, w, h, cols, rows);
+        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = col(x);
+        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = row(y);
+        return resize_by_table(img, w, h, cols, rows);
     } catch (const std::bad_alloc&) {
         return 0;
     }
 }
 
+}  // namespace
+
+int kiv::zoom_pixel(int w, int h) {
+    // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
+    // enlarging by 2 or more, so they are clamped to the last row.
+    const long long W = m_width, H = m_height;
+    return resize_by_index(
+        *this, w, h, [&](int x) { return clamp_index(W * x / w, m_width); },
+        [&](int y) { return clamp_index((H * y + h / 2) / h, m_height); });
+}
+
 int kiv::zoom_near(int w, int h) {
-    if (!valid_target(*this, w, h)) return 0;
-    try {
-        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
-        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = nearest_at(x, m_width, w);
-        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = nearest_at(y, m_height, h);
-        return resize_by_table(*this, w, h, cols, rows);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    return resize_by_index(
+        *this, w, h, [&](int x) { return nearest_at(x, m_width, w); }, [&](int y) { return nearest_at(y, m_height, h); });
 }
 
 int kiv::zoom_linear(int w, int h) {

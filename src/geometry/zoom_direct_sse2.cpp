@@ -1,6 +1,5 @@
 // zoom_linear's kernels for SSE2.
 #include <cstddef>
-#include <cstring>
 
 #include "core/simd_sse2.h"
 #include "geometry/zoom_direct_simd.h"
@@ -12,19 +11,17 @@ namespace {
 
 // A 4-byte pixel's channels as four floats.
 KIV_SIMD_INLINE __m128 pixel_ps(const unsigned char* p) {
-    int bits;
-    std::memcpy(&bits, p, 4);
     const __m128i z = _mm_setzero_si128();
-    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), z), z));
+    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(kivcore::Sse2::load_pixel(p), z), z));
 }
 
 // Pixel i of a row of 4-byte pixels.
 KIV_SIMD_INLINE const unsigned char* at(const unsigned char* row, int i) { return row + 4 * static_cast<std::ptrdiff_t>(i); }
 
-// Four floats truncated (after the min) to a pixel's colour bytes, alpha 0.
+// Four dwords in 0 .. 255 to a pixel's colour bytes, alpha 0.
 KIV_SIMD_INLINE void store_rgb(__m128i i, unsigned char* out) {
-    const int v = _mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(i, i), _mm_setzero_si128())) & 0x00FFFFFF;
-    std::memcpy(out, &v, 4);
+    const __m128i b = _mm_packus_epi16(_mm_packs_epi32(i, i), _mm_setzero_si128());
+    kivcore::Sse2::store_pixel(out, _mm_and_si128(b, _mm_set1_epi32(0x00FFFFFF)));
 }
 
 }  // namespace
