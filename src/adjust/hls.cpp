@@ -185,7 +185,8 @@ struct Preserve {
 template <class F>
 int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
     return pixels_or_map(
-               img, rect, [&](const Area& rc) { map_rect_cached(img, rc, fn); }, [&] { map_colormap(img, fn); }, refresh)
+               img, rect, [&](const Area& rc) { map_rect_cached(img, rc, fn); }, [&] { map_colormap(img, fn); },
+               refresh)
                ? 1
                : 0;
 }

@@ -12,9 +12,9 @@ namespace {
 // Applies a table set on either path: the rectangle's pixels (true colour) or the colour
 // map followed by a refresh of the pixels (palettized, rectangle ignored).
 int apply_tables(kiv& img, tagRECT* rect, const Tables& t) {
-    return has_pixels(img) && pixels_or_map(
-                                  img, rect, [&](const Area& rc) { tables_rect(img, rc, t); },
-                                  [&] { tables_colormap(img, t); })
+    return has_pixels(img) &&
+                   pixels_or_map(
+                       img, rect, [&](const Area& rc) { tables_rect(img, rc, t); }, [&] { tables_colormap(img, t); })
                ? 1
                : 0;
 }

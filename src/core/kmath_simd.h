@@ -56,8 +56,9 @@ struct DoubleDouble {
         split(a, &ah, &al);
         split(b, &bh, &bl);
         const D p = S::mul_pd(a, b);
-        return {p, S::add_pd(S::add_pd(S::add_pd(S::sub_pd(S::mul_pd(ah, bh), p), S::mul_pd(ah, bl)), S::mul_pd(al, bh)),
-                             S::mul_pd(al, bl))};
+        return {p,
+                S::add_pd(S::add_pd(S::add_pd(S::sub_pd(S::mul_pd(ah, bh), p), S::mul_pd(ah, bl)), S::mul_pd(al, bh)),
+                          S::mul_pd(al, bl))};
     }
     static dd add(dd x, dd y) {
         dd s = two_sum(x.hi, y.hi);
@@ -95,27 +96,30 @@ struct DoubleDouble {
     // (relative size below 2^-17) run in plain double.
     static dd sin_kernel(dd r) {
         const dd z = mul(r, r);
-        static constexpr double kTail[] = {1.0 / 51090942171709440000.0, -1.0 / 121645100408832000.0,
-                                           1.0 / 355687428096000.0,     -1.0 / 1307674368000.0,
-                                           1.0 / 6227020800.0,          -1.0 / 39916800.0,
-                                           1.0 / 362880.0};  // 1/21! .. 1/9!
-        D t = S::set_pd(-1.0 / 25852016738884976640000.0);  // -1/23!
+        static constexpr double kTail[] = {
+            1.0 / 51090942171709440000.0, -1.0 / 121645100408832000.0, 1.0 / 355687428096000.0, -1.0 / 1307674368000.0,
+            1.0 / 6227020800.0,           -1.0 / 39916800.0,           1.0 / 362880.0};  // 1/21! .. 1/9!
+        D t = S::set_pd(-1.0 / 25852016738884976640000.0);                               // -1/23!
         for (double c : kTail) t = S::add_pd(S::set_pd(c), S::mul_pd(z.hi, t));
         dd p = add(k(-0x1.a01a01a01a01ap-13, -0x1.a01a01a01a01ap-73), mul_d(z, t));  // -1/7!
-        p = add(k(0x1.1111111111111p-7, 0x1.1111111111111p-63), mul(z, p));           // 1/5!
-        p = add(k(-0x1.5555555555555p-3, -0x1.5555555555555p-57), mul(z, p));         // -1/3!
+        p = add(k(0x1.1111111111111p-7, 0x1.1111111111111p-63), mul(z, p));          // 1/5!
+        p = add(k(-0x1.5555555555555p-3, -0x1.5555555555555p-57), mul(z, p));        // -1/3!
         return add(r, mul(mul(r, z), p));
     }
     static dd cos_kernel(dd r) {
         const dd z = mul(r, r);
-        static constexpr double kTail[] = {-1.0 / 1124000727777607680000.0, 1.0 / 2432902008176640000.0,
-                                           -1.0 / 6402373705728000.0,      1.0 / 20922789888000.0,
-                                           -1.0 / 87178291200.0,           1.0 / 479001600.0,
-                                           -1.0 / 3628800.0,               1.0 / 40320.0};  // -1/22! .. 1/8!
+        static constexpr double kTail[] = {-1.0 / 1124000727777607680000.0,
+                                           1.0 / 2432902008176640000.0,
+                                           -1.0 / 6402373705728000.0,
+                                           1.0 / 20922789888000.0,
+                                           -1.0 / 87178291200.0,
+                                           1.0 / 479001600.0,
+                                           -1.0 / 3628800.0,
+                                           1.0 / 40320.0};  // -1/22! .. 1/8!
         D t = S::set_pd(1.0 / 620448401733239439360000.0);  // 1/24!
         for (double c : kTail) t = S::add_pd(S::set_pd(c), S::mul_pd(z.hi, t));
         dd p = add(k(-0x1.6c16c16c16c17p-10, 0x1.f49f49f49f49fp-65), mul_d(z, t));  // -1/6!
-        p = add(k(0x1.5555555555555p-5, 0x1.5555555555555p-59), mul(z, p));          // 1/4!
+        p = add(k(0x1.5555555555555p-5, 0x1.5555555555555p-59), mul(z, p));         // 1/4!
         p = add(k(-0.5, 0.0), mul(z, p));
         return add(k(1.0, 0.0), mul(z, p));
     }

@@ -1,11 +1,10 @@
 // Deterministic sine, cosine and Bessel J1: exact argument reduction (Payne-Hanek), then
 // double-double kernels (kmath_simd.h) rounded once; four arguments at a time through the
 // AVX2 kernel where it runs.
-#include "core/kmath.h"
-
 #include <cmath>
 #include <cstdint>
 
+#include "core/kmath.h"
 #include "core/kmath_impl.h"
 #include "core/simd.h"
 
@@ -23,8 +22,8 @@ constexpr std::uint32_t kTwoOverPi[40] = {
     0xEF2F118B, 0x5A0A6D1F, 0x6D367ECF, 0x27CB09B7, 0x4F463F66, 0x9E5FEA2D, 0x7527BAC7, 0xEBE5F17B,
     0x3D0739F7, 0x8A5292EA, 0x6BFB5FB1, 0x1F8D5D08, 0x56033046, 0xFC7B6BAB, 0xF0CFBC20, 0x9AF4361D};
 
-constexpr int kWords = 8;            // 256 bits of 2/pi per reduction
-constexpr int kLimbs = kWords + 2;   // product of a 53-bit mantissa and kWords words
+constexpr int kWords = 8;           // 256 bits of 2/pi per reduction
+constexpr int kLimbs = kWords + 2;  // product of a 53-bit mantissa and kWords words
 
 struct BigFraction {
     std::uint32_t limb[kLimbs];
@@ -70,8 +69,10 @@ int reduce_pio2(double ax, dd* r) {
     int n = static_cast<int>(p.bits64(q) & 3u);
     for (int i = 0; i < kLimbs; ++i) {  // keep only the fraction
         const int lo = 32 * i;
-        if (lo >= q) p.limb[i] = 0;
-        else if (lo + 32 > q) p.limb[i] &= (1u << (q - lo)) - 1u;
+        if (lo >= q)
+            p.limb[i] = 0;
+        else if (lo + 32 > q)
+            p.limb[i] &= (1u << (q - lo)) - 1u;
     }
     double sign = 1.0;
     if ((p.bits64(q - 1) & 1u) != 0) {  // fraction >= 1/2: take f - 1 instead
@@ -85,8 +86,10 @@ int reduce_pio2(double ax, dd* r) {
         }
         for (int i = 0; i < kLimbs; ++i) {
             const int lo = 32 * i;
-            if (lo >= q) p.limb[i] = 0;
-            else if (lo + 32 > q) p.limb[i] &= (1u << (q - lo)) - 1u;
+            if (lo >= q)
+                p.limb[i] = 0;
+            else if (lo + 32 > q)
+                p.limb[i] &= (1u << (q - lo)) - 1u;
         }
     }
     int h = -1;  // leading bit of the fraction
@@ -104,8 +107,7 @@ int reduce_pio2(double ax, dd* r) {
     const std::uint64_t next = p.bits64(h - 127);
     // f = top * 2^(h-63-q) + next * 2^(h-127-q); both scales stay far inside the normal range.
     const double fhi = static_cast<double>(top >> 11) * pow2(h - 52 - q);
-    const double flo =
-        (static_cast<double>(top & 0x7FFu) * 0x1p64 + static_cast<double>(next)) * pow2(h - 127 - q);
+    const double flo = (static_cast<double>(top & 0x7FFu) * 0x1p64 + static_cast<double>(next)) * pow2(h - 127 - q);
     const dd f = DD::fast_two_sum(fhi, flo);
     const dd rr = DD::mul(f, kPio2);
     *r = {sign * rr.hi, sign * rr.lo};
@@ -120,10 +122,22 @@ void sincos_dd(double x, dd* s, dd* c) {
     if (ax > 0x1.921fb54442d18p-1) n = reduce_pio2(ax, &r);  // beyond the double below pi/4
     const dd sr = DD::sin_kernel(r), cr = DD::cos_kernel(r);
     switch (n) {
-        case 0: *s = sr; *c = cr; break;
-        case 1: *s = cr; *c = DD::neg(sr); break;
-        case 2: *s = DD::neg(sr); *c = DD::neg(cr); break;
-        default: *s = DD::neg(cr); *c = sr; break;
+        case 0:
+            *s = sr;
+            *c = cr;
+            break;
+        case 1:
+            *s = cr;
+            *c = DD::neg(sr);
+            break;
+        case 2:
+            *s = DD::neg(sr);
+            *c = DD::neg(cr);
+            break;
+        default:
+            *s = DD::neg(cr);
+            *c = sr;
+            break;
     }
     if (x < 0.0) *s = DD::neg(*s);
 }
@@ -226,10 +240,18 @@ double bessel_j1(double x) {
             if (k == 1) continue;  // the first Q term is added in double-double below
             // k mod 4: 1 -> +Q, 2 -> -P, 3 -> -Q, 0 -> +P
             switch (k & 3) {
-                case 0: pt += term; break;
-                case 1: qt += term; break;
-                case 2: pt -= term; break;
-                default: qt -= term; break;
+                case 0:
+                    pt += term;
+                    break;
+                case 1:
+                    qt += term;
+                    break;
+                case 2:
+                    pt -= term;
+                    break;
+                default:
+                    qt -= term;
+                    break;
             }
         }
         const dd p = DD::fast_two_sum(1.0, pt);
@@ -249,9 +271,9 @@ bool sincos_degrees(double degrees, double* s, double* c) {
     if (is_nan(degrees) || is_inf(degrees)) return false;
     // Both steps are exact: fmod always is, and d - 90 q is a multiple of ulp(d) smaller
     // than d. (Adding 360 to a negative remainder would round.)
-    const double d = std::fmod(degrees, 360.0);                          // -360..360
+    const double d = std::fmod(degrees, 360.0);                         // -360..360
     const int quadrant = static_cast<int>(std::floor(d / 90.0 + 0.5));  // -4..4
-    const double r = d - 90.0 * quadrant;                                // -45..45
+    const double r = d - 90.0 * quadrant;                               // -45..45
     double sr = 0.0, cr = 1.0;
     if (r != 0.0) {
         // r * pi/180 in double-double so the reduced angle itself adds no rounding.
@@ -260,10 +282,22 @@ bool sincos_degrees(double degrees, double* s, double* c) {
         cr = DD::cos_kernel(t).hi;
     }
     switch (quadrant & 3) {
-        case 0: *s = sr; *c = cr; break;
-        case 1: *s = cr; *c = -sr; break;
-        case 2: *s = -sr; *c = -cr; break;
-        default: *s = -cr; *c = sr; break;
+        case 0:
+            *s = sr;
+            *c = cr;
+            break;
+        case 1:
+            *s = cr;
+            *c = -sr;
+            break;
+        case 2:
+            *s = -sr;
+            *c = -cr;
+            break;
+        default:
+            *s = -cr;
+            *c = sr;
+            break;
     }
     return true;
 }

@@ -27,11 +27,11 @@
 // For the per-vector steps of x_simd.h kernels, which must merge into their loops for the
 // sums to stay in registers through the store.
 #if defined(_MSC_VER)
-#  define KIV_SIMD_INLINE __forceinline
+#define KIV_SIMD_INLINE __forceinline
 #elif defined(__GNUC__)
-#  define KIV_SIMD_INLINE inline __attribute__((always_inline))
+#define KIV_SIMD_INLINE inline __attribute__((always_inline))
 #else
-#  define KIV_SIMD_INLINE inline
+#define KIV_SIMD_INLINE inline
 #endif
 
 namespace kivcore {
@@ -97,14 +97,14 @@ KIV_SIMD_INLINE void steps_then_tail(int x0, int x1, F f) {
 // in x_simd.h, defined in x_sse2.cpp and x_avx2.cpp) of a set not compiled have no
 // definition, so operations name them only through these.
 #if KIV_HAVE_SSE2
-#  define KIV_SSE2_KERNEL(f) (&(f))
+#define KIV_SSE2_KERNEL(f) (&(f))
 #else
-#  define KIV_SSE2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
+#define KIV_SSE2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
 #endif
 #if KIV_HAVE_AVX2
-#  define KIV_AVX2_KERNEL(f) (&(f))
+#define KIV_AVX2_KERNEL(f) (&(f))
 #else
-#  define KIV_AVX2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
+#define KIV_AVX2_KERNEL(f) static_cast<decltype(&(f))>(nullptr)
 #endif
 
 #if KIV_HAVE_SSE2

@@ -13,10 +13,10 @@
 #include "core/simd.h"
 
 #if KIV_HAVE_AVX2
-#  if !defined(__AVX2__)
-#    error "the AVX2 operations set belongs in *_avx2.cpp files, which are compiled for AVX2"
-#  endif
-#  include <immintrin.h>
+#if !defined(__AVX2__)
+#error "the AVX2 operations set belongs in *_avx2.cpp files, which are compiled for AVX2"
+#endif
+#include <immintrin.h>
 
 namespace kivcore {
 
@@ -28,18 +28,20 @@ struct Avx2 {
     static constexpr int kBytes = 32;
     static constexpr int kDoubles = 4;
 
-#  define KIV_OPS(x) _mm256_##x
-#  define KIV_OPS_SI(x) _mm256_##x##_si256
-#  define KIV_OPS_SI_TO(x, y) _mm256_##x##256##y
-#  define KIV_OPS_V __m256i
-#  include "core/simd_ops.h"
+#define KIV_OPS(x) _mm256_##x
+#define KIV_OPS_SI(x) _mm256_##x##_si256
+#define KIV_OPS_SI_TO(x, y) _mm256_##x##256##y
+#define KIV_OPS_V __m256i
+#include "core/simd_ops.h"
 
     // a where mask is all ones, b where it is zero (masks are whole lanes).
     static V choose(V mask, V a, V b) { return _mm256_blendv_epi8(b, a, mask); }
     static V cmplt16(V a, V b) { return _mm256_cmpgt_epi16(b, a); }
     static V absdiff16(V a, V b) { return _mm256_abs_epi16(_mm256_sub_epi16(a, b)); }
     // Dwords clamped to 0 .. 255.
-    static V clamp_0_255_32(V a) { return _mm256_min_epi32(_mm256_max_epi32(a, _mm256_setzero_si256()), _mm256_set1_epi32(255)); }
+    static V clamp_0_255_32(V a) {
+        return _mm256_min_epi32(_mm256_max_epi32(a, _mm256_setzero_si256()), _mm256_set1_epi32(255));
+    }
     static V gt_ps(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_GT_OQ)); }  // all ones where a > b
     static D cmple_pd(D a, D b) { return _mm256_cmp_pd(a, b, _CMP_LE_OQ); }
     static H lo_half(V a) { return _mm256_castsi256_si128(a); }
@@ -53,8 +55,8 @@ struct Avx2 {
 }  // namespace kivcore
 
 // What x_simd.h headers define their entry points with in an AVX2 kernel file.
-#  define KIV_SIMD_OPS kivcore::Avx2
-#  define KIV_SIMD_KERNEL(name) name##_avx2
+#define KIV_SIMD_OPS kivcore::Avx2
+#define KIV_SIMD_KERNEL(name) name##_avx2
 
 #endif
 

@@ -16,16 +16,15 @@
     static V name(V a, V b) { return KIV_OPS(op)(a, b); }
 #define KIV_OP_SI(name, op) \
     static V name(V a, V b) { return KIV_OPS_SI(op)(a, b); }
-#define KIV_OP_SHIFT(name, op) \
-    template <int N>             \
-    static V name(V a) {         \
+#define KIV_OP_SHIFT(name, op)    \
+    template <int N>              \
+    static V name(V a) {          \
         return KIV_OPS(op)(a, N); \
     }
 #define KIV_OP_D(name, op) \
     static D name(D a, D b) { return KIV_OPS(op)(a, b); }
 #define KIV_OP_F(name, op) \
     static F name(F a, F b) { return KIV_OPS(op)(a, b); }
-
 
 // Memory and constants.
 static V load(const void* p) { return KIV_OPS_SI(loadu)(static_cast<const KIV_OPS_V*>(p)); }

@@ -14,12 +14,12 @@
 #include "core/simd.h"
 
 #if KIV_HAVE_SSE2
-#  if defined(KIV_AVX2_UNIT)
-#    error "an AVX2 file includes the SSE2 operations set: its inline members would be compiled for AVX2"
-#  endif
-#  include <emmintrin.h>
+#if defined(KIV_AVX2_UNIT)
+#error "an AVX2 file includes the SSE2 operations set: its inline members would be compiled for AVX2"
+#endif
+#include <emmintrin.h>
 
-#  include <cstring>
+#include <cstring>
 
 namespace kivcore {
 
@@ -31,11 +31,11 @@ struct Sse2 {
     static constexpr int kBytes = 16;
     static constexpr int kDoubles = 2;
 
-#  define KIV_OPS(x) _mm_##x
-#  define KIV_OPS_SI(x) _mm_##x##_si128
-#  define KIV_OPS_SI_TO(x, y) _mm_##x##128##y
-#  define KIV_OPS_V __m128i
-#  include "core/simd_ops.h"
+#define KIV_OPS(x) _mm_##x
+#define KIV_OPS_SI(x) _mm_##x##_si128
+#define KIV_OPS_SI_TO(x, y) _mm_##x##128##y
+#define KIV_OPS_V __m128i
+#include "core/simd_ops.h"
 
     // a where mask is all ones, b where it is zero (masks are whole lanes).
     static V choose(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
@@ -66,8 +66,8 @@ struct Sse2 {
 }  // namespace kivcore
 
 // What x_simd.h headers define their entry points with in an SSE2 kernel file.
-#  define KIV_SIMD_OPS kivcore::Sse2
-#  define KIV_SIMD_KERNEL(name) name##_sse2
+#define KIV_SIMD_OPS kivcore::Sse2
+#define KIV_SIMD_KERNEL(name) name##_sse2
 
 #endif
 

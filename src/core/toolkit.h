@@ -23,7 +23,8 @@ inline bool clip_rect(kiv& img, tagRECT* rect, Area* out) {
     if (!img.m_pixels || img.m_width < 1 || img.m_height < 1) return false;
     tagRECT r;
     if (!img.validaterect(rect, &r) || r.right <= r.left || r.bottom <= r.top) return false;
-    *out = Area{static_cast<int>(r.left), static_cast<int>(r.top), static_cast<int>(r.right), static_cast<int>(r.bottom)};
+    *out =
+        Area{static_cast<int>(r.left), static_cast<int>(r.top), static_cast<int>(r.right), static_cast<int>(r.bottom)};
     return true;
 }
 

@@ -47,7 +47,8 @@ bool make_light(double azimuth, double elevation, int depth, kivcore::ReliefLigh
 // Shades of a w x h block from a plane of heights with a one-pixel frame: heights has
 // (w + 2) x (h + 2) values, row-major, and shade (x, y) comes from the 3x3 block centred
 // on heights (x + 1, y + 1). Rows run through the parallel loop.
-void shade_block(const kivcore::ReliefLight& light, const std::vector<int>& heights, int w, int h, std::vector<BYTE>* shade);
+void shade_block(const kivcore::ReliefLight& light, const std::vector<int>& heights, int w, int h,
+                 std::vector<BYTE>* shade);
 
 // A relief's heights for a w x h block: block pixel (i, j) reads source (col(i), row(j))
 // for i in -1..w, j in -1..h; intensity, inverted (255 - v) when asked.

@@ -85,7 +85,8 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
             const tagRGBA* s = row_ptr(*this, static_cast<int>(yy)) + bx0;
             tagRGBA* o = ring.data() + slot;
             for (std::size_t i = 0; i < bw; ++i, o += K)
-                *o = tagRGBA{s[i].r, s[i].g, s[i].b, static_cast<BYTE>((kivcore::luminance(s[i].r, s[i].g, s[i].b) * levels) >> 8)};
+                *o = tagRGBA{s[i].r, s[i].g, s[i].b,
+                             static_cast<BYTE>((kivcore::luminance(s[i].r, s[i].g, s[i].b) * levels) >> 8)};
         };
         std::vector<int> valid;  // slots holding rows inside the image
         Histogram hist(levels);

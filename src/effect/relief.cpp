@@ -1,7 +1,7 @@
 // Lit reliefs: texturize (a tiled texture's relief modulates brightness) and bumpmap,
 // bumpmap_merge (a height field lit as emboss lights it).
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "core/parallel.h"
@@ -16,7 +16,8 @@ bool make_light(double azimuth, double elevation, int depth, kivcore::ReliefLigh
     return true;
 }
 
-void shade_block(const kivcore::ReliefLight& L, const std::vector<int>& heights, int w, int h, std::vector<BYTE>* shade) {
+void shade_block(const kivcore::ReliefLight& L, const std::vector<int>& heights, int w, int h,
+                 std::vector<BYTE>* shade) {
     const std::size_t pw = static_cast<std::size_t>(w) + 2;
     shade->assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0);
     kivcore::parallel_for(0, h, [&](int j) {

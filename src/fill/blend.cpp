@@ -25,7 +25,6 @@ tagRGBA blend_pixel(tagRGBA d, tagRGBA s) {
 // Pixels blended per pass of the two-pass kernel (a stack buffer of this many colours).
 constexpr int kBlock = 256;
 
-
 // Red, green and blue of p[i] become mix_channel(p, channel_blend<M>(p, c), op), M a mode
 // with has_vector_blend; alpha stays. c_step 0 repeats one colour. The vector kernel first,
 // the rest pixel by pixel.

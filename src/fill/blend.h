@@ -194,12 +194,26 @@ struct RampDirection {
 };
 inline bool resolve_direction(int dir, RampDirection* out) {
     switch (dir) {
-        case 6: case 4: case 7: case 2: *out = RampDirection{dir, false}; return true;
-        case 1: *out = RampDirection{6, true}; return true;
-        case 0: *out = RampDirection{7, true}; return true;
-        case 3: *out = RampDirection{4, true}; return true;
-        case 5: *out = RampDirection{2, true}; return true;
-        default: return false;
+        case 6:
+        case 4:
+        case 7:
+        case 2:
+            *out = RampDirection{dir, false};
+            return true;
+        case 1:
+            *out = RampDirection{6, true};
+            return true;
+        case 0:
+            *out = RampDirection{7, true};
+            return true;
+        case 3:
+            *out = RampDirection{4, true};
+            return true;
+        case 5:
+            *out = RampDirection{2, true};
+            return true;
+        default:
+            return false;
     }
 }
 
@@ -220,9 +234,12 @@ public:
     }
     int index(int column, int row) const {
         switch (code_) {
-            case 6: return row;
-            case 4: return column;
-            default: return (column + row) >> 1;
+            case 6:
+                return row;
+            case 4:
+                return column;
+            default:
+                return (column + row) >> 1;
         }
     }
 

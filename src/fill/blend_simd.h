@@ -77,7 +77,7 @@ int blend_mix(unsigned char* p, const unsigned char* c, int c_step, int n, int o
     constexpr bool blue_green = source_channel(M, 1) == 2;
     const V zero = S::zero(), one = S::set16(1);
     const long long o = op, io = 255 - op;
-    const V w = S::set64(o | o << 16 | o << 32);                   // alpha weight 0
+    const V w = S::set64(o | o << 16 | o << 32);                    // alpha weight 0
     const V iw = S::set64(io | io << 16 | io << 32 | 255LL << 48);  // so alpha stays
     V cconst = S::set32(static_cast<int>(c[0] | (c[1] << 8) | (c[2] << 16)));
     if (blue_green) cconst = blue_for_green<S>(cconst);
@@ -103,15 +103,25 @@ int blend_mix(unsigned char* p, const unsigned char* c, int c_step, int n, int o
 template <class S>
 int blend_mix_of_mode(int mode, unsigned char* p, const unsigned char* c, int c_step, int n, int op) {
     switch (mode) {
-        case kNormal: case 9: return blend_mix<S, kNormal>(p, c, c_step, n, op);
-        case kDarken: return blend_mix<S, kDarken>(p, c, c_step, n, op);
-        case kLighten: return blend_mix<S, kLighten>(p, c, c_step, n, op);
-        case kMultiply: return blend_mix<S, kMultiply>(p, c, c_step, n, op);
-        case kScreen: return blend_mix<S, kScreen>(p, c, c_step, n, op);
-        case kDifference: return blend_mix<S, kDifference>(p, c, c_step, n, op);
-        case kAdd: return blend_mix<S, kAdd>(p, c, c_step, n, op);
-        case kSubtract: return blend_mix<S, kSubtract>(p, c, c_step, n, op);
-        default: return 0;
+        case kNormal:
+        case 9:
+            return blend_mix<S, kNormal>(p, c, c_step, n, op);
+        case kDarken:
+            return blend_mix<S, kDarken>(p, c, c_step, n, op);
+        case kLighten:
+            return blend_mix<S, kLighten>(p, c, c_step, n, op);
+        case kMultiply:
+            return blend_mix<S, kMultiply>(p, c, c_step, n, op);
+        case kScreen:
+            return blend_mix<S, kScreen>(p, c, c_step, n, op);
+        case kDifference:
+            return blend_mix<S, kDifference>(p, c, c_step, n, op);
+        case kAdd:
+            return blend_mix<S, kAdd>(p, c, c_step, n, op);
+        case kSubtract:
+            return blend_mix<S, kSubtract>(p, c, c_step, n, op);
+        default:
+            return 0;
     }
 }
 

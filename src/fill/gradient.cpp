@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
-#include "core/toolkit.h"
 
 namespace {
 

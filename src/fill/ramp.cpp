@@ -2,9 +2,9 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
-#include "core/toolkit.h"
 
 namespace kivfill {
 
@@ -65,8 +65,9 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         // Every row sees the same colours: gather them once.
         std::vector<tagRGBA> run(static_cast<std::size_t>(cols));
         for (int j = 0; j < cols; ++j) run[j] = table[column[j]];
-        kivcore::parallel_for(box.top, box.bottom,
-                              [&](int row) { blend_row(mode, kivcore::row_ptr(img, row) + box.left, run.data(), cols, op); });
+        kivcore::parallel_for(box.top, box.bottom, [&](int row) {
+            blend_row(mode, kivcore::row_ptr(img, row) + box.left, run.data(), cols, op);
+        });
         return 1;
     }
 

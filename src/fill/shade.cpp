@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <array>
 
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
-#include "core/toolkit.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Gradient-magnitude edge detector (edge) and the rounded integer square root.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 
 #include "core/simd.h"
 #include "filter/edge_simd.h"

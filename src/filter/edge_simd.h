@@ -46,7 +46,8 @@ KIV_SIMD_INLINE typename S::V magnitudes(typename S::V gx, typename S::V gy, typ
 // One vector of pixels from x on. Only four neighbours enter gx (not TR, BL): the defined
 // look.
 template <class S>
-KIV_SIMD_INLINE void edge_pixels(const unsigned char* const* rows, int x, typename S::V fh, typename S::V fl, unsigned char* out) {
+KIV_SIMD_INLINE void edge_pixels(const unsigned char* const* rows, int x, typename S::V fh, typename S::V fl,
+                                 unsigned char* out) {
     using V = typename S::V;
     const V z = S::zero();
     V p[9], v[2];
@@ -96,9 +97,7 @@ void edge_roots(const int* n, int count, int* root) {
 int KIV_SIMD_KERNEL(edge_row)(const unsigned char* const* rows, int x0, int x1, int f, unsigned char* out) {
     return edge_row<KIV_SIMD_OPS>(rows, x0, x1, f, out);
 }
-void KIV_SIMD_KERNEL(edge_roots)(const int* n, int count, int* root) {
-    edge_roots<KIV_SIMD_OPS>(n, count, root);
-}
+void KIV_SIMD_KERNEL(edge_roots)(const int* n, int count, int* root) { edge_roots<KIV_SIMD_OPS>(n, count, root); }
 #endif
 
 }  // namespace kivfilter

@@ -1,6 +1,6 @@
 // Lit relief (emboss) and bevelled frame (raise_edge).
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 
 #include "core/relief_light.h"
 #include "core/simd.h"

@@ -4,7 +4,6 @@
 #define KIV_FILTER_EMBOSS_SIMD_H
 
 #include "core/relief_light.h"
-
 #include "core/simd.h"
 
 namespace kivfilter {
@@ -28,7 +27,8 @@ namespace {
 template <class S>
 KIV_SIMD_INLINE typename S::H emboss_shades(typename S::H nx, typename S::H ny, const kivcore::ReliefLight& L) {
     const auto x = S::to_pd(nx), y = S::to_pd(ny);
-    const auto t = S::add_pd(S::add_pd(S::mul_pd(x, S::set_pd(L.lx)), S::mul_pd(y, S::set_pd(L.ly))), S::set_pd(L.nzlz));
+    const auto t =
+        S::add_pd(S::add_pd(S::mul_pd(x, S::set_pd(L.lx)), S::mul_pd(y, S::set_pd(L.ly))), S::set_pd(L.nzlz));
     const auto d = S::to_pd(S::trunc_pd(t));
     const auto q = S::add_pd(S::add_pd(S::mul_pd(x, x), S::mul_pd(y, y)), S::set_pd(L.nz2));
     return S::trunc_pd(S::div_pd(d, S::sqrt_pd(q)));
@@ -36,7 +36,8 @@ KIV_SIMD_INLINE typename S::H emboss_shades(typename S::H nx, typename S::H ny, 
 
 // One vector of pixels from x on.
 template <class S>
-KIV_SIMD_INLINE void emboss_pixels(const unsigned char* const* rows, int x, const kivcore::ReliefLight& L, int mono, unsigned char* out) {
+KIV_SIMD_INLINE void emboss_pixels(const unsigned char* const* rows, int x, const kivcore::ReliefLight& L, int mono,
+                                   unsigned char* out) {
     using V = typename S::V;
     const V red = S::set32(0xFF), z = S::zero();
     V h[9];
@@ -44,7 +45,8 @@ KIV_SIMD_INLINE void emboss_pixels(const unsigned char* const* rows, int x, cons
         if (k != 4) h[k] = S::and_(S::load(rows[k / 3] + 4 * (x - 1 + k % 3)), red);
     const V nx = S::sub32(S::add32(S::add32(h[0], h[3]), h[6]), S::add32(S::add32(h[2], h[5]), h[8]));
     const V ny = S::sub32(S::add32(S::add32(h[6], h[7]), h[8]), S::add32(S::add32(h[0], h[1]), h[2]));
-    V s = S::join(emboss_shades<S>(S::lo_half(nx), S::lo_half(ny), L), emboss_shades<S>(S::hi_half(nx), S::hi_half(ny), L));
+    V s = S::join(emboss_shades<S>(S::lo_half(nx), S::lo_half(ny), L),
+                  emboss_shades<S>(S::hi_half(nx), S::hi_half(ny), L));
     // 0 .. 255, then the flat shade where Nx = Ny = 0; shade of pixel i in dword i.
     s = S::choose(S::cmpeq32(S::or_(nx, ny), z), S::set32(L.flat), S::clamp_0_255_32(s));
     V v;
@@ -76,8 +78,8 @@ int emboss_row(const unsigned char* const* rows, int x0, int x1, const kivcore::
 // The entry points of the kernel file that includes this header after its operations set
 // (core/simd_sse2.h or core/simd_avx2.h).
 #ifdef KIV_SIMD_OPS
-int KIV_SIMD_KERNEL(emboss_row)(const unsigned char* const* rows, int x0, int x1, const kivcore::ReliefLight& light, int mono,
-                                unsigned char* out) {
+int KIV_SIMD_KERNEL(emboss_row)(const unsigned char* const* rows, int x0, int x1, const kivcore::ReliefLight& light,
+                                int mono, unsigned char* out) {
     return emboss_row<KIV_SIMD_OPS>(rows, x0, x1, light, mono, out);
 }
 #endif

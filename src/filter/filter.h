@@ -12,20 +12,19 @@
 #include <utility>
 #include <vector>
 
-#include "kiv.h"
-
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "core/simd.h"
 #include "core/toolkit.h"
+#include "kiv.h"
 
 namespace kivfilter {
 
 using kivcore::Area;
 using kivcore::clamp255;
-using kivcore::clip_rect;
 using kivcore::clamp_index;
 using kivcore::clamp_trunc_byte;
+using kivcore::clip_rect;
 using kivcore::raise_depth_24;
 using kivcore::row_ptr;
 

@@ -4,16 +4,16 @@
 // Every line is an independent recursion, so lines are filtered several at a time: each
 // lane of the inner loops is one channel of one line and runs exactly the scalar sequence
 // of operations, which keeps the result identical to filtering the lines one by one.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
-#include "core/parallel.h"
-#include "filter/filter.h"
 #include "core/kmath.h"
-#include "filter/gauss_iir_simd.h"
+#include "core/parallel.h"
 #include "core/simd.h"
+#include "filter/filter.h"
+#include "filter/gauss_iir_simd.h"
 
 namespace kivfilter {
 
@@ -234,19 +234,21 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
                 for (int i = 0; i < n; ++i) one(g, i);
         }
     };
-    move(lanes, [&](int i) { return &in(q0, i); }, get, get_run);
+    move(
+        lanes, [&](int i) { return &in(q0, i); }, get, get_run);
     const int groups = lanes / kRun;
     const auto lanes2 = kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2));
     for (int g = 0; g < groups; ++g) {
         if (g + 1 < groups && lanes2) {
-            lanes2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane),
-                            s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
+            lanes2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane), s.yp.data(),
+                   s.out.data() + static_cast<std::size_t>(g) * plane);
             ++g;
             continue;
         }
         iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
     }
-    move(used, [&](int i) { return &outp(q0, i); }, put, put_run);
+    move(
+        used, [&](int i) { return &outp(q0, i); }, put, put_run);
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.

@@ -9,13 +9,13 @@
 namespace kivfilter {
 
 struct IirCoef {
-    double p[5];   // causal numerator
-    double d[5];   // denominator (d[0] = 0)
-    double m[5];   // anticausal numerator (m[0] = 0)
-    double ep[5];  // p[k] - G+ d[k]: weight of a sample before the line's start
-    double em[5];  // m[k] - G- d[k]: weight of a sample after the line's end
-    double gp, gm; // steady-state gains G+ and G-
-    bool ok;       // every coefficient finite
+    double p[5];    // causal numerator
+    double d[5];    // denominator (d[0] = 0)
+    double m[5];    // anticausal numerator (m[0] = 0)
+    double ep[5];   // p[k] - G+ d[k]: weight of a sample before the line's start
+    double em[5];   // m[k] - G- d[k]: weight of a sample after the line's end
+    double gp, gm;  // steady-state gains G+ and G-
+    bool ok;        // every coefficient finite
 };
 
 IirCoef iir_coefficients(double sigma);
@@ -28,8 +28,7 @@ void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp,
 void iir_lanes_avx2(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out);
 // Two such groups at once, the second's bytes and outputs `plane` bytes after the first's
 // and its yp n * 12 doubles after; the same results as two calls of iir_lanes_avx2.
-void iir_lanes2_avx2(const IirCoef& c, int n, const unsigned char* x, long long plane, double* yp,
-                     unsigned char* out);
+void iir_lanes2_avx2(const IirCoef& c, int n, const unsigned char* x, long long plane, double* yp, unsigned char* out);
 
 namespace {
 
@@ -47,7 +46,8 @@ KIV_SIMD_INLINE void add_past(typename S::D* acc, int i, const double* b, const 
             const D bk = S::set_pd(b[k]), dk = S::set_pd(d[k]);
             const D* xk = xr[(i - k) & 3];
             const D* yk = yr[(i - k) & 3];
-            for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::sub_pd(S::mul_pd(bk, xk[t]), S::mul_pd(dk, yk[t])));
+            for (int t = 0; t < RG; ++t)
+                acc[t] = S::add_pd(acc[t], S::sub_pd(S::mul_pd(bk, xk[t]), S::mul_pd(dk, yk[t])));
         } else {
             const D ek = S::set_pd(e[k]);
             for (int t = 0; t < RG; ++t) acc[t] = S::add_pd(acc[t], S::mul_pd(ek, end[t]));

@@ -23,7 +23,8 @@ struct Io {
     // Six pairs of doubles in 0 .. 255 to bytes 0..11 of out (bytes 12..15 become 0).
     static KIV_SIMD_INLINE void store(const __m128d* v, unsigned char* out) {
         __m128i q[3];
-        for (int t = 0; t < 3; ++t) q[t] = _mm_unpacklo_epi64(_mm_cvttpd_epi32(v[2 * t]), _mm_cvttpd_epi32(v[2 * t + 1]));
+        for (int t = 0; t < 3; ++t)
+            q[t] = _mm_unpacklo_epi64(_mm_cvttpd_epi32(v[2 * t]), _mm_cvttpd_epi32(v[2 * t + 1]));
         const __m128i b = _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], _mm_setzero_si128()));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out), b);
     }

@@ -6,15 +6,15 @@
 // scalar one. A neighbour that does not qualify adds a zero (its value times a weight of
 // +0), which leaves the sum unchanged; so does one outside the image, which is how the
 // vector kernels skip it.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
+#include "core/kmath.h"
 #include "core/parallel.h"
+#include "core/simd.h"
 #include "filter/filter.h"
 #include "filter/gauss_sel_simd.h"
-#include "core/kmath.h"
-#include "core/simd.h"
 
 namespace {
 

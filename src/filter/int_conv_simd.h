@@ -152,12 +152,8 @@ void pair_conv16(const PairConv& p) {
 // The entry points of the kernel file that includes this header after its operations set
 // (core/simd_sse2.h or core/simd_avx2.h).
 #ifdef KIV_SIMD_OPS
-void KIV_SIMD_KERNEL(pair_conv)(const PairConv& p) {
-    pair_conv<KIV_SIMD_OPS>(p);
-}
-void KIV_SIMD_KERNEL(pair_conv16)(const PairConv& p) {
-    pair_conv16<KIV_SIMD_OPS>(p);
-}
+void KIV_SIMD_KERNEL(pair_conv)(const PairConv& p) { pair_conv<KIV_SIMD_OPS>(p); }
+void KIV_SIMD_KERNEL(pair_conv16)(const PairConv& p) { pair_conv16<KIV_SIMD_OPS>(p); }
 #endif
 
 }  // namespace kivfilter

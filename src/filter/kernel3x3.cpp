@@ -134,9 +134,11 @@ tagRGBA weighted_pixel(const tagRGBA* const* rows, int xl, int x, int xr, const 
 
 template <unsigned Mode>
 void run_mode(kiv* img, const kivfilter::Area& a) {
-    if (const auto row = kivcore::pick(KIV_AVX2_KERNEL(kivfilter::k3_row_avx2), KIV_SSE2_KERNEL(kivfilter::k3_row_sse2))) {
+    if (const auto row =
+            kivcore::pick(KIV_AVX2_KERNEL(kivfilter::k3_row_avx2), KIV_SSE2_KERNEL(kivfilter::k3_row_sse2))) {
         kivfilter::run_inside_3x3(
-            img, a, [row](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+            img, a,
+            [row](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
                 return row(Mode, kivfilter::bytes(rows), x0, x1, kivfilter::bytes(out));
             },
             mode_pixel<Mode>);
@@ -157,7 +159,10 @@ bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
     const auto row = kivcore::pick(KIV_AVX2_KERNEL(weighted_row_avx2), KIV_SSE2_KERNEL(weighted_row_sse2));
     if (!row) return false;
     run_inside_3x3(
-        img, a, [&](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) { return row(bytes(rows), x0, x1, k, bytes(out)); },
+        img, a,
+        [&](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+            return row(bytes(rows), x0, x1, k, bytes(out));
+        },
         [&](const tagRGBA* const* rows, int xl, int x, int xr) { return weighted_pixel(rows, xl, x, xr, k); });
     return true;
 }

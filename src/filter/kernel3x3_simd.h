@@ -196,22 +196,38 @@ int k3_row(const unsigned char* const* rows, int x0, int x1, unsigned char* out)
 template <class S>
 int k3_row_of_mode(unsigned mode, const unsigned char* const* rows, int x0, int x1, unsigned char* out) {
     switch (mode) {
-        case 0: return k3_row<S, 0>(rows, x0, x1, out);
-        case 1: return k3_row<S, 1>(rows, x0, x1, out);
-        case 3: return k3_row<S, 3>(rows, x0, x1, out);
-        case 4: return k3_row<S, 4>(rows, x0, x1, out);
-        case 5: return k3_row<S, 5>(rows, x0, x1, out);
-        case 6: return k3_row<S, 6>(rows, x0, x1, out);
-        case 7: return k3_row<S, 7>(rows, x0, x1, out);
-        case 8: return k3_row<S, 8>(rows, x0, x1, out);
-        case 9: return k3_row<S, 9>(rows, x0, x1, out);
-        case 10: return k3_row<S, 10>(rows, x0, x1, out);
-        case 11: return k3_row<S, 11>(rows, x0, x1, out);
-        case 12: return k3_row<S, 12>(rows, x0, x1, out);
-        case 13: return k3_row<S, 13>(rows, x0, x1, out);
-        case 14: return k3_row<S, 14>(rows, x0, x1, out);
-        case 15: return k3_row<S, 15>(rows, x0, x1, out);
-        default: return x0;
+        case 0:
+            return k3_row<S, 0>(rows, x0, x1, out);
+        case 1:
+            return k3_row<S, 1>(rows, x0, x1, out);
+        case 3:
+            return k3_row<S, 3>(rows, x0, x1, out);
+        case 4:
+            return k3_row<S, 4>(rows, x0, x1, out);
+        case 5:
+            return k3_row<S, 5>(rows, x0, x1, out);
+        case 6:
+            return k3_row<S, 6>(rows, x0, x1, out);
+        case 7:
+            return k3_row<S, 7>(rows, x0, x1, out);
+        case 8:
+            return k3_row<S, 8>(rows, x0, x1, out);
+        case 9:
+            return k3_row<S, 9>(rows, x0, x1, out);
+        case 10:
+            return k3_row<S, 10>(rows, x0, x1, out);
+        case 11:
+            return k3_row<S, 11>(rows, x0, x1, out);
+        case 12:
+            return k3_row<S, 12>(rows, x0, x1, out);
+        case 13:
+            return k3_row<S, 13>(rows, x0, x1, out);
+        case 14:
+            return k3_row<S, 14>(rows, x0, x1, out);
+        case 15:
+            return k3_row<S, 15>(rows, x0, x1, out);
+        default:
+            return x0;
     }
 }
 
@@ -270,7 +286,8 @@ int weighted_row(const unsigned char* const* rows, int x0, int x1, const Weighte
 int KIV_SIMD_KERNEL(k3_row)(unsigned mode, const unsigned char* const* rows, int x0, int x1, unsigned char* out) {
     return k3_row_of_mode<KIV_SIMD_OPS>(mode, rows, x0, x1, out);
 }
-int KIV_SIMD_KERNEL(weighted_row)(const unsigned char* const* rows, int x0, int x1, const Weighted3x3& k, unsigned char* out) {
+int KIV_SIMD_KERNEL(weighted_row)(const unsigned char* const* rows, int x0, int x1, const Weighted3x3& k,
+                                  unsigned char* out) {
     return weighted_row<KIV_SIMD_OPS>(rows, x0, x1, k, out);
 }
 #endif

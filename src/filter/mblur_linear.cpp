@@ -1,6 +1,6 @@
 // Linear motion blur (mblur_linear): every pixel averages samples along one line.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "core/kmath.h"
@@ -31,7 +31,8 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
     if (const auto span = kivcore::pick_sse2(KIV_SSE2_KERNEL(linear_span_sse2))) {
         // Every pixel takes its samples at the same offsets: a row's sample k of pixels
         // x .. x + 3 is four neighbouring pixels of one row, wherever no column is clamped.
-        const long long dxmin = *std::min_element(dx.begin(), dx.end()), dxmax = *std::max_element(dx.begin(), dx.end());
+        const long long dxmin = *std::min_element(dx.begin(), dx.end()),
+                        dxmax = *std::max_element(dx.begin(), dx.end());
         const int x0 = static_cast<int>(std::max<long long>(a.left, -dxmin));
         const int x1 = static_cast<int>(std::min<long long>(a.right, m_width - dxmax));  // pixels x0 .. x1 - 1
         const int n = static_cast<int>(dx.size());

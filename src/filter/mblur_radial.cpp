@@ -1,6 +1,6 @@
 // Radial motion blur (mblur_radial): every pixel averages samples along an arc about a centre.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "core/kmath.h"
@@ -33,13 +33,17 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
         return m.result(row_ptr(*this, y)[x].a);
     };
     if (const auto spin = kivcore::pick_avx2(KIV_AVX2_KERNEL(spin_pixels_avx2))) {
-        const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels), m_width, m_width, m_height,
-                             static_cast<double>(cx), static_cast<double>(cy)};
+        const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels),
+                             m_width,
+                             m_width,
+                             m_height,
+                             static_cast<double>(cx),
+                             static_cast<double>(cy)};
         per_row(this, a, [&](int y, tagRGBA* o) {
             const int whole = a.w() / 4 * 4;
-            spin(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(),
-                             n, whole, reinterpret_cast<const unsigned char*>(row_ptr(*this, y) + a.left),
-                             reinterpret_cast<unsigned char*>(o));
+            spin(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(), n, whole,
+                 reinterpret_cast<const unsigned char*>(row_ptr(*this, y) + a.left),
+                 reinterpret_cast<unsigned char*>(o));
             for (int x = a.left + whole; x < a.right; ++x) o[x - a.left] = one(x, y);
         });
         return 1;

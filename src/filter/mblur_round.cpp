@@ -1,6 +1,6 @@
 // Round motion blur (mblur_round): every pixel averages samples along an arc of a fixed length.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "core/kmath.h"
@@ -41,8 +41,12 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA));
     tagRGBA* const out = block.as<tagRGBA>();
     const auto arc = kivcore::pick_avx2(KIV_AVX2_KERNEL(arc_pixels_avx2));
-    const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels), m_width, m_width, m_height,
-                         static_cast<double>(cx), static_cast<double>(cy)};
+    const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels),
+                         m_width,
+                         m_width,
+                         m_height,
+                         static_cast<double>(cx),
+                         static_cast<double>(cy)};
     kivcore::parallel_chunks(0, static_cast<int>(firsts.size()), [&](int fb, int fe) {
         const std::size_t turns = static_cast<std::size_t>(amax - amin + 1);
         std::vector<Turn> turn(turns);
@@ -85,10 +89,9 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
                         lanes[2 * whole + i] = go ? t.c : 1.0;
                         lanes[3 * whole + i] = go ? t.s : 0.0;
                     }
-                    arc(&msrc, lanes.data(), lanes.data() + whole, lanes.data() + 2 * whole,
-                                    lanes.data() + 3 * whole, whole, n,
-                                    reinterpret_cast<const unsigned char*>(src + a.left),
-                                    reinterpret_cast<unsigned char*>(o));
+                    arc(&msrc, lanes.data(), lanes.data() + whole, lanes.data() + 2 * whole, lanes.data() + 3 * whole,
+                        whole, n, reinterpret_cast<const unsigned char*>(src + a.left),
+                        reinterpret_cast<unsigned char*>(o));
                     for (int i = 0; i < whole; ++i) {
                         const long long ax = a.left + i - static_cast<long long>(cx);
                         if (turn[static_cast<std::size_t>((ax < 0 ? -ax : ax) - amin)].still) o[i] = src[a.left + i];

@@ -19,7 +19,7 @@ struct MotionSrc {
     const unsigned char* pixels;  // 4-byte pixels, row-major
     long long stride;             // pixels per row
     int width, height;
-    double cx, cy;                // the centre the positions are relative to
+    double cx, cy;  // the centre the positions are relative to
 };
 
 // mblur_round: pixels 0 .. count - 1 (count a multiple of four), pixel i starting at

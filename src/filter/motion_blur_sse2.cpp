@@ -11,8 +11,8 @@ namespace {
 // neighbours); alpha from self. Sums of up to 256 bytes fit 16-bit lanes, so they gather
 // there and move to 32-bit ones every 256 samples; (sum + n / 2) / n is exact in float, the
 // sums staying below 2^24.
-KIV_SIMD_INLINE void linear4(const unsigned char* const* rows, const long long* dx, int n, int x, const unsigned char* self,
-                             unsigned char* out) {
+KIV_SIMD_INLINE void linear4(const unsigned char* const* rows, const long long* dx, int n, int x,
+                             const unsigned char* self, unsigned char* out) {
     const __m128i z = _mm_setzero_si128();
     __m128i s32[4] = {z, z, z, z};
     for (int k0 = 0; k0 < n; k0 += 256) {

@@ -1,13 +1,13 @@
 // Sharpening and local contrast: sharpen2, unsharp_mask, unsharp_mask2, enhance.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
 #include "core/color_models.h"
 #include "core/parallel.h"
-#include "filter/filter.h"
 #include "core/simd.h"
+#include "filter/filter.h"
 #include "filter/kernel3x3_simd.h"
 #include "filter/sharpening_simd.h"
 
@@ -70,7 +70,6 @@ void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b,
     int i = vec ? vec(reinterpret_cast<unsigned char*>(o), l, b, n, t) : 0;
     for (; i < n; ++i) add_to_rgb(o[i], t[static_cast<std::size_t>(l[i]) * 256 + b[i]] - l[i]);
 }
-
 
 }  // namespace
 
@@ -145,8 +144,7 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
 
 int kiv::enhance(tagRECT* rect, int radius, int amount) {
     Area a;
-    if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100)
-        return 0;
+    if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100) return 0;
     raise_depth_24(*this);
     if (amount == 0) return 1;
     const int w = a.w(), h = a.h();

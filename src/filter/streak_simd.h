@@ -22,8 +22,8 @@ void blast_line_sse2(const unsigned char* in, unsigned char* out, int n, bool re
 // the input len[i] steps back lies len[i] rows on in the direction `back`, +1 or -1),
 // results to out (the output row); sums holds column c0 + i's four 32-bit running sums at
 // 4 i between the steps.
-void blast_columns_sse2(const unsigned char* in, long long stride, int j, int back, unsigned char* out, int c0, int count,
-                        int k, const int* len, int* sums);
+void blast_columns_sse2(const unsigned char* in, long long stride, int j, int back, unsigned char* out, int c0,
+                        int count, int k, const int* len, int* sums);
 
 }  // namespace kivfilter
 

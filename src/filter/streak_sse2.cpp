@@ -51,7 +51,8 @@ void wind_columns_sse2(unsigned char* p, unsigned char* trail, const unsigned ch
         __m128i* pv = reinterpret_cast<__m128i*>(p) + g;
         __m128i* tv = reinterpret_cast<__m128i*>(trail) + g;
         __m128i t = _mm_loadu_si128(tv);
-        const __m128i o = wind_step(t, _mm_loadu_si128(pv), _mm_loadu_si128(reinterpret_cast<const __m128i*>(fades) + g));
+        const __m128i o =
+            wind_step(t, _mm_loadu_si128(pv), _mm_loadu_si128(reinterpret_cast<const __m128i*>(fades) + g));
         _mm_storeu_si128(tv, t);
         _mm_storeu_si128(pv, o);
     }
@@ -66,8 +67,8 @@ void blast_line_sse2(const unsigned char* in, unsigned char* out, int n, bool re
     }
 }
 
-void blast_columns_sse2(const unsigned char* in, long long stride, int j, int back, unsigned char* out, int c0, int count,
-                        int k, const int* len, int* sums) {
+void blast_columns_sse2(const unsigned char* in, long long stride, int j, int back, unsigned char* out, int c0,
+                        int count, int k, const int* len, int* sums) {
     const unsigned char* src = in + 4 * (j * stride + c0);
     for (int i = 0; i < count; ++i) {
         __m128i* s = reinterpret_cast<__m128i*>(sums + 4 * i);

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "core/parallel.h"
-#include "fill/blend.h"
 #include "core/toolkit.h"
+#include "fill/blend.h"
 #include "kiv.h"
 
 using kivcore::Area;

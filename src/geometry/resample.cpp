@@ -7,6 +7,8 @@
 // four rows (horizontal pass) or colour samples (vertical pass) in lanes, each lane doing
 // exactly the scalar sequence, on source pixels converted to doubles once into buffers small
 // enough for L1.
+#include "geometry/resample.h"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -17,7 +19,6 @@
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "geometry/geometry.h"
-#include "geometry/resample.h"
 #include "geometry/resample_filters.h"
 
 namespace kivgeom {
@@ -159,4 +160,3 @@ int kiv::zoom(int w, int h, int method, int mapped) {
     if (shrink_both) sharpen(nullptr);
     return 1;
 }
-

@@ -22,7 +22,9 @@ struct Contributions {
     std::vector<int> index;
     std::vector<double> weight;
     const int* idx(int i) const { return index.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap); }
-    const double* wt(int i) const { return weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap); }
+    const double* wt(int i) const {
+        return weight.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(cap);
+    }
 };
 
 // dst row y (horizontal: every row of src to dst's width) or dst row i (vertical: the listed

@@ -219,7 +219,6 @@ void hsum_avx2(const HsumArgs& a) {
         hsum_run<false>(a);
 }
 
-
 }  // namespace kivgeom
 
 #endif

@@ -20,9 +20,11 @@ constexpr int kStripPixels = 256;
 
 // The vector kernels of both passes, chosen once for a pass (all null on the scalar path).
 struct Kernels {
-    decltype(&quad_to_pd_sse2) quad_to_pd = kivcore::pick(KIV_AVX2_KERNEL(quad_to_pd_avx2), KIV_SSE2_KERNEL(quad_to_pd_sse2));
+    decltype(&quad_to_pd_sse2) quad_to_pd =
+        kivcore::pick(KIV_AVX2_KERNEL(quad_to_pd_avx2), KIV_SSE2_KERNEL(quad_to_pd_sse2));
     decltype(&hsum_sse2) hsum = kivcore::pick(KIV_AVX2_KERNEL(hsum_avx2), KIV_SSE2_KERNEL(hsum_sse2));
-    decltype(&rgb_to_pd_sse2) rgb_to_pd = kivcore::pick(KIV_AVX2_KERNEL(rgb_to_pd_avx2), KIV_SSE2_KERNEL(rgb_to_pd_sse2));
+    decltype(&rgb_to_pd_sse2) rgb_to_pd =
+        kivcore::pick(KIV_AVX2_KERNEL(rgb_to_pd_avx2), KIV_SSE2_KERNEL(rgb_to_pd_sse2));
     decltype(&vsum_sse2) vsum = kivcore::pick(KIV_AVX2_KERNEL(vsum_avx2), KIV_SSE2_KERNEL(vsum_sse2));
 };
 
@@ -172,7 +174,6 @@ void vpass_rows(kiv& src, kiv& dst, const Contributions& c, int y0, int y1) {
     }
 }
 
-
 // The vertical pass a column strip at a time. Each converted source row strip lives in a
 // ring of slots (row r in slot r mod ring, ring at least the tallest span of one output's
 // taps), so walking down the strip converts each source row once and every output row finds
@@ -259,7 +260,8 @@ void vpass(kiv& src, kiv& dst, const Contributions& c) {
             ring = std::max(ring, *mm.second - *mm.first + 1);
         }
         if (ring <= kMaxRing) {
-            kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_ring(src, dst, c, ring, y0, y1, k); });
+            kivcore::parallel_chunks(0, dst.m_height,
+                                     [&](int y0, int y1) { vpass_ring(src, dst, c, ring, y0, y1, k); });
             return;
         }
     }

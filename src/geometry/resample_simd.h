@@ -71,7 +71,6 @@ inline unsigned char sum_to_byte(double v) {
     return 0;
 }
 
-
 }  // namespace
 
 }  // namespace kivgeom

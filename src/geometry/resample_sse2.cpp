@@ -183,8 +183,8 @@ std::size_t accumulate_sse2(const unsigned char* s, std::size_t len, double wk, 
     for (; j + 16 <= len; j += 16) {
         __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + j));
         __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
-        __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z),
-                        _mm_unpacklo_epi16(hi, z), _mm_unpackhi_epi16(hi, z)};
+        __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z), _mm_unpacklo_epi16(hi, z),
+                        _mm_unpackhi_epi16(hi, z)};
         double* a = acc + j;
         for (int t = 0; t < 4; ++t) {
             __m128d v0 = _mm_cvtepi32_pd(q[t]);
@@ -194,8 +194,7 @@ std::size_t accumulate_sse2(const unsigned char* s, std::size_t len, double wk, 
                 _mm_storeu_pd(a + 4 * t + 2, _mm_mul_pd(wv, v1));
             } else {
                 _mm_storeu_pd(a + 4 * t, _mm_add_pd(_mm_loadu_pd(a + 4 * t), _mm_mul_pd(wv, v0)));
-                _mm_storeu_pd(a + 4 * t + 2,
-                              _mm_add_pd(_mm_loadu_pd(a + 4 * t + 2), _mm_mul_pd(wv, v1)));
+                _mm_storeu_pd(a + 4 * t + 2, _mm_add_pd(_mm_loadu_pd(a + 4 * t + 2), _mm_mul_pd(wv, v1)));
             }
         }
     }

@@ -80,8 +80,9 @@ void linear_rows_vector(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0
     const int w = dst.m_width;
     if (dst.m_height <= src.m_height) {
         for (int y = y0; y < y1; ++y)
-            k.row(reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i0)), reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i1)),
-                  tx, w, ty[y].f, reinterpret_cast<BYTE*>(row_ptr(dst, y)));
+            k.row(reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i0)),
+                  reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i1)), tx, w, ty[y].f,
+                  reinterpret_cast<BYTE*>(row_ptr(dst, y)));
         return;
     }
     std::vector<float> mix(8 * static_cast<std::size_t>(w));
@@ -133,7 +134,8 @@ int kiv::zoom_pixel(int w, int h) {
 
 int kiv::zoom_near(int w, int h) {
     return resize_by_index(
-        *this, w, h, [&](int x) { return nearest_at(x, m_width, w); }, [&](int y) { return nearest_at(y, m_height, h); });
+        *this, w, h, [&](int x) { return nearest_at(x, m_width, w); },
+        [&](int y) { return nearest_at(y, m_height, h); });
 }
 
 int kiv::zoom_linear(int w, int h) {

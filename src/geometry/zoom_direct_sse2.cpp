@@ -16,7 +16,9 @@ KIV_SIMD_INLINE __m128 pixel_ps(const unsigned char* p) {
 }
 
 // Pixel i of a row of 4-byte pixels.
-KIV_SIMD_INLINE const unsigned char* pixel_at(const unsigned char* row, int i) { return row + 4 * static_cast<std::ptrdiff_t>(i); }
+KIV_SIMD_INLINE const unsigned char* pixel_at(const unsigned char* row, int i) {
+    return row + 4 * static_cast<std::ptrdiff_t>(i);
+}
 
 // Four dwords in 0 .. 255 to a pixel's colour bytes, alpha 0.
 KIV_SIMD_INLINE void store_rgb(__m128i i, unsigned char* out) {
@@ -32,8 +34,10 @@ void linear_row_sse2(const unsigned char* r0, const unsigned char* r1, const Lin
     for (int x = 0; x < w; ++x) {
         const LinearTap& u = tx[x];
         const __m128 fx = _mm_set1_ps(u.f), gx = _mm_set1_ps(1.0f - u.f);
-        const __m128 top = _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(r0, u.i0)), gx), _mm_mul_ps(pixel_ps(pixel_at(r0, u.i1)), fx));
-        const __m128 bot = _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(r1, u.i0)), gx), _mm_mul_ps(pixel_ps(pixel_at(r1, u.i1)), fx));
+        const __m128 top =
+            _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(r0, u.i0)), gx), _mm_mul_ps(pixel_ps(pixel_at(r0, u.i1)), fx));
+        const __m128 bot =
+            _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(r1, u.i0)), gx), _mm_mul_ps(pixel_ps(pixel_at(r1, u.i1)), fx));
         const __m128 s = _mm_add_ps(_mm_mul_ps(bot, vfy), _mm_mul_ps(top, vgy));
         store_rgb(_mm_cvttps_epi32(_mm_min_ps(s, _mm_set1_ps(255.0f))), out + 4 * static_cast<std::size_t>(x));
     }
@@ -42,8 +46,9 @@ void linear_row_sse2(const unsigned char* r0, const unsigned char* r1, const Lin
 void linear_mix_row_sse2(const unsigned char* s, const LinearTap* tx, int w, float* out) {
     for (int x = 0; x < w; ++x) {
         const LinearTap& u = tx[x];
-        _mm_storeu_ps(out + 4 * static_cast<std::size_t>(x), _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(s, u.i0)), _mm_set1_ps(1.0f - u.f)),
-                                                                        _mm_mul_ps(pixel_ps(pixel_at(s, u.i1)), _mm_set1_ps(u.f))));
+        _mm_storeu_ps(out + 4 * static_cast<std::size_t>(x),
+                      _mm_add_ps(_mm_mul_ps(pixel_ps(pixel_at(s, u.i0)), _mm_set1_ps(1.0f - u.f)),
+                                 _mm_mul_ps(pixel_ps(pixel_at(s, u.i1)), _mm_set1_ps(u.f))));
     }
 }
 

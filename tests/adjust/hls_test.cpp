@@ -10,8 +10,8 @@
 #include "core/color_models.h"
 #include "core/simd.h"
 #include "kiv.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using kivtest::images_equal;
 using kivtest::random_image;
@@ -121,7 +121,7 @@ TEST(HlsAdjust, CachedRowsMatchPerPixelReferences) {
                   {300, 40, 200, {}}, {601, 7, 0, {-9, 0, 598, 8}}, {777, 5, 3000, {}}};
     // Rows cross several batches of misses, whose counts are rarely a multiple of the vector
     // width; on every path, at one to three threads.
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path(3, [&](int path, int) {
         for (const Case& c : cases)
             for (const Shape& s : shapes) {
                 kiv img = s.colours ? few_colours(s.w, s.h, s.colours, 17) : random_image(s.w, s.h, 24, 17);
@@ -133,7 +133,7 @@ TEST(HlsAdjust, CachedRowsMatchPerPixelReferences) {
                 ASSERT_EQ(1, c.fast(img, &r)) << c.name;
                 EXPECT_TRUE(images_equal(expect, img)) << c.name << " " << s.w << "x" << s.h << " path " << path;
             }
-    }, 3);
+    });
 }
 
 // The batched model against the scalar one: every colour into HLS, and back from every

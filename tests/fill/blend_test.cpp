@@ -1,10 +1,11 @@
 // The blend-mode table against the formulas, hand-picked and random colours.
+#include "fill/blend.h"
+
 #include <gtest/gtest.h>
 
-#include "fill/blend.h"
 #include "fill/fill_reference.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using filltest::ref_blend;
 using kivtest::rgba_str;
@@ -82,7 +83,7 @@ TEST(BlendModes, EveryModeMatchesTheFormulasOnRandomColours) {
 // The row kernels (vector and scalar) and the one-colour tables give the per-pixel result.
 TEST(BlendModes, RowKernelsMatchThePixelFunction) {
     kivtest::Rng rng(11);
-    kivtest::on_every_path([&](int, int) {
+    kivtest::on_every_path([&](int) {
         for (int mode = 0; mode <= 19; ++mode)
             for (int n : {1, 3, 4, 5, 17, 300}) {
                 const int op = rng.below(3) == 0 ? 255 : 1 + rng.below(255);

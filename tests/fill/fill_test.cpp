@@ -5,8 +5,8 @@
 
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using filltest::ref_box;
 using filltest::rgb;
@@ -41,7 +41,7 @@ TEST(SolidFill, PartExamples) {
 
 TEST(SolidFill, MatchesTheModelForEveryModeAndBox) {
     kivtest::Rng rng(3);
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 300; ++round) {
             const int W = 1 + rng.below(19), H = 1 + rng.below(5);
             kiv img = random_image(W, H, 24, 100 + round), want(img);
@@ -131,7 +131,7 @@ TEST(ShadeFill, PartExampleTwoRows) {
 
 TEST(ShadeFill, AllDirectionsModesAndBoxesMatchTheModel) {
     kivtest::Rng rng(9);
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 400; ++round) {
             const int W = 1 + rng.below(300), H = 1 + rng.below(6);
             kiv img = random_image(W, H, round % 7 == 0 ? 8 : 24, 200 + round), want(img);

@@ -6,8 +6,8 @@
 
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using filltest::rgb;
 using kivtest::images_equal;
@@ -92,7 +92,7 @@ TEST(GradTable, OddStopsStayInsideTheTable) {
 
 TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
     kivtest::Rng rng(21);
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 300; ++round) {
             const int W = 1 + rng.below(300), H = 1 + rng.below(6);
             kiv img = random_image(W, H, round % 9 == 0 ? 4 : 24, 300 + round), want(img);
@@ -112,8 +112,8 @@ TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
                 const PALETTEENTRY& e = t[rev ? 999 - i : i];
                 return tagRGBA{e.peRed, e.peGreen, e.peBlue, 0};
             });
-            ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " box " << x << "," << y
-                                                 << " " << w << "x" << h << " path " << path;
+            ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " box " << x << "," << y << " "
+                                                 << w << "x" << h << " path " << path;
         }
     });
 }

@@ -7,11 +7,11 @@
 #include <memory>
 #include <vector>
 
+#include "core/color_models.h"
 #include "core/kmath.h"
 #include "core/simd.h"
-#include "filter/gauss_iir_simd.h"
-#include "core/color_models.h"
 #include "filter/filter.h"
+#include "filter/gauss_iir_simd.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
 #include "support/paths.h"
@@ -226,7 +226,7 @@ TEST(FilterGaussRle, TapsAndTotalForSigmaOne) {
 // Flat images: every sum is an exact multiple of the total, the quotient's edge case, on
 // each path and for totals on both sides of 8192.
 TEST(FilterGaussRle, FlatImagesStayFlatOnEveryPath) {
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path([&](int path) {
         for (double sigma : {1.5, 13.5})
             for (int v = 0; v < 256; ++v) {
                 const BYTE b = static_cast<BYTE>(v);
@@ -332,7 +332,7 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
                         {133, 1103, {1, 2, 131, 1103}, false}};
     std::unique_ptr<kiv> rle_want[2 * std::size(bigs)];
     // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Big& b : bigs) {
             tagRECT r = b.r;
             tagRECT* rp = b.whole ? nullptr : &r;
@@ -340,7 +340,8 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
             if (b.h < 1000) {
                 ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
                 ref_iir(want, rp, 1.5, 4.0);
-                EXPECT_TRUE(images_equal(got, want)) << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
+                EXPECT_TRUE(images_equal(got, want))
+                    << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
             }
             // Two colours, so that runs of equal values cross the band boundaries; sigma 3
             // has 20 taps, sigma 14 a total above 8192. One reference serves every path.
@@ -367,7 +368,7 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
             EXPECT_TRUE(images_equal(sel, sel_want))
                 << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
         }
-    }, 3);
+    });
 }
 
 namespace {
@@ -440,7 +441,7 @@ TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
         tagRECT r;
     };
     const Big bigs[] = {{277, 45, {-5, 3, 270, 60}}, {45, 291, {2, -4, 40, 280}}, {300, 262, {0, 0, 300, 262}}};
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Big& b : bigs)
             for (int grey = 0; grey < 2; ++grey) {
                 tagRECT r = b.r;
@@ -450,5 +451,5 @@ TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
                 EXPECT_TRUE(images_equal(got, want))
                     << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
             }
-    }, 3);
+    });
 }

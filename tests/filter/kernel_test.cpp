@@ -199,7 +199,7 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
     const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
                             {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
                             {21, 19, {0, 0, 21, 19}}};
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (unsigned mode = 0; mode <= 15; ++mode) {
             if (mode == 2) continue;
             for (const Shape& sh : shapes) {
@@ -212,11 +212,11 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
                     << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
             }
         }
-    }, 3);
+    });
 }
 
 TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    on_every_path([](int path, int) {
+    on_every_path([](int path) {
         for (unsigned mode : {14u, 15u}) {
             kiv got = smooth_image(61, 43, mode), want(got);
             got.filter_3x3(nullptr, mode);
@@ -338,7 +338,7 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
         {{32767, 32767, 260, 0, 0, 0, 0, 0, -1}, {1, 9}},  // sums reach 2^24: the 64-bit way
         {{-32768, 1, 1, 1, 1, 1, 1, 1, 1}, {-2}},
     };
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes) {
             const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
             for (const auto& kr : kernels)
@@ -361,7 +361,7 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
                     << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
             }
         }
-    }, 3);
+    });
     // sharpen2's whole range: the float quotient truncates as the integer one.
     for (int strength = 1; strength <= 1000; ++strength)
         for (int S = -2040; S <= 2040; ++S)
@@ -407,7 +407,7 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    on_every_path([](int path, int threads) {
+    on_every_path(3, [](int path, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (double s : {7.0, 0.5}) {
                 tagRECT r = sh.r;
@@ -417,7 +417,7 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
                 EXPECT_TRUE(images_equal(got, want))
                     << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
             }
-    }, 3);
+    });
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
     kiv img = flat_image(8, 4, tagRGBA{0, 0, 0, 50});
     for (int y = 0; y < 4; ++y)
@@ -448,7 +448,7 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
         }
     // Lights from every side and from below, depths that give flat shades of 0 and Nz = 0.
     const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (const tagKIV_EMBOSS& p : lights) {
                 tagRECT r = sh.r;
@@ -462,7 +462,7 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
                 EXPECT_TRUE(images_equal(got, want))
                     << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
             }
-    }, 3);
+    });
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));

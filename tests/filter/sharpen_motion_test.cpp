@@ -186,7 +186,7 @@ TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
         tagRECT r;
     };
     const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {33, 5, {0, 0, 33, 5}}};
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes)
             for (int radius : {1, 3, 17, 1000})
                 for (int amount : {100, 37}) {
@@ -200,7 +200,7 @@ TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
                     EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " radius " << radius << " amount " << amount
                                                          << " path " << path << " threads " << threads;
                 }
-    }, 3);
+    });
 }
 
 namespace {
@@ -368,7 +368,7 @@ TEST(FilterSharpenMotion, MotionBlursMatchThePerPixelReferences) {
         tagRECT r;
     };
     const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {37, 5, {0, 0, 37, 5}}, {1, 1, {0, 0, 1, 1}}};
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes) {
             const std::uint64_t seed = static_cast<std::uint64_t>(sh.w * 5 + threads + path);
             const int centres[][2] = {{sh.w / 2, sh.h / 3}, {0, sh.h - 1}, {-70, 2 * sh.h + 9}};
@@ -382,28 +382,34 @@ TEST(FilterSharpenMotion, MotionBlursMatchThePerPixelReferences) {
             };
             for (double angle : {0.0, 33.0, 90.0, -147.5})
                 for (int d : {1, 9, 40, 300}) {
-                    check("linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
-                          [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
+                    check(
+                        "linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
                 }
             for (auto& c : centres) {
                 for (double angle : {5.0, 40.0, 360.0})
-                    check("radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
-                          [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
+                    check(
+                        "radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
                 for (int amount : {1, 7, 60})
-                    check("round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
-                          [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
+                    check(
+                        "round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
                 for (int amount : {3, 60, 100})
-                    check("zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
-                          [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
+                    check(
+                        "zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
             }
             for (int direction = 0; direction < 4; ++direction)
                 for (int strength : {1, 12, 300})
                     for (int blast = 0; blast < 2; ++blast)
-                        check(blast ? "blast" : "wind",
-                              [&](kiv& i, tagRECT* r) {
-                                  return blast ? i.sblur_blast(r, direction, strength) : i.sblur_wind(r, direction, strength);
-                              },
-                              [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
+                        check(
+                            blast ? "blast" : "wind",
+                            [&](kiv& i, tagRECT* r) {
+                                return blast ? i.sblur_blast(r, direction, strength)
+                                             : i.sblur_wind(r, direction, strength);
+                            },
+                            [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
         }
-    }, 3);
+    });
 }

@@ -11,8 +11,8 @@
 #include "geometry/resample_filters.h"
 #include "geometry/resample_simd.h"
 #include "kiv.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using kivtest::images_equal;
 using kivtest::random_image;
@@ -133,23 +133,22 @@ TEST(Resample, MatchesThePlainModelForEveryFilterAndDirection) {
     const int shapes[][4] = {{17, 13, 7, 13},  {17, 13, 29, 13}, {17, 13, 17, 5},  {17, 13, 17, 31},
                              {17, 13, 9, 29},  {17, 13, 31, 6},  {23, 19, 11, 9},  {9, 11, 40, 37},
                              {37, 9, 36, 10}};
-    kivtest::on_every_path([&](int path, int) {
+    kivtest::on_every_path([&](int path) {
         for (int method = 0; method < 14; ++method)
             for (auto& s : shapes) {
                 kiv src = random_image(s[0], s[1], 32, 1000 + method * 31 + s[2]);
                 kiv before(src), got;
                 ASSERT_TRUE(kivgeom::resample(src, s[2], s[3], method, false, got));
                 kiv expect = reference_resample(src, s[2], s[3], method);
-                ASSERT_TRUE(images_equal(expect, got))
-                    << "method " << method << " " << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << " "
-                    << kivtest::path_name(path);
+                ASSERT_TRUE(images_equal(expect, got)) << "method " << method << " " << s[0] << "x" << s[1] << " -> "
+                                                       << s[2] << "x" << s[3] << " " << kivtest::path_name(path);
                 ASSERT_TRUE(images_equal(before, src));  // the source is only read
             }
     });
 }
 
 TEST(Resample, LongRowsCrossTheStripBoundary) {
-    kivtest::on_every_path([](int path, int) {
+    kivtest::on_every_path([](int path) {
         kiv src = random_image(601, 5, 24, 77);
         kiv got;
         ASSERT_TRUE(kivgeom::resample(src, 603, 3, 11, false, got));
@@ -169,16 +168,17 @@ TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
     } shapes[] = {{77, 130, 45, 31, 11}, {50, 41, 131, 97, 10}, {203, 70, 13, 33, 1},  {31, 9, 29, 75, 13},
                   {5, 2500, 3, 2, 10},   {1100, 3, 7, 1, 1},    {613, 37, 251, 19, 13}, {90, 23, 333, 71, 0},
                   {141, 300, 1131, 37, 6}};
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Shape& s : shapes) {
             kiv src = random_image(s.w, s.h, 24, 500 + static_cast<std::uint64_t>(s.tw) * 7 + s.method);
             kiv got;
             ASSERT_TRUE(kivgeom::resample(src, s.tw, s.th, s.method, false, got));
             kiv expect = reference_resample(src, s.tw, s.th, s.method);
-            ASSERT_TRUE(images_equal(expect, got)) << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th << " method "
-                                                   << s.method << ", " << threads << " threads " << kivtest::path_name(path);
+            ASSERT_TRUE(images_equal(expect, got))
+                << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th << " method " << s.method << ", " << threads
+                << " threads " << kivtest::path_name(path);
         }
-    }, 3);
+    });
 }
 
 #if KIV_HAVE_AVX2

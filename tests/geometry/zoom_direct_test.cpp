@@ -8,8 +8,8 @@
 #include "core/simd.h"
 #include "geometry/geometry.h"
 #include "kiv.h"
-#include "support/test_images.h"
 #include "support/paths.h"
+#include "support/test_images.h"
 
 using kivtest::images_equal;
 using kivtest::px;
@@ -155,17 +155,17 @@ TEST(ZoomDirect, LinearMatchesThePlainModel) {
     // boundaries at several thread counts); shorter ones read pixels directly.
     const int shapes[][4] = {{13, 11, 29, 5}, {13, 11, 4, 23}, {1, 7, 5, 3},    {7, 1, 3, 4},
                              {1, 1, 6, 2},    {2, 2, 3, 3},    {37, 23, 101, 97}, {41, 60, 18, 61}};
-    kivtest::on_every_path([&](int path, int threads) {
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (auto& s : shapes) {
             kiv src = random_image(s[0], s[1], 8, 40 + s[2]);
             kiv expect = model_linear(src, s[2], s[3]);
             kiv img(src);
             ASSERT_EQ(1, img.zoom_linear(s[2], s[3]));
             EXPECT_EQ(24, img.bits());
-            EXPECT_TRUE(images_equal(expect, img)) << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << ", "
-                                                   << threads << " threads, path " << path;
+            EXPECT_TRUE(images_equal(expect, img))
+                << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << ", " << threads << " threads, path " << path;
         }
-    }, 3);
+    });
 }
 
 TEST(ZoomDirect, ReplicationKeepsDepthMapAndIndexes) {

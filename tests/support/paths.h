@@ -20,16 +20,24 @@ struct OnPath {
     }
 };
 
-// check(path, threads) on every path, at 1 .. max_threads threads (band boundaries differ),
-// or once a path with the thread count left alone (threads 0) when max_threads is 0.
+// check(path, threads) on every path at 1 .. max_threads threads (band boundaries differ).
 template <class Check>
-void on_every_path(Check check, int max_threads = 0) {
+void on_every_path(int max_threads, Check check) {
     for (int path = 0; path < kPaths; ++path) {
         const OnPath on(path);
-        for (int threads = max_threads ? 1 : 0; threads <= max_threads; ++threads) {
-            if (threads) kiv::setthreads(threads);
+        for (int threads = 1; threads <= max_threads; ++threads) {
+            kiv::setthreads(threads);
             check(path, threads);
         }
+    }
+}
+
+// check(path) on every path, the thread count left alone.
+template <class Check>
+void on_every_path(Check check) {
+    for (int path = 0; path < kPaths; ++path) {
+        const OnPath on(path);
+        check(path);
     }
 }
 
