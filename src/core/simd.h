@@ -1,6 +1,14 @@
-// Whether the SSE2 kernels are compiled. Every vector path has a scalar twin giving the same
-// bytes; defining KIV_NO_SIMD builds the scalar twins everywhere so they can be checked
-// against the same golden hashes.
+// The vector kernels' switchboard: which instruction sets are compiled, the one switch that
+// chooses among them at run time (isa, cap_isa for tests) and the way an operation picks its
+// kernel once (pick). Every vector path has a scalar twin giving the same bytes; defining
+// KIV_NO_SIMD builds the scalar twins everywhere so they can be checked against the same
+// golden hashes.
+//
+// The layout of vector code, in every family: x.cpp holds the operation and its scalar
+// path; x_simd.h the kernels' declarations and their arithmetic, written once as templates
+// over an operations set (core/simd_sse2.h, core/simd_avx2.h); x_sse2.cpp and x_avx2.cpp
+// include the set and x_simd.h, which then defines that file's entry points (kernels of one
+// set alone are written straight in intrinsics in their file).
 #ifndef KIV_CORE_SIMD_H
 #define KIV_CORE_SIMD_H
 
@@ -13,10 +21,11 @@
 
 // AVX2 kernels live in files named *_avx2.cpp, compiled for AVX2 alone, and run only when
 // the processor and the operating system support it (kivcore::use_avx2). Nothing such a file
-// compiles may be shared by the linker with code every processor runs: it includes only the
-// intrinsics, the AVX2 operations set (core/simd_avx2.h, its own namespace) and the
-// templates of x_simd.h headers instantiated with that set, never an inline function or a
-// template of another header, so no AVX2 instruction can leak into common code.
+// compiles may be shared by the linker with code every processor runs, so no AVX2
+// instruction can leak into common code: it uses the intrinsics, the AVX2 set's own type
+// (core/simd_avx2.h) and templates instantiated with it or with its own lambdas (x_simd.h
+// keeps its arithmetic in an unnamed namespace besides), never an inline function or a
+// template of a header over types that common code uses too.
 #if KIV_HAVE_SSE2 && !defined(KIV_NO_AVX2) && (defined(__x86_64__) || defined(_M_X64) || defined(_M_AMD64)) && \
     (defined(__GNUC__) || defined(_MSC_VER))
 #  define KIV_HAVE_AVX2 1
