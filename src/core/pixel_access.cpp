@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace {
+
+using kivcore::row_ptr;
 
 // Span of indices [lo, hi) within [0, n) for which start + i lies in [0, limit).
 struct Span {
@@ -34,7 +37,7 @@ template <class Copy>
 void each_row_pixel(kiv* img, int x, int y, int n, Copy copy) {
     if (!img->m_pixels || y < 0 || y >= img->m_height) return;
     Span s = clip_span(x, n, img->m_width);
-    tagRGBA* row = img->m_pixels + static_cast<std::size_t>(y) * img->m_width;
+    tagRGBA* row = row_ptr(*img, y);
     for (long long i = s.lo; i < s.hi; ++i) copy(static_cast<std::size_t>(i), row + (x + i));
 }
 
@@ -52,7 +55,7 @@ void each_block_row(kiv* img, int x, int y, int w, int h, Copy copy) {
     Span cols = clip_span(x, wc, img->m_width);
     if (rows.empty() || cols.empty()) return;
     for (long long r = rows.lo; r < rows.hi; ++r) {
-        tagRGBA* row = img->m_pixels + static_cast<std::size_t>(y + r) * img->m_width;
+        tagRGBA* row = row_ptr(*img, static_cast<int>(y + r));
         copy(static_cast<std::size_t>(r * wc + cols.lo), row + (x + cols.lo), static_cast<std::size_t>(cols.hi - cols.lo));
     }
 }

@@ -14,6 +14,7 @@
 #include <cmath>
 
 #include "core/color_models.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kivfill {
@@ -49,7 +50,7 @@ inline int normalise_mode(int mode) { return (mode < 0 || mode >= kBlendModeCoun
 inline bool is_colour_model_mode(int mode) { return mode >= kHue && mode <= kValue; }
 
 // Opacity outside 0..255 is brought into range; 0 means no work.
-inline int clamp_opacity(int op) { return op < 0 ? 0 : op > 255 ? 255 : op; }
+inline int clamp_opacity(int op) { return kivcore::clamp255(op); }
 
 // The opacity mix of one channel, op 0..255.
 constexpr int mix_channel(int d, int c, int op) { return (d * (255 - op) + c * op) / 255; }

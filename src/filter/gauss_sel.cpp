@@ -74,7 +74,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         const int X0 = a.left + x0 - (n - 1), cols = padded + 2 * (n - 1);
                         const int j0 = std::clamp(-X0, 0, cols), j1 = std::clamp(W - X0, j0, cols);
                         for (int r = 0; r < t.rows; ++r) {
-                            const tagRGBA* src = copy.m_pixels + static_cast<std::size_t>(ylo + r) * W;
+                            const tagRGBA* src = row_ptr(copy, ylo + r);
                             double* d[3];
                             for (int c = 0; c < 3; ++c)
                                 d[c] = tile.data() + c * plane + static_cast<std::size_t>(r) * tw;
@@ -113,7 +113,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             for (int y = yb; y < ye; ++y) {
                 std::fill(sum.begin(), sum.end(), 0.0);
                 std::fill(wsum.begin(), wsum.end(), 0.0);
-                const tagRGBA* crow = copy.m_pixels + static_cast<std::size_t>(y) * W;
+                const tagRGBA* crow = row_ptr(copy, y);
                 for (int i = 0; i < w; ++i) {
                     centre[static_cast<std::size_t>(i)] = crow[a.left + i].r;
                     centre[static_cast<std::size_t>(w + i)] = crow[a.left + i].g;
@@ -127,7 +127,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         if (y + dy < 0 || y + dy >= H) continue;
                         const double wt = K[static_cast<std::size_t>(dx < 0 ? -dx : dx) * n + (dy < 0 ? -dy : dy)];
                         const unsigned char* nb = reinterpret_cast<const unsigned char*>(
-                            copy.m_pixels + static_cast<std::size_t>(y + dy) * W + (a.left + dx));
+                            row_ptr(copy, y + dy) + (a.left + dx));
                         for (int c = 0; c < 3; ++c) {
                             double* s = sum.data() + static_cast<std::size_t>(c) * w;
                             double* ws = wsum.data() + static_cast<std::size_t>(c) * w;
