@@ -114,6 +114,17 @@ int reduce_pio2(double ax, dd* r) {
     return n & 3;
 }
 
+// sin and cos of r + n pi/2 (n in 0..3) from those of r.
+template <class T, class Neg>
+void by_quadrant(int n, T sr, T cr, T* s, T* c, Neg neg) {
+    switch (n) {
+        case 0: *s = sr; *c = cr; break;
+        case 1: *s = cr; *c = neg(sr); break;
+        case 2: *s = neg(sr); *c = neg(cr); break;
+        default: *s = neg(cr); *c = sr; break;
+    }
+}
+
 // sin and cos of x to double-double; x finite.
 void sincos_dd(double x, dd* s, dd* c) {
     const double ax = fabs_(x);
@@ -121,24 +132,7 @@ void sincos_dd(double x, dd* s, dd* c) {
     int n = 0;
     if (ax > 0x1.921fb54442d18p-1) n = reduce_pio2(ax, &r);  // beyond the double below pi/4
     const dd sr = DD::sin_kernel(r), cr = DD::cos_kernel(r);
-    switch (n) {
-        case 0:
-            *s = sr;
-            *c = cr;
-            break;
-        case 1:
-            *s = cr;
-            *c = DD::neg(sr);
-            break;
-        case 2:
-            *s = DD::neg(sr);
-            *c = DD::neg(cr);
-            break;
-        default:
-            *s = DD::neg(cr);
-            *c = sr;
-            break;
-    }
+    by_quadrant(n, sr, cr, s, c, DD::neg);
     if (x < 0.0) *s = DD::neg(*s);
 }
 
@@ -281,24 +275,7 @@ bool sincos_degrees(double degrees, double* s, double* c) {
         sr = DD::sin_kernel(t).hi;
         cr = DD::cos_kernel(t).hi;
     }
-    switch (quadrant & 3) {
-        case 0:
-            *s = sr;
-            *c = cr;
-            break;
-        case 1:
-            *s = cr;
-            *c = -sr;
-            break;
-        case 2:
-            *s = -sr;
-            *c = -cr;
-            break;
-        default:
-            *s = -cr;
-            *c = sr;
-            break;
-    }
+    by_quadrant(quadrant & 3, sr, cr, s, c, [](double v) { return -v; });
     return true;
 }
 

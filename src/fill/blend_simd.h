@@ -4,6 +4,8 @@
 #ifndef KIV_FILL_BLEND_SIMD_H
 #define KIV_FILL_BLEND_SIMD_H
 
+#include <utility>
+
 #include "core/simd.h"
 #include "fill/blend.h"
 
@@ -100,37 +102,34 @@ int blend_mix(unsigned char* p, const unsigned char* c, int c_step, int n, int o
     return i;
 }
 
-template <class S>
-int blend_mix_of_mode(int mode, unsigned char* p, const unsigned char* c, int c_step, int n, int op) {
-    switch (mode) {
-        case kNormal:
-        case 9:
-            return blend_mix<S, kNormal>(p, c, c_step, n, op);
-        case kDarken:
-            return blend_mix<S, kDarken>(p, c, c_step, n, op);
-        case kLighten:
-            return blend_mix<S, kLighten>(p, c, c_step, n, op);
-        case kMultiply:
-            return blend_mix<S, kMultiply>(p, c, c_step, n, op);
-        case kScreen:
-            return blend_mix<S, kScreen>(p, c, c_step, n, op);
-        case kDifference:
-            return blend_mix<S, kDifference>(p, c, c_step, n, op);
-        case kAdd:
-            return blend_mix<S, kAdd>(p, c, c_step, n, op);
-        case kSubtract:
-            return blend_mix<S, kSubtract>(p, c, c_step, n, op);
-        default:
-            return 0;
-    }
+using MixFn = int (*)(unsigned char*, const unsigned char*, int, int, int);
+
+// Mode M's kernel: null for modes without a vector blend; 9 acts as normal.
+template <class S, int M>
+constexpr MixFn mix_kernel() {
+    if constexpr (M == 9)
+        return &blend_mix<S, kNormal>;
+    else if constexpr (has_vector_blend(M))
+        return &blend_mix<S, M>;
+    else
+        return nullptr;
+}
+
+template <class S, int... M>
+int blend_mix_of_mode(int mode, unsigned char* p, const unsigned char* c, int c_step, int n, int op,
+                      std::integer_sequence<int, M...>) {
+    static constexpr MixFn kMix[] = {mix_kernel<S, M>()...};
+    return kMix[mode] ? kMix[mode](p, c, c_step, n, op) : 0;
 }
 
 }  // namespace
+
 // The entry points of the kernel file that includes this header after its operations set
 // (core/simd_sse2.h or core/simd_avx2.h).
 #ifdef KIV_SIMD_OPS
 int KIV_SIMD_KERNEL(blend_mix)(int mode, unsigned char* p, const unsigned char* c, int c_step, int n, int op) {
-    return blend_mix_of_mode<KIV_SIMD_OPS>(mode, p, c, c_step, n, op);
+    return blend_mix_of_mode<KIV_SIMD_OPS>(mode, p, c, c_step, n, op,
+                                           std::make_integer_sequence<int, kBlendModeCount>{});
 }
 #endif
 

@@ -149,6 +149,7 @@ void pair_conv16(const PairConv& p) {
 }
 
 }  // namespace
+
 // The entry points of the kernel file that includes this header after its operations set
 // (core/simd_sse2.h or core/simd_avx2.h).
 #ifdef KIV_SIMD_OPS

@@ -33,12 +33,7 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
         return m.result(row_ptr(*this, y)[x].a);
     };
     if (const auto spin = kivcore::pick_avx2(KIV_AVX2_KERNEL(spin_pixels_avx2))) {
-        const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels),
-                             m_width,
-                             m_width,
-                             m_height,
-                             static_cast<double>(cx),
-                             static_cast<double>(cy)};
+        const MotionSrc msrc = motion_src(this, cx, cy);
         per_row(this, a, [&](int y, tagRGBA* o) {
             const int whole = a.w() / 4 * 4;
             spin(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(), n, whole,

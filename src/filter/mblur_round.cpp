@@ -41,12 +41,7 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
     const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA));
     tagRGBA* const out = block.as<tagRGBA>();
     const auto arc = kivcore::pick_avx2(KIV_AVX2_KERNEL(arc_pixels_avx2));
-    const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels),
-                         m_width,
-                         m_width,
-                         m_height,
-                         static_cast<double>(cx),
-                         static_cast<double>(cy)};
+    const MotionSrc msrc = motion_src(this, cx, cy);
     kivcore::parallel_chunks(0, static_cast<int>(firsts.size()), [&](int fb, int fe) {
         const std::size_t turns = static_cast<std::size_t>(amax - amin + 1);
         std::vector<Turn> turn(turns);

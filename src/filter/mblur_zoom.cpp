@@ -37,12 +37,7 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
     if (const auto spin = kivcore::pick_avx2(KIV_AVX2_KERNEL(spin_pixels_avx2))) {
         // Four neighbours with the same sample count go to the vector kernel together: the
         // products with zero it adds change no position (floor(+-0 + 0.5) = 0 either way).
-        const MotionSrc msrc{reinterpret_cast<const unsigned char*>(m_pixels),
-                             m_width,
-                             m_width,
-                             m_height,
-                             static_cast<double>(cx),
-                             static_cast<double>(cy)};
+        const MotionSrc msrc = motion_src(this, cx, cy);
         per_row(this, a, [&, spin](int y, tagRGBA* o) {
             const double oy = static_cast<double>(y) - cy;
             const tagRGBA* src = row_ptr(*this, y);

@@ -9,6 +9,7 @@
 #include <cstddef>
 
 #include "filter/filter.h"
+#include "filter/motion_blur_simd.h"
 
 namespace kivfilter {
 
@@ -86,6 +87,12 @@ inline double farthest(const Area& a, double cx, double cy) {
 inline bool centre_ok(kiv* img, int cx, int cy) {
     const long long lim = 4LL * (static_cast<long long>(img->m_width) + img->m_height) + 1024;
     return cx >= -lim && cx <= lim && cy >= -lim && cy <= lim;
+}
+
+// The image as the vector kernels sample it, positions relative to (cx, cy).
+inline MotionSrc motion_src(kiv* img, int cx, int cy) {
+    return MotionSrc{reinterpret_cast<const unsigned char*>(img->m_pixels), img->m_width, img->m_width, img->m_height,
+                     static_cast<double>(cx), static_cast<double>(cy)};
 }
 
 }  // namespace kivfilter
