@@ -155,7 +155,9 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     kivcore::parallel_for(
         0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
+    // The widest kernel first, then the SSE2 one for a last pair it leaves.
     const auto span = kivcore::pick(KIV_AVX2_KERNEL(enhance_span_avx2), KIV_SSE2_KERNEL(enhance_span_sse2));
+    const auto pairs = kivcore::pick_sse2(KIV_SSE2_KERNEL(enhance_span_sse2));
     // Box sums are exact integers, so any order gives the same values: per band of rows,
     // column sums over the box's rows slide down one row at a time (a column of 2001
     // squares stays below 2^31), and prefix sums along the row give each box.
@@ -210,6 +212,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
                 const EnhanceRow er{p1.data(),  p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1),
                                     gain_scale, radius};
                 i = span(er, i, x1, reinterpret_cast<unsigned char*>(o));
+                i = pairs(er, i, x1, reinterpret_cast<unsigned char*>(o));
             }
             for (; i < w; ++i) one(i);
         }
