@@ -518,9 +518,9 @@ void compare(const std::map<std::string, std::string>& want, const std::map<std:
 TEST(Golden, EveryOperationGivesTheRecordedBytesAtOneAndAllThreads) {
     const int saved = kiv::getthreads();
     kiv::setthreads(1);
-    kivcore::allow_avx2(false);
+    kivcore::cap_isa(kivcore::Isa::kSse2);
     const auto single = run_all();
-    kivcore::allow_avx2(true);
+    kivcore::cap_isa(kivcore::Isa::kAvx2);
     kiv::setthreads(0);
     const auto multi = run_all();
     kiv::setthreads(saved);

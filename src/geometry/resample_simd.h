@@ -1,11 +1,13 @@
-// The resampler's inner loops on raw buffers, shared by the SSE2 kernels (resample.cpp) and
-// their AVX2 twins (resample_avx2.cpp; call those only when kivcore::use_avx2()).
+// The resampler's vector kernels on raw buffers (resample_passes.cpp): SSE2 in
+// resample_sse2.cpp, AVX2 twins in resample_avx2.cpp (only where kivcore::use_avx2()).
 //
 // Vertical pass: a source row strip is np pixels as 3 doubles each (r g b, alpha dropped).
 // Horizontal pass: four source rows side by side, 12 doubles a pixel: the four rows' r, then
 // their g, then their b, so one AVX2 register (or two SSE2 ones) holds a channel of all four.
-#ifndef KIV_GEOMETRY_RESAMPLE_KERNELS_H
-#define KIV_GEOMETRY_RESAMPLE_KERNELS_H
+#ifndef KIV_GEOMETRY_RESAMPLE_SIMD_H
+#define KIV_GEOMETRY_RESAMPLE_SIMD_H
+
+#include <cstddef>
 
 namespace kivgeom {
 
@@ -40,15 +42,36 @@ struct HsumArgs {
 };
 
 // np pixels of 4 bytes at src to 3 doubles each at out.
+void rgb_to_pd_sse2(const unsigned char* src, int np, double* out);
 void rgb_to_pd_avx2(const unsigned char* src, int np, double* out);
+void vsum_sse2(const VsumArgs& a);
 void vsum_avx2(const VsumArgs& a);
 // np pixels of each of four rows (row pointers at the first pixel) to the four-row layout.
+void quad_to_pd_sse2(const unsigned char* const* src, int np, double* out);
 void quad_to_pd_avx2(const unsigned char* const* src, int np, double* out);
+void hsum_sse2(const HsumArgs& a);
 void hsum_avx2(const HsumArgs& a);
 
-// zoom_linear's output row from two mixed source rows (four floats a pixel): pixel x is
-// min(bot * fy + top * gy, 255) truncated, per channel, alpha 0.
-void linear_combine_avx2(const float* top, const float* bot, float fy, float gy, int w, unsigned char* out);
+// The streamed vertical pass (spans too tall for the ring): acc[j] = w s[j] (first) or
+// acc[j] + w s[j] for the bytes j of a strip of len bytes (a multiple of 4), and the strip's
+// sums to pixels at d (alpha 0). Each returns the first byte left to do.
+std::size_t accumulate_sse2(const unsigned char* s, std::size_t len, double w, bool first, double* acc);
+std::size_t store_sums_sse2(const double* acc, std::size_t len, unsigned char* d);
+
+namespace {
+
+// A weighted sum to a byte: add a half, truncate toward zero, clamp to 0..255 (NaN gives 0).
+// Every loop starts a sum from its first product rather than adding that to 0.0: the two
+// sums can differ only while they are zeros of opposite sign (a nonzero term gives that
+// term either way), and a zero sum gives 0 either way.
+inline unsigned char sum_to_byte(double v) {
+    v += 0.5;
+    if (v >= 255.0) return 255;
+    if (v >= 1.0) return static_cast<unsigned char>(static_cast<int>(v));
+    return 0;
+}
+
+}  // namespace
 
 }  // namespace kivgeom
 
