@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "interchange/dib_codec.h"
 
@@ -103,8 +104,14 @@ const char* read_rle(const RleSource& s, kiv* out) {
     }
     // Some pixels were never set: a 32-bit image, those transparent and the rest opaque.
     if (!out->create(s.width, s.height, 32)) return "out of memory";
-    for (std::size_t i = 0; i < packets; ++i)
-        if ((set.get()[i >> 3] >> (i & 7)) & 1) out->m_pixels[i] = tagRGBA{img.m_pixels[i].r, img.m_pixels[i].g, img.m_pixels[i].b, 255};
+    const unsigned char* bits = set.get();
+    const tagRGBA* from = img.m_pixels;
+    tagRGBA* to = out->m_pixels;
+    const auto w = static_cast<std::size_t>(s.width);
+    kivcore::parallel_for(0, s.height, [&](int y) {
+        for (std::size_t i = static_cast<std::size_t>(y) * w, end = i + w; i < end; ++i)
+            if ((bits[i >> 3] >> (i & 7)) & 1) to[i] = tagRGBA{from[i].r, from[i].g, from[i].b, 255};
+    });
     return nullptr;
 }
 
