@@ -23,10 +23,10 @@ struct Header {
     unsigned depth = 0;
     std::uint32_t compression = kRgb;
     std::uint32_t size_image = 0;
-    std::uint64_t entries = 0;       // colour-table entries announced
-    unsigned entry_bytes = 4;        // RGBQUAD; RGBTRIPLE after the 12-byte header
-    std::uint32_t mask_bytes = 0;    // masks stored after a 40-byte header
-    std::uint32_t masks[4] = {};     // red, green, blue, alpha
+    std::uint64_t entries = 0;     // colour-table entries announced
+    unsigned entry_bytes = 4;      // RGBQUAD; RGBTRIPLE after the 12-byte header
+    std::uint32_t mask_bytes = 0;  // masks stored after a 40-byte header
+    std::uint32_t masks[4] = {};   // red, green, blue, alpha
     bool masks_given = false;
 };
 
@@ -95,15 +95,19 @@ const char* check_format(const Header& h) {
             if (d != 1 && d != 2 && d != 4 && d != 8 && d != 16 && d != 24 && d != 32 && d != 64)
                 return "unsupported bit count";
             return nullptr;
-        case kRle8: return d == 8 ? nullptr : "BI_RLE8 needs 8 bits per pixel";
-        case kRle4: return d == 4 ? nullptr : "BI_RLE4 needs 4 bits per pixel";
+        case kRle8:
+            return d == 8 ? nullptr : "BI_RLE8 needs 8 bits per pixel";
+        case kRle4:
+            return d == 4 ? nullptr : "BI_RLE4 needs 4 bits per pixel";
         case kBitfields:
         case kAlphaBitfields:
             if (d != 16 && d != 32) return "bit fields need 16 or 32 bits per pixel";
             return check_masks(h.masks, d);
         case kJpeg:
-        case kPng: return "embedded JPEG and PNG data are not decoded";
-        default: return "unknown compression";
+        case kPng:
+            return "embedded JPEG and PNG data are not decoded";
+        default:
+            return "unknown compression";
     }
 }
 

@@ -67,8 +67,8 @@ private:
     void put(unsigned idx) {
         if (x_ < s_.width) {
             const std::int64_t row = s_.top_down ? line_ : s_.height - 1 - line_;
-            const std::uint64_t at = static_cast<std::uint64_t>(row) * static_cast<std::uint64_t>(s_.width) +
-                                     static_cast<std::uint64_t>(x_);
+            const std::uint64_t at =
+                static_cast<std::uint64_t>(row) * static_cast<std::uint64_t>(s_.width) + static_cast<std::uint64_t>(x_);
             const tagRGBA& c = s_.colours[idx];
             img_->m_pixels[at] = tagRGBA{c.r, c.g, c.b, static_cast<BYTE>(idx)};
             set_[at >> 3] = static_cast<unsigned char>(set_[at >> 3] | (1u << (at & 7)));
@@ -92,7 +92,8 @@ const char* read_rle(const RleSource& s, kiv* out) {
     kiv img;
     if (!img.create(s.width, s.height, static_cast<int>(s.depth))) return "out of memory";
     const auto packets = static_cast<std::size_t>(img.m_packets);
-    std::unique_ptr<unsigned char, FreePixels> set(static_cast<unsigned char*>(kivcore::alloc_pixels((packets + 7) / 8)));
+    std::unique_ptr<unsigned char, FreePixels> set(
+        static_cast<unsigned char*>(kivcore::alloc_pixels((packets + 7) / 8)));
     if (!set) return "out of memory";
     RleDecoder dec(s, &img, set.get());
     if (const char* why = dec.run()) return why;

@@ -9,8 +9,8 @@ namespace kivdib {
 namespace {
 
 constexpr std::uint32_t kBitfields = 3;
-constexpr std::uint32_t kSrgb = 0x73524742;    // LCS_sRGB, 'sRGB'
-constexpr std::uint32_t kGmImages = 4;         // LCS_GM_IMAGES: perceptual intent
+constexpr std::uint32_t kSrgb = 0x73524742;  // LCS_sRGB, 'sRGB'
+constexpr std::uint32_t kGmImages = 4;       // LCS_GM_IMAGES: perceptual intent
 
 // c x a / 255 rounded to nearest: c x a is an integer, so the exact quotient is never a
 // half and adding 127 before the division rounds it.
@@ -29,11 +29,11 @@ void write_dibv5(const kiv& img, bool premultiplied, unsigned char* out) {
     put32(out, static_cast<std::uint32_t>(kV5HeaderBytes));
     put32(out + 4, static_cast<std::uint32_t>(img.m_width));
     put32(out + 8, static_cast<std::uint32_t>(img.m_height));  // positive: bottom-up
-    out[12] = 1;                                                // planes
-    out[14] = 32;                                               // bits a pixel
+    out[12] = 1;                                               // planes
+    out[14] = 32;                                              // bits a pixel
     put32(out + 16, kBitfields);
     put32(out + 20, rows <= 0xFFFFFFFFu ? static_cast<std::uint32_t>(rows) : 0);  // 0: "work it out"
-    put32(out + 40, 0x00FF0000);                                                 // red, green, blue, alpha masks
+    put32(out + 40, 0x00FF0000);                                                  // red, green, blue, alpha masks
     put32(out + 44, 0x0000FF00);
     put32(out + 48, 0x000000FF);
     put32(out + 52, 0xFF000000u);

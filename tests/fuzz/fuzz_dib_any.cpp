@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         HGLOBAL dib = GlobalAlloc(GMEM_MOVEABLE, size);
         std::memcpy(GlobalLock(dib), data, size);
         GlobalUnlock(dib);
-        if (b.attachdib_any(dib, &why_b) != ok_a || (ok_a && !same(a, b))) fail("attachdib_any", "differs from the bytes form");
+        if (b.attachdib_any(dib, &why_b) != ok_a || (ok_a && !same(a, b))) fail("attachdib_any", "differs from bytes");
         if (std::memcmp(GlobalLock(dib), data, size)) fail("attachdib_any", "the block changed");
         GlobalUnlock(dib);
         GlobalFree(dib);
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const char* why = nullptr;
         check_read(file, file.loadbmp_bytes(data, size, &why), why, "loadbmp_bytes");
         kiv packed(3, 2, 24);
-        check_read(packed, packed.attachdib_any_bytes(data + 14, size - 14, &why), why, "attachdib_any_bytes after a file header");
+        check_read(packed, packed.attachdib_any_bytes(data + 14, size - 14, &why), why, "the DIB after a file header");
     }
     return 0;
 }
