@@ -21,7 +21,7 @@ struct Form {  // header bytes, depth, compression, masks (red, green, blue, alp
 // What raw pixel value v of form f means (palettized: table entry v, black past the table).
 tagRGBA meaning(const Form& f, std::uint64_t v, const Bytes& tab) {
     const unsigned eb = f.hsize == 12 ? 3 : 4;
-    const bool in = v < std::min<std::size_t>(tab.size() / eb, 1u << f.depth);
+    const bool in = f.depth <= 8 && v < std::min<std::size_t>(tab.size() / eb, 1u << f.depth);
     if (f.depth <= 8) return in ? tagRGBA{tab[v * eb + 2], tab[v * eb + 1], tab[v * eb], BYTE(v)} : tagRGBA{0, 0, 0, BYTE(v)};
     auto fixed = [&](int k, bool colour) {  // s2.13, linear light to sRGB
         const double l = std::clamp(std::int16_t(v >> 16 * k) / 8192.0, 0.0, 1.0);
