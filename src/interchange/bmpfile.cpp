@@ -13,13 +13,6 @@ namespace {
 
 constexpr std::uint64_t kMaxDib = std::uint64_t(1) << 40;
 
-std::uint32_t le32(const unsigned char* p) {
-    return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24;
-}
-void put32(unsigned char* p, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
-}
-
 // A packed DIB with a 40-byte header from an info header and colour table (info_size bytes
 // from info) and the rows (rows_size bytes from rows). rows null: they follow the table.
 void* repack(const unsigned char* info, std::uint64_t info_size, const unsigned char* rows, std::uint64_t rows_size) {

@@ -32,6 +32,13 @@ inline std::uint64_t dib_table_bytes(const BITMAPINFOHEADER& h) {
     return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS ? 12 : 0);
 }
 
+// Little-endian fields at any alignment.
+inline std::uint32_t le16(const unsigned char* p) { return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8; }
+inline std::uint32_t le32(const unsigned char* p) { return le16(p) | le16(p + 2) << 16; }
+inline void put32(unsigned char* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
+}
+
 // Header read without assuming alignment of the block.
 inline BITMAPINFOHEADER read_header(const void* p) {
     BITMAPINFOHEADER h;
