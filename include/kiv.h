@@ -765,18 +765,17 @@ public:
      * depth outside 1..1530, angles that are not finite, an elevation giving a flat shade
      * of 0.  texture may be this image. */
     int texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param);
-    /* texturize with the texture read from a BMP file (uncompressed 1, 4, 8 or 24 bits,
-     * bottom-up or top-down; an info header of 40 bytes or more, V4 and V5 included, with
-     * the colour table after it).  0, image unchanged, for a null path, a missing or
-     * unreadable file, or one that is truncated or malformed (header sizes that do not add
-     * up). */
+    /* texturize with the texture read from a BMP file by loadbmp (every form it reads:
+     * OS/2 and V4/V5 headers, 1 to 64 bits, run-length and bit-field data, top-down).
+     * 0, image unchanged, for a null path, a missing or unreadable file, or one loadbmp
+     * refuses (truncated or malformed). */
     int texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param);
 #ifdef _WIN32
     /* texturize with the texture read from a bitmap resource (RT_BITMAP: a packed DIB, as a
-     * BMP file without its file header; bottom-up) of module (null: the program's
-     * executable); name is a resource name or MAKEINTRESOURCEA(id).  0, image unchanged,
-     * for a null name, a missing resource or one the DIB reader refuses (too short for what
-     * its header claims). */
+     * BMP file without its file header) of module (null: the program's executable) by
+     * attachdib_any_bytes; name is a resource name or MAKEINTRESOURCEA(id).  0, image
+     * unchanged, for a null name, a missing resource or one the reader refuses (too short
+     * for what its header claims). */
     int texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, tagKIV_TEXTURE* param);
 #endif
     /* Write the rectangle's pixels as a 24-bit BMP file at path, for texturize_by_file.  The

@@ -27,9 +27,10 @@ inline std::uint64_t dib_table_entries(const BITMAPINFOHEADER& h) {
     return h.biBitCount <= 8 ? (std::uint64_t(1) << h.biBitCount) : 0;
 }
 
-// Bytes of the colour table, with the three masks of BI_BITFIELDS.
+// Bytes of the colour table, with the three masks BI_BITFIELDS stores after a 40-byte header
+// (longer headers hold them).
 inline std::uint64_t dib_table_bytes(const BITMAPINFOHEADER& h) {
-    return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS ? 12 : 0);
+    return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS && h.biSize == kHeaderBytes ? 12 : 0);
 }
 
 // Little-endian fields at any alignment.

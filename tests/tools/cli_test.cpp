@@ -98,8 +98,9 @@ TEST(Cli, FormatsRoundTrip) {
         ASSERT_EQ(src.m_pixels[i].r, back.m_pixels[i].r);
         ASSERT_EQ(src.m_pixels[i].b, back.m_pixels[i].b);
     }
-    // Palettized images are written as 8/4/1-bit BMP and read back with their indices.
-    for (int bits : {1, 4, 8}) {
+    // Palettized images are written as 8/4/1-bit BMP and read back with their indices, 32-bit
+    // images as V5 BMP with their alpha.
+    for (int bits : {1, 4, 8, 32}) {
         kiv pal = kivtest::random_image(13, 7, bits, static_cast<std::uint64_t>(bits));
         std::string name = s("p" + std::to_string(bits) + ".bmp");
         kivcli::write_file_atomic(name, kivcli::encode_bmp(pal));
@@ -130,7 +131,7 @@ TEST(Cli, FormatsRoundTrip) {
     kiv in8;
     kivcli::load_image(s("t300.bmp"), in8);
     EXPECT_TRUE(kivtest::images_equal(pal8, in8));
-    EXPECT_EQ((std::vector<std::string>{"a.bmp", "b.png", "in.png", "p1.bmp", "p16.bmp", "p4.bmp", "p8.bmp", "t300.bmp"}),
+    EXPECT_EQ((std::vector<std::string>{"a.bmp", "b.png", "in.png", "p1.bmp", "p16.bmp", "p32.bmp", "p4.bmp", "p8.bmp", "t300.bmp"}),
               s.files());
 }
 
@@ -179,6 +180,7 @@ TEST(Cli, UnreadableAndMalformedFilesFailCleanly) {
         EXPECT_FALSE(r.err.empty()) << in;
         EXPECT_FALSE(fs::exists(s("out.png"))) << in;
     }
+    EXPECT_NE(std::string::npos, cli({s("lying.bmp"), "-o", s("out.png")}).err.find("BMP file: pixel rows cut short"));
     // An output that cannot be written: no file, no temporary left behind.
     write_bytes(s("ok.png"), png);
     CliResult r = cli({s("ok.png"), "-o", s("no/such/dir/out.png")});
