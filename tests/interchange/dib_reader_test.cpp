@@ -1,5 +1,5 @@
-// The full DIB and BMP reader and the alpha writer: every header, depth and compression
-// built from random raw pixels and read back against a plain per-pixel reference.
+// The full DIB and BMP reader and the alpha writer: every header, depth and compression read
+// against a plain per-pixel reference, run-length streams checked by hand, malformed data.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -21,8 +21,7 @@ struct Form {  // header bytes, depth, compression, masks (red, green, blue, alp
 // What raw pixel value v of form f means (palettized: table entry v, black past the table).
 tagRGBA meaning(const Form& f, std::uint64_t v, const Bytes& tab) {
     const unsigned eb = f.hsize == 12 ? 3 : 4;
-    const bool in = f.depth <= 8 && v < std::min<std::size_t>(tab.size() / eb, 1u << f.depth);
-    if (f.depth <= 8) return in ? tagRGBA{tab[v * eb + 2], tab[v * eb + 1], tab[v * eb], BYTE(v)} : tagRGBA{0, 0, 0, BYTE(v)};
+    if (f.depth <= 8) return v < tab.size() / eb ? tagRGBA{tab[v * eb + 2], tab[v * eb + 1], tab[v * eb], BYTE(v)} : tagRGBA{0, 0, 0, BYTE(v)};
     auto fixed = [&](int k, bool colour) {  // s2.13, linear light to sRGB
         const double l = std::clamp(std::int16_t(v >> 16 * k) / 8192.0, 0.0, 1.0);
         const double s = l <= 0.0031308 ? 12.92 * l : 1.055 * std::pow(l, 1 / 2.4) - 0.055;
@@ -44,7 +43,7 @@ Bytes pack(const Form& f, int w, int h, const std::vector<std::uint64_t>& raw) {
         }
     return rows;
 }
-// A packed DIB of form f; as a BMP file with a file header and a gap before the rows.
+// A packed DIB of form f; as a BMP file with a file header and a gap of 6 bytes of 7 before the rows.
 Bytes build(const Form& f, int w, int h, const Bytes& tab, const Bytes& rows, bool file) {
     Bytes b;
     put(b, 0, f.hsize);
@@ -59,24 +58,19 @@ Bytes build(const Form& f, int w, int h, const Bytes& tab, const Bytes& rows, bo
     b.insert(b.end(), rows.begin(), rows.end());
     return b;
 }
-// Reads form f as a packed DIB or a BMP file and compares with want: depth, pixels, and below
-// 24 bits the map (the table's entries the depth indexes, raised to cover every index used).
-kiv check(const Form& f, kiv& want, int bits, const Bytes& tab, const Bytes& rows, bool file) {
-    const Bytes b = build(f, want.width(), want.height(), tab, rows, file);
+// want's colour map: the table's first `colours` entries of form f (black past the table).
+void give_map(kiv& want, const Form& f, const Bytes& tab, int colours) {
+    want.alloccmap(colours);
+    for (int i = 0; i < colours; ++i) want.m_map[i] = meaning(f, i, tab), want.m_map[i].a = 0;
+}
+// Reads b as a BMP file or a packed DIB: want's depth, colour map and pixels.
+void expect_read(const Bytes& b, bool file, kiv& want) {
     kiv img;
     const char* why = nullptr;
-    EXPECT_EQ(file ? img.loadbmp_bytes(b.data(), b.size(), &why) : img.attachdib_any_bytes(b.data(), b.size(), &why), 1)
-        << why;
-    EXPECT_EQ(img.bits(), bits);
-    EXPECT_TRUE(kivtest::images_equal(img, want));
-    int colours = bits < 24 ? int(std::min<std::size_t>(tab.size() / (f.hsize == 12 ? 3 : 4), 1u << f.depth)) : 0;
-    for (int i = 0; bits < 24 && i < want.packets(); ++i) colours = std::max(colours, want.pixels()[i].a + 1);
-    EXPECT_EQ(img.colors(), colours);
-    for (int i = 0; i < std::min(colours, img.colors()); ++i) {
-        const tagRGBA m = meaning(f, i, tab);
-        EXPECT_TRUE(kivtest::same_rgba(img.map()[i], tagRGBA{m.r, m.g, m.b, 0})) << i;
-    }
-    return img;
+    ASSERT_EQ(file ? img.loadbmp_bytes(b.data(), b.size(), &why) : img.attachdib_any_bytes(b.data(), b.size(), &why), 1) << why;
+    EXPECT_TRUE(img.bits() == want.bits() && img.colors() == want.colors() && kivtest::images_equal(img, want))
+        << img.bits() << " bits, " << img.colors() << " colours";
+    for (int i = 0; i < std::min(img.colors(), want.colors()); ++i) EXPECT_TRUE(kivtest::same_rgba(img.map()[i], want.map()[i])) << i;
 }
 }  // namespace
 
@@ -86,7 +80,7 @@ TEST(DibReader, EveryFormMatchesThePlainReference) {
         {12, 1, 0, {}, 0, 0}, {12, 4, 0, {}, 0, 0}, {12, 8, 0, {}, 0, 0}, {12, 24, 0, {k24, 0xFF00, 0xFF}, 0, 0},
         {40, 1, 0, {}, 5, 0}, {40, 2, 0, {}, 0, 1}, {40, 4, 0, {}, 3, 0}, {40, 8, 0, {}, 0, 1}, {64, 8, 0, {}, 7, 0},
         {16, 24, 0, {k24, 0xFF00, 0xFF}, 0, 0}, {40, 24, 0, {k24, 0xFF00, 0xFF}, 2, 1}, {40, 64, 0, {}, 0, 0},
-        {40, 16, 0, {k16, 0x3E0, 0x1F}, 0, 0}, {40, 32, 0, {k24, 0xFF00, 0xFF, a8}, 0, 1},
+        {40, 16, 0, {k16, 0x3E0, 0x1F}, 0, 0}, {40, 32, 0, {k24, 0xFF00, 0xFF, a8}, 0, 1}, {40, 16, 3, {0xFFFF}, 0, 0},
         {40, 16, 3, {0xF800, 0x7E0, 0x1F}, 0, 0}, {40, 16, 6, {k16, 0x3E0, 0x1F, 0x8000}, 0, 1},
         {40, 16, 6, {0xF00, 0xF0, 0xF, 0xF000}, 0, 0}, {56, 32, 3, {0x3FF00000, 0xFFC00, 0x3FF, 0xC0000000u}, 0, 0},
         {108, 32, 3, {0xFF, 0xFF00, k24, a8}, 0, 1}, {124, 32, 3, {0xFF00, k24, a8, 0xFF}, 4, 0},
@@ -96,78 +90,54 @@ TEST(DibReader, EveryFormMatchesThePlainReference) {
         for (int w : {1, 5, 8})
             for (int variant = 0; variant < 4; ++variant) {  // bit 0: a BMP file; bit 1: alpha all zero
                 SCOPED_TRACE(::testing::Message() << f.hsize << "/" << f.depth << "/" << f.comp << " " << w << " " << variant);
-                const unsigned eb = f.hsize == 12 ? 3 : 4;
-                const unsigned entries = f.used && eb == 4 ? f.used : f.depth <= 8 ? 1u << f.depth : 0;
-                Bytes tab(entries * eb);
+                const bool file = variant & 1;
+                const unsigned eb = f.hsize == 12 ? 3 : 4, entries = f.used && eb == 4 ? f.used : f.depth <= 8 ? 1u << f.depth : 0;
+                // A file's table may stop short of what the header announces: the rows start at
+                // bfOffBits, and the gap before them reads as further entries.
+                Bytes tab((entries - (file ? entries / 3 : 0)) * eb), seen;
                 for (auto& c : tab) c = rng.byte();
+                seen = tab, seen.resize(std::min<std::size_t>(entries, (tab.size() + (file ? 6 : 0)) / eb) * eb, 7);
                 std::vector<std::uint64_t> raw(std::size_t(w) * 3);
                 kiv want(w, 3, 32);
-                bool alpha = false;
+                int top = -1;
                 for (int i = 0; i < want.packets(); ++i) {
                     raw[i] = rng.next() & (f.depth == 64 ? 0xBFFFBFFFBFFFBFFFull : (std::uint64_t(1) << f.depth) - 1);
+                    if (f.depth == 64 && !i) raw[i] = 0x100010002000FFFFull;  // alpha and red 0.5, green 1, blue -1/8192
                     if (variant & 2) raw[i] &= f.depth == 64 ? 0xFFFFFFFFFFFFull : ~std::uint64_t(f.m[3]);
-                    want.pixels()[i] = meaning(f, raw[i], tab);
-                    alpha = alpha || want.pixels()[i].a;
+                    want.pixels()[i] = meaning(f, raw[i], seen);
+                    top = std::max(top, int(want.pixels()[i].a));
                 }
-                const int bits = f.depth <= 8 ? (f.depth == 2 ? 4 : int(f.depth)) : alpha ? 32 : 24;
-                kiv got = check(f, want, bits, tab, pack(f, w, 3, raw), variant & 1), back;
-                // The alpha writer on what was read: straight alpha exactly, or premultiplied by the
-                // rounded product; opaque below 32 bits.
-                HGLOBAL dib = got.createdib_alpha(variant & 1);
-                ASSERT_EQ(back.attachdib_any(dib, nullptr), 1);
-                GlobalFree(dib);
-                for (int i = 0; i < got.packets(); ++i) {
-                    const tagRGBA p = got.pixels()[i], q = back.pixels()[i];
-                    const int a = bits == 32 ? p.a : 255;
-                    auto mul = [&](int c) { return variant & 1 ? int(std::lround(c * a / 255.0)) : c; };
-                    ASSERT_TRUE(q.r == mul(p.r) && q.g == mul(p.g) && q.b == mul(p.b) && q.a == a) << i;
-                }
+                want.m_bits = f.depth <= 8 ? (f.depth == 2 ? 4 : int(f.depth)) : top ? 32 : 24;
+                if (f.depth <= 8) give_map(want, f, seen, std::max(int(std::min(seen.size() / eb, std::size_t(1) << f.depth)), top + 1));
+                expect_read(build(f, w, 3, tab, pack(f, w, 3, raw), file), file, want);
             }
 }
 
-// Random run-length streams (deltas, absolute stretches, early ends of lines and bitmap)
-// against what each step means; without holes every line is filled, giving a palettized image.
-TEST(DibReader, RunLengthDataMatchesThePlainReference) {
-    kivtest::Rng rng(3);
-    for (unsigned depth : {4u, 8u})
-        for (int w : {1, 6, 7, 300})
-            for (int seed = 0; seed < 16; ++seed) {
-                const int h = 4;
-                const Form f{40, depth, depth == 8 ? 1u : 2u, {}, depth == 8 ? 200u : 0u, false};
-                Bytes tab(4 * (f.used ? f.used : 16)), s;
-                for (auto& c : tab) c = rng.byte();
-                std::vector<int> grid(std::size_t(w) * h, -1);  // indices from the top row; -1 never set
-                int x = 0, line = 0;
-                auto set = [&](int v, int k) {  // index k of a run or stretch from byte v
-                    grid[std::size_t(h - 1 - line) * w + x++] = depth == 8 ? v : k & 1 ? v & 15 : v >> 4;
-                };
-                while (line < h) {
-                    const int left = w - x, n = left ? 1 + rng.below(std::min(left, 255)) : 0;
-                    const int op = seed & 1 ? rng.below(6) : 3 + rng.below(3);
-                    if (!n || op == 0) {
-                        s.insert(s.end(), {0, 0}), x = 0, ++line;  // end of line
-                    } else if (op == 1 && line == h - 1) {
-                        break;  // end of bitmap before the end
-                    } else if (op == 2) {
-                        const int up = line < h - 1 ? rng.below(2) : 0;
-                        s.insert(s.end(), {0, 2, BYTE(n), BYTE(up)}), x += n, line += up;
-                    } else if (op == 3 && n >= 3) {  // absolute, padded to 16 bits
-                        const std::size_t bytes = depth == 8 ? n : (n + 1) / 2, at = s.size() + 2;
-                        s.insert(s.end(), {0, BYTE(n)});
-                        for (std::size_t k = 0; k < bytes + bytes % 2; ++k) s.push_back(rng.byte());
-                        for (int k = 0; k < n; ++k) set(s[at + (depth == 8 ? k : k / 2)], k);
-                    } else {
-                        s.insert(s.end(), {BYTE(n), rng.byte()});
-                        for (int k = 0; k < n; ++k) set(s.back(), k);
-                    }
-                }
-                s.insert(s.end(), {0, 1});
-                const bool full = std::count(grid.begin(), grid.end(), -1) == 0;
-                kiv want(w, h, 32);
-                for (int i = 0; i < want.packets(); ++i)
-                    if (grid[i] >= 0) want.pixels()[i] = meaning(f, grid[i], tab), want.pixels()[i].a = full ? grid[i] : 255;
-                check(f, want, full ? int(depth) : 32, tab, s, seed & 2);
-            }
+// RLE8, 4 x 3 from the bottom line: a run of 3, end of line, an absolute stretch of 3 (padded),
+// a delta up one line, a run of 1; then end of bitmap and bytes that would overrun, or biSizeImage
+// ending the data before such bytes. RLE4, 3 x 2: a run of 4 ending on the pad nibble, end of
+// line, an absolute stretch of 3 nibbles (2 bytes, no pad), indices past the 3-entry table.
+TEST(DibReader, RunLengthStreamsCheckedByHand) {
+    const Bytes tab = {10, 20, 30, 0, 40, 50, 60, 0, 70, 80, 90, 0}, body = {3, 1, 0, 0, 0, 3, 2, 0, 1, 0, 0, 2, 0, 1, 1, 2};
+    const Form rle8{40, 8, 1, {}, 3, 0}, rle4{40, 4, 2, {}, 3, 0};
+    auto want = [&](const Form& f, int w, std::vector<int> idx) {  // indices from the top line; -1: never set
+        kiv k(w, int(idx.size()) / w, 32);
+        const bool holes = std::count(idx.begin(), idx.end(), -1) > 0;
+        for (int i = 0; i < k.packets(); ++i)
+            if (idx[i] >= 0) k.m_pixels[i] = meaning(f, idx[i], tab), k.m_pixels[i].a = holes ? 255 : BYTE(idx[i]);
+        if (!holes) k.m_bits = int(f.depth), give_map(k, f, tab, 1 + *std::max_element(idx.begin(), idx.end()));
+        return k;
+    };
+    kiv holes = want(rle8, 4, {-1, -1, -1, 2, 2, 0, 1, -1, 1, 1, 1, -1}), full = want(rle4, 3, {3, 4, 5, 1, 2, 1});
+    for (bool cut : {false, true}) {
+        Bytes s = body;
+        if (!cut) s.insert(s.end(), {0, 1});
+        s.insert(s.end(), {2, 1});
+        Bytes b = build(rle8, 4, 3, tab, s, false);
+        put(b, 20, cut ? body.size() : 0);  // biSizeImage
+        expect_read(b, false, holes);
+    }
+    expect_read(build(rle4, 3, 2, tab, {4, 0x12, 0, 0, 0, 3, 0x34, 0x50, 0, 1}, true), true, full);
 }
 
 // Malformed data is refused with a reason, the image and the global-memory block left as they
@@ -204,8 +174,15 @@ TEST(DibReader, RefusesMalformedData) {
     }
 }
 
-// The alpha writer's BMP files read back; refused writes leave no file.
-TEST(DibWriter, BmpFilesReadBack) {
+// The premultiplied form rounds to nearest; the alpha writer's BMP files read back; refused
+// writes leave no file.
+TEST(DibWriter, PremultipliesAndWritesBmpFiles) {
+    kiv one(1, 1, 32);
+    one.m_pixels[0] = tagRGBA{1, 255, 2, 127};  // x 127 / 255: 0.498, 127, 0.996
+    HGLOBAL d = one.createdib_alpha(1);
+    const BYTE* p = static_cast<BYTE*>(GlobalLock(d)) + 124;
+    EXPECT_TRUE(p[0] == 1 && p[1] == 127 && p[2] == 0 && p[3] == 127);  // blue, green, red, alpha
+    GlobalUnlock(d), GlobalFree(d);
     kivtest::ScratchDir dir("kivdib_");
     kiv img = kivtest::random_image(5, 4, 32, 2), back, empty;
     const char* why = "unset";
