@@ -27,29 +27,26 @@ TEST(DibWindows, ClipboardRoundTrips) {
     }
 }
 
+// Over a grey of 100: (colour x alpha + 100 x (255 - alpha)) / 255, within GDI's own rounding.
 TEST(DibWindows, AlphaBlendTakesThePremultipliedForm) {
     const int w = 8, h = 3;
     kiv img = kivtest::random_image(w, h, 32, 12);
     HGLOBAL dib = img.createdib_alpha(1);
     auto* info = static_cast<BITMAPINFO*>(GlobalLock(dib));
-    BITMAPINFO grey{{sizeof(BITMAPINFOHEADER), w, -h, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
     HDC src_dc = CreateCompatibleDC(nullptr), dst_dc = CreateCompatibleDC(nullptr);
-    void *src_bits = nullptr, *dst_bits = nullptr;
-    HBITMAP src = CreateDIBSection(src_dc, info, DIB_RGB_COLORS, &src_bits, nullptr, 0);
-    HBITMAP dst = CreateDIBSection(dst_dc, &grey, DIB_RGB_COLORS, &dst_bits, nullptr, 0);
+    BYTE *src_bits = nullptr, *dst_bits = nullptr;  // both bottom-up, as the DIB
+    HBITMAP src = CreateDIBSection(src_dc, info, DIB_RGB_COLORS, reinterpret_cast<void**>(&src_bits), nullptr, 0);
+    HBITMAP dst = CreateDIBSection(dst_dc, info, DIB_RGB_COLORS, reinterpret_cast<void**>(&dst_bits), nullptr, 0);
     ASSERT_TRUE(src && dst);
     std::memcpy(src_bits, reinterpret_cast<BYTE*>(info) + info->bmiHeader.biSize, 4 * w * h);
     std::memset(dst_bits, 100, 4 * w * h);
     SelectObject(src_dc, src), SelectObject(dst_dc, dst);
     ASSERT_TRUE(AlphaBlend(dst_dc, 0, 0, w, h, src_dc, 0, 0, w, h, BLENDFUNCTION{AC_SRC_OVER, 0, 255, AC_SRC_ALPHA}));
     GdiFlush();
-    // Over a grey of 100: (colour x alpha + 100 x (255 - alpha)) / 255; GDI rounds its own way.
-    for (int i = 0; i < w * h; ++i)
-        for (int c = 0; c < 3; ++c) {
-            const tagRGBA p = img.pixels()[i];
-            const int got = static_cast<BYTE*>(dst_bits)[4 * i + 2 - c];
-            EXPECT_LE(std::abs(got - ((&p.r)[c] * p.a + 100 * (255 - p.a)) / 255), 2) << i;
-        }
+    for (int i = 0; i < w * h; ++i) {
+        const tagRGBA p = img.pixels()[(h - 1 - i / w) * w + i % w];
+        for (int c = 0; c < 3; ++c) EXPECT_LE(std::abs(dst_bits[4 * i + 2 - c] - ((&p.r)[c] * p.a + 100 * (255 - p.a)) / 255), 2) << i;
+    }
     DeleteDC(src_dc), DeleteDC(dst_dc), DeleteObject(src), DeleteObject(dst), GlobalUnlock(dib), GlobalFree(dib);
 }
 #endif
