@@ -225,11 +225,8 @@ TEST(TextureFile, SaveAndLoadRoundTrip) {
     ASSERT_EQ(1, img.texture_save(&r, path.c_str()));
     EXPECT_EQ(1u, s.count());  // no temporary left behind
     // The file holds the clipped rectangle at 24 bits.
-    const std::vector<unsigned char> bytes = read_bytes(path);
-    HGLOBAL dib = kivdib::dib_from_bmp(bytes.data(), bytes.size());
-    ASSERT_NE(nullptr, dib);
-    kiv back(dib);
-    GlobalFree(dib);
+    kiv back;
+    ASSERT_EQ(1, back.loadbmp(path.c_str(), nullptr));
     ASSERT_EQ(13, back.m_width);
     ASSERT_EQ(16, back.m_height);
     EXPECT_EQ(24, back.m_bits);
