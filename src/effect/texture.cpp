@@ -9,15 +9,6 @@
 #include "platform/global_memory.h"
 #include "platform/resources.h"
 
-namespace kiveffect {
-
-// Through the full reader: any form of packed DIB a resource may hold.
-bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img) {
-    return img->attachdib_any_bytes(data, size, nullptr) != 0;
-}
-
-}  // namespace kiveffect
-
 int kiv::texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param) {
     kiveffect::Area a;
     if (!kiveffect::normalise(this, rect, &a)) return 0;
@@ -32,8 +23,8 @@ int kiv::texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, 
     if (!name || !kiveffect::normalise(this, rect, &a)) return 0;
     std::size_t size = 0;
     const void* data = kivplat::find_resource(module, name, kivplat::kBitmapResource, &size);
-    kiv texture;
-    if (!data || !kiveffect::texture_from_packed_dib(data, size, &texture)) return 0;
+    kiv texture;  // any form of packed DIB, through the full reader
+    if (!data || !texture.attachdib_any_bytes(data, size, nullptr)) return 0;
     return texturize(rect, &texture, param);
 }
 #endif

@@ -18,10 +18,6 @@ namespace fs = std::filesystem;
 using kivtest::images_equal;
 using kivtest::px;
 
-namespace kiveffect {
-bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img);
-}
-
 namespace {
 
 kiv grey_random(int w, int h, std::uint64_t seed) {
@@ -65,12 +61,6 @@ std::vector<unsigned char> bmp_of(kiv& img) {
     EXPECT_TRUE(kivdib::bmp_from_dib(dib, &file));
     GlobalFree(dib);
     return file;
-}
-
-// A 6 x 4 24-bit image's packed DIB without its slack rows: 40 + 4 rows of 20 bytes.
-std::vector<unsigned char> packed_dib(kiv& img) {
-    const std::vector<unsigned char> file = bmp_of(img);
-    return std::vector<unsigned char>(file.begin() + 14, file.begin() + 14 + 120);
 }
 
 }  // namespace
@@ -301,20 +291,6 @@ TEST(TextureFile, ReadsEveryFormOfBmpFile) {
     EXPECT_TRUE(images_equal(a, b));
 }
 
-// The reader behind bitmap resources: a packed DIB in memory, refused when short.
-TEST(TextureResource, PackedDibReader) {
-    kiv tex = kivtest::random_image(6, 4, 24, 3);
-    const std::vector<unsigned char> packed = packed_dib(tex);
-    kiv got;
-    ASSERT_TRUE(kiveffect::texture_from_packed_dib(packed.data(), packed.size(), &got));
-    EXPECT_TRUE(same_rgb(tex, got));
-    kiv none;
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(packed.data(), packed.size() - 1, &none));
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(packed.data(), 39, &none));
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(nullptr, 120, &none));
-    EXPECT_EQ(nullptr, none.m_pixels);
-}
-
 #ifdef _WIN32
 // A copy of this program with a bitmap resource added, loaded as a data file: the real
 // FindResourceA / LoadResource path.
@@ -325,7 +301,8 @@ TEST(TextureResource, FromAModulesBitmapResource) {
     const std::string copy = s("res.exe");
     ASSERT_TRUE(CopyFileA(self, copy.c_str(), FALSE));
     kiv tex = kivtest::random_image(6, 4, 24, 3);
-    std::vector<unsigned char> packed = packed_dib(tex);
+    const std::vector<unsigned char> file = bmp_of(tex);  // 6 x 4 at 24 bits: 40 + 4 rows of 20 bytes
+    std::vector<unsigned char> packed(file.begin() + 14, file.begin() + 14 + 120);
     HANDLE up = BeginUpdateResourceA(copy.c_str(), FALSE);
     ASSERT_NE(nullptr, up);
     ASSERT_TRUE(UpdateResourceA(up, MAKEINTRESOURCEA(2), "TEXTURE", MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
