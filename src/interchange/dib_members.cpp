@@ -94,7 +94,8 @@ int kiv::savebmp_alpha(const char* path, int premultiplied, const char** reason)
         kivdib::put32(&file[10], static_cast<std::uint32_t>(kivdib::kFileHeader + kivdib::kV5HeaderBytes));
         kivdib::write_dibv5(*this, premultiplied != 0, &file[kivdib::kFileHeader]);
         // Written beside path and moved over it: a failed write leaves no partial file.
-        return report(reason, kivplat::replace_file(path, file.data(), file.size()) ? nullptr : "cannot write the file");
+        return report(reason,
+                      kivplat::replace_file(path, file.data(), file.size()) ? nullptr : "cannot write the file");
     } catch (const std::exception&) {
         return report(reason, "out of memory");
     }

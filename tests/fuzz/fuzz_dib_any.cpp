@@ -12,7 +12,8 @@ using kivfuzz::images_same;
 void check_read(kiv& img, int ok, const char* why, const char* where) {
     kivfuzz::check_image(img, where);
     if (!ok) {
-        if (!why || !images_same(img, kiv(3, 2, 24))) fail(where, "a refusal without a reason, or one that changed the image");
+        if (!why || !images_same(img, kiv(3, 2, 24)))
+            fail(where, "a refusal without a reason, or one that changed the image");
         return;
     }
     for (int i = 0; i < img.m_packets; ++i)

@@ -45,7 +45,8 @@ TEST(DibWindows, AlphaBlendTakesThePremultipliedForm) {
     GdiFlush();
     for (int i = 0; i < w * h; ++i) {
         const tagRGBA p = img.pixels()[(h - 1 - i / w) * w + i % w];
-        for (int c = 0; c < 3; ++c) EXPECT_LE(std::abs(dst_bits[4 * i + 2 - c] - ((&p.r)[c] * p.a + 100 * (255 - p.a)) / 255), 2) << i;
+        for (int c = 0; c < 3; ++c)
+            EXPECT_LE(std::abs(dst_bits[4 * i + 2 - c] - ((&p.r)[c] * p.a + 100 * (255 - p.a)) / 255), 2) << i;
     }
     DeleteDC(src_dc), DeleteDC(dst_dc), DeleteObject(src), DeleteObject(dst), GlobalUnlock(dib), GlobalFree(dib);
 }

@@ -30,7 +30,8 @@ namespace {
 // Every form of BMP file, through the library's full reader (a 32-bit file keeps its alpha).
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
     const char* why = nullptr;
-    if (!img.loadbmp_bytes(bytes.data(), bytes.size(), &why)) throw CliError(std::string("unreadable BMP file: ") + why);
+    if (!img.loadbmp_bytes(bytes.data(), bytes.size(), &why))
+        throw CliError(std::string("unreadable BMP file: ") + why);
 }
 
 void decode_stb(const std::vector<unsigned char>& bytes, kiv& img) {
