@@ -1,4 +1,4 @@
-/* kiv.h - kivlib, a raster-image library: the one public header.
+/* kiv.h - kivlib, a raster-image library: the C++ header (kivc.h is the C interface).
  *
  * An image (class kiv) holds width x height four-byte tagRGBA pixels, row-major, top row
  * first, no padding, whatever its nominal depth.  Depths below 24 bits also carry a colour
@@ -14,113 +14,9 @@
 #ifndef KIV_H
 #define KIV_H
 
-#if defined(_WIN32)
-#  include <windows.h>
-#  ifndef KIV_API
-#    if defined(KIV_STATIC)
-#      define KIV_API
-#    elif defined(KIV_BUILDING)
-#      define KIV_API __declspec(dllexport)
-#    else
-#      define KIV_API __declspec(dllimport)
-#    endif
-#  endif
-#else
-#  include "kiv_win32.h"
-#endif
-
-/* One pixel or colour-map entry: bytes red, green, blue, alpha in memory.  Read as a
- * little-endian 32-bit word its low three bytes have the COLORREF layout. */
-struct tagRGBA {
-    BYTE r, g, b, a;
-};
-
-/* Progress callback: code 0 = start (value = number of steps to follow), 1 = one step
- * done, 2 = finished, 3 = reset (only ever sent by a host). */
-typedef void (*kivProgressProc)(int code, int value);
-
-/* Parameter records. */
-struct tagKIV_EMBOSS {
-    double azimuth;   /* light direction, degrees */
-    double elevation; /* light elevation, degrees */
-    int depth;        /* relief depth */
-    int mono;         /* nonzero: grey result */
-};
-struct tagKIV_COLORBALANCE {
-    int red[3];   /* shadows, midtones, highlights: -100..100 */
-    int green[3];
-    int blue[3];
-    int preserve; /* nonzero: keep each pixel's lightness */
-};
-struct tagKIV_COLORCUT {
-    int colorspace; /* a KIV_CS_* code */
-    int step[3];    /* quantization step per channel; 0 leaves the channel alone */
-};
-struct tagGRADCOLORS {
-    COLORREF color; /* COLORREF layout */
-    int pos;        /* position in thousandths of the gradient length, 0..1000 */
-};
-struct tagSYSCOL {
-    BYTE r, g, b;
-};
-
-/* Noise of kiv::noise. */
-struct tagKIV_NOISE {
-    int amount;        /* strength 0..255: uniform noise lies in -amount..amount; Gaussian noise
-                          has a standard deviation of amount / 2, rounded to the nearest
-                          integer (at most 3 x amount) */
-    int gaussian;      /* 0 uniform, 1 Gaussian */
-    int mono;          /* nonzero: one value added to red, green and blue alike (grey noise);
-                          0: an independent value per channel */
-    unsigned int seed; /* any value; the same seed gives the same bytes everywhere */
-};
-/* Lighting of kiv::texturize and its file and resource forms, as kiv::emboss lights. */
-struct tagKIV_TEXTURE {
-    double azimuth;   /* light direction, degrees counter-clockwise from the right (90: top) */
-    double elevation; /* light elevation above the image plane, degrees, finite */
-    int depth;        /* relief depth 1..1530 */
-};
-/* Lighting of kiv::bumpmap and kiv::bumpmap_merge. */
-struct tagKIV_BUMPMAP {
-    double azimuth;   /* as tagKIV_TEXTURE */
-    double elevation;
-    int depth;
-    int invert;       /* nonzero: dark parts of the height field stand high */
-};
+#include "kiv_common.h"
 
 struct kivMapStore; /* the mapped-file pixel store (opaque) */
-
-/* Colour-space codes of convert_colorspace / convert_rgb (and tagKIV_COLORCUT).  Each space
- * is held in bytes 0..2 of a pixel; the scaling of each channel onto 0..255 is:
- *   KIV_CS_RGB    0  red, green, blue unchanged (identity).
- *   KIV_CS_HSV    1  hue, saturation, value of the library's HSV model (each 0..1), times 255,
- *                    rounded; hue 255 is the same as hue 0.
- *   KIV_CS_HLS    2  hue, lightness, saturation of the library's integer HLS model (already
- *                    0..255: one turn of hue is 255).
- *   KIV_CS_YCBCR  3  Y, Cb, Cr of ITU-R BT.601, full range (as in JFIF): Y 0..255, Cb and Cr
- *                    centred on 128; rounded, clamped.
- *   KIV_CS_YIQ    4  Y 0..255; I (+-151.9 for 8-bit RGB) and Q (+-133.3) scaled to +-127
- *                    around 128 (grey); rounded.
- *   KIV_CS_CMY    5  cyan, magenta, yellow = 255 - red, green, blue (exact).
- *   KIV_CS_LAB    6  CIE L*a*b* of sRGB, D65 white: L* x 2.55, a* + 128, b* + 128; rounded,
- *                    clamped.  Computed without libm, so the bytes are the same everywhere.
- * Largest error of a round trip (forward, then back) over all 8-bit colours, per channel:
- * RGB, CMY 0; YCbCr 1; YIQ 2; HSV 4; HLS 8 (the model truncates); LAB 26 (near the gamut
- * boundary, where one channel is close to black). */
-enum {
-    KIV_CS_RGB = 0,
-    KIV_CS_HSV = 1,
-    KIV_CS_HLS = 2,
-    KIV_CS_YCBCR = 3,
-    KIV_CS_YIQ = 4,
-    KIV_CS_CMY = 5,
-    KIV_CS_LAB = 6
-};
-
-/* Flags of kiv::quantize_hq and kiv::quantize_shared. */
-enum {
-    KIV_QUANT_ALPHA = 1 /* byte 3 of 24- and 32-bit images is straight alpha */
-};
 
 class KIV_API kiv {
 public:
@@ -305,6 +201,69 @@ public:
      * null, for an empty image. */
     HBITMAP createbitmap(HPALETTE* palette);
 #endif
+
+    /* ---- Every DIB and BMP form; 32-bit DIBs with alpha ------------------------------
+     * The full reader, beside attachdib (which keeps its own fixed behaviour):
+     *   attachdib_any        a packed DIB in a movable global-memory handle (CF_DIB,
+     *                        CF_DIBV5, a copied resource); nothing past GlobalSize is read;
+     *   attachdib_any_bytes  a packed DIB of size bytes at data (a locked clipboard block,
+     *                        LockResource data);
+     *   loadbmp              a BMP file (its 14-byte file header, then a packed DIB whose
+     *                        pixel data starts at bfOffBits; a colour table is what fits
+     *                        between the header and bfOffBits);
+     *   loadbmp_bytes        the bytes of a BMP file, size of them at data.
+     * 1 on success; 0 on refusal with this image unchanged.  When reason is non-null it
+     * receives null on success, else a static English text saying why (never freed).
+     * Read: headers of 12 bytes (OS/2 1.x: 16-bit sizes, 3-byte table entries), 16 to 64
+     * bytes (OS/2 2.x; fields it omits are 0), 40 (BITMAPINFOHEADER), 52 and 56 (with
+     * masks), 108 (V4) and 124 (V5); depths 1, 2, 4, 8, 16, 24, 32 and 64; BI_RGB,
+     * BI_RLE8, BI_RLE4, BI_BITFIELDS and BI_ALPHABITFIELDS (6) with any contiguous,
+     * non-overlapping masks (after a 40-byte header, 12 or 16 bytes of masks follow it;
+     * later headers hold them); rows bottom-up (biHeight > 0) or top-down (< 0), also for
+     * run-length data.  Colour spaces and ICC profiles of V4/V5 headers are ignored; the
+     * pixel values are taken as they are.  The image made:
+     *   - depths 1, 2, 4, 8 uncompressed and RLE data setting every pixel: palettized at
+     *     that depth (2 becomes 4), each pixel's fourth byte its index; colors = the
+     *     table's entries (biClrUsed, 0 meaning 1 << depth; entries past 1 << depth are
+     *     skipped), raised to cover the highest index the pixels use, the added entries
+     *     black;
+     *   - RLE data leaving pixels unset (deltas, early end of line or bitmap): 32 bits,
+     *     those pixels 0 (transparent black), the others their colours with alpha 255;
+     *   - 16, 24, 32 and 64 bits: 32 bits with alpha in the fourth byte when some pixel's
+     *     alpha is not 0, else 24 bits with fourth bytes 0.  Bit-field channels are scaled
+     *     from their mask's width to 0..255 as round(v x 255 / (2^width - 1)); a missing
+     *     mask gives 0 (alpha: none).  BI_RGB is 5-5-5 at 16 bits and 8-8-8 at 32 bits
+     *     with the fourth byte as alpha (all zero: 24 bits, as most such files mean).
+     *     64 bits: blue, green, red, alpha as signed 16-bit fixed point, 8192 = 1.0,
+     *     linear light, straight alpha: colours clamped to 0..1 and encoded to sRGB,
+     *     alpha clamped and scaled, both rounded.
+     *   - Alpha is taken as straight (not premultiplied).
+     * Refused (with a reason): a null handle, data or path; an unreadable file; no 'BM'
+     * (files); an unknown header size; width below 1, height 0, more than 2^31 - 1
+     * pixels; a bit count or compression outside the above (BI_JPEG and BI_PNG data are
+     * not decoded; OS/2 Huffman and RLE24 neither); masks that are not contiguous,
+     * overlap, or exceed 16 bits at depth 16; a header, masks, table or rows running
+     * past the data; bfOffBits inside the header or past the file; run data cut short
+     * or writing outside the image (an RLE4 run may end on the pad nibble of an odd
+     * width); memory running out. */
+    int attachdib_any(void* dib, const char** reason);
+    int attachdib_any_bytes(const void* data, size_t size, const char** reason);
+    int loadbmp(const char* path, const char** reason);
+    int loadbmp_bytes(const void* data, size_t size, const char** reason);
+    /* A new packed DIB (movable global memory; the caller frees it) of the whole image at
+     * 32 bits: a 124-byte V5 header (BI_BITFIELDS, masks red 0xFF0000, green 0xFF00, blue
+     * 0xFF, alpha 0xFF000000, colour space sRGB), no table, rows bottom-up, blue, green,
+     * red, alpha.  Alpha is the fourth byte of 32-bit images and 255 at other depths.
+     * premultiplied 1: colours multiplied by alpha / 255, rounded to nearest (the form
+     * AlphaBlend with AC_SRC_ALPHA and UpdateLayeredWindow take); 0: straight alpha (the
+     * clipboard's CF_DIBV5).  Null for an empty image, premultiplied outside 0..1, or
+     * when memory runs out.  attachdib_any reads it back (straight alpha). */
+    void* createdib_alpha(int premultiplied);
+    /* The same DIB as a BMP file at path (file header, bfOffBits 138), replacing any file
+     * there.  1 on success; 0 with a reason (as the readers give it) for a null or empty
+     * path, premultiplied outside 0..1, an empty image, one whose file would pass 4 GiB,
+     * or a failed write, which leaves no file at path. */
+    int savebmp_alpha(const char* path, int premultiplied, const char** reason);
 
 protected:
     int _attachdib(void* dib, int mapped); /* the reader; mapped nonzero: mapped-file store */
@@ -853,18 +812,17 @@ public:
      * depth outside 1..1530, angles that are not finite, an elevation giving a flat shade
      * of 0.  texture may be this image. */
     int texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param);
-    /* texturize with the texture read from a BMP file (uncompressed 1, 4, 8 or 24 bits,
-     * bottom-up or top-down; an info header of 40 bytes or more, V4 and V5 included, with
-     * the colour table after it).  0, image unchanged, for a null path, a missing or
-     * unreadable file, or one that is truncated or malformed (header sizes that do not add
-     * up). */
+    /* texturize with the texture read from a BMP file by loadbmp (every form it reads:
+     * OS/2 and V4/V5 headers, 1 to 64 bits, run-length and bit-field data, top-down).
+     * 0, image unchanged, for a null path, a missing or unreadable file, or one loadbmp
+     * refuses (truncated or malformed). */
     int texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param);
 #ifdef _WIN32
     /* texturize with the texture read from a bitmap resource (RT_BITMAP: a packed DIB, as a
-     * BMP file without its file header; bottom-up) of module (null: the program's
-     * executable); name is a resource name or MAKEINTRESOURCEA(id).  0, image unchanged,
-     * for a null name, a missing resource or one the DIB reader refuses (too short for what
-     * its header claims). */
+     * BMP file without its file header) of module (null: the program's executable) by
+     * attachdib_any_bytes; name is a resource name or MAKEINTRESOURCEA(id).  0, image
+     * unchanged, for a null name, a missing resource or one the reader refuses (too short
+     * for what its header claims). */
     int texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, tagKIV_TEXTURE* param);
 #endif
     /* Write the rectangle's pixels as a 24-bit BMP file at path, for texturize_by_file.  The
@@ -889,33 +847,5 @@ public:
 protected:
     void clearparam(); /* zero every field without releasing anything */
 };
-
-#ifdef __cplusplus
-extern "C" {
-#endif
-/* ---- Free functions ------------------------------------------------------------------ */
-/* A new packed DIB holding the part of the packed DIB dib inside *rect (null or empty: all
- * of it), at the depth the DIB is read at; null when the DIB cannot be read or the clipped
- * rectangle is empty.  dib is left as it was. */
-KIV_API void* kivCrop(void* dib, tagRECT* rect);
-/* Quantization of a packed DIB (a movable global-memory handle, as attachdib reads it) into
- * a new packed DIB (createdib; the caller frees it with GlobalFree).  dib is only read, never
- * changed or freed.  The modes, palettes and threading are those of kiv::quantize.  Null
- * when dib cannot be read, for mode outside 0..4, or when memory runs out; besides:
- *   kivQuantize       colors outside 1..256; palette chosen from the image;
- *   kivQuantizeWcp    pal null or with 0 or more than 256 entries; palette = pal;
- *   kivQuantizeWdp    fixed palette `which` (kiv::quantize_wdp); for which outside 0..8
- *                     the result is the DIB as read, unquantized;
- *   kivQuantizeWin256 kivQuantizeWdp(dib, mode, 1): the 256-colour system palette;
- *   kivQuantizeWin16  kivQuantizeWdp(dib, mode, 0): the 16 VGA colours. */
-KIV_API void* kivQuantize(void* dib, int mode, int colors);
-KIV_API void* kivQuantizeWcp(void* dib, int mode, tagLOGPALETTE* pal);
-KIV_API void* kivQuantizeWdp(void* dib, int mode, int which);
-KIV_API void* kivQuantizeWin256(void* dib, int mode);
-KIV_API void* kivQuantizeWin16(void* dib, int mode);
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif /* KIV_H */

@@ -9,12 +9,16 @@
 #include <memory>
 
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kivadjust {
 
 using u8 = std::uint8_t;
 using u32 = std::uint32_t;
+using kivcore::Area;
+using kivcore::clamp255;
+using kivcore::clip_rect;
 
 // A pixel as one little-endian word: red in bits 0..7, green 8..15, blue 16..23, and the
 // fourth byte (alpha or colour-map index) in 24..31, which the adjustments carry through.
@@ -36,6 +40,22 @@ inline bool true_colour(const kiv& img) { return img.m_bits >= 24; }
 // Entries an operation on the colour map may touch: none when there is no map.
 inline int map_entries(const kiv& img) { return img.m_map && img.m_colors > 0 ? img.m_colors : 0; }
 
+// The two ways of a per-colour operation: on_rect(rc) on the clipped rectangle of a
+// true-colour image (false, nothing done, when it is empty), or on_map() on the colour map of
+// a palettized one, its pixels then refreshed from the map where refresh is set.
+template <class OnRect, class OnMap>
+bool pixels_or_map(kiv& img, tagRECT* rect, OnRect on_rect, OnMap on_map, bool refresh = true) {
+    if (true_colour(img)) {
+        Area rc;
+        if (!clip_rect(img, rect, &rc)) return false;
+        on_rect(rc);
+    } else {
+        on_map();
+        if (refresh) img.validate_rgb();
+    }
+    return true;
+}
+
 // One byte table per channel.
 struct Tables {
     u8 r[256], g[256], b[256];
@@ -49,7 +69,7 @@ inline u32 map_word(u32 w, const Tables& t) {
 // body(row pointer at rc.left, pixel count) for every row of a clipped rectangle, rows
 // spread over the parallel loop; rows are disjoint, so bodies never share what they write.
 template <class F>
-void for_rows(kiv& img, const tagRECT& rc, F&& body) {
+void for_rows(kiv& img, const Area& rc, F&& body) {
     tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = rc.right - rc.left;
@@ -61,7 +81,7 @@ void for_rows(kiv& img, const tagRECT& rc, F&& body) {
 // fn(word) -> new red, green, blue (bits 0..23) for each pixel of the rectangle, in parallel;
 // the fourth byte is kept.
 template <class F>
-void map_rect(kiv& img, const tagRECT& rc, F fn) {
+void map_rect(kiv& img, const Area& rc, F fn) {
     for_rows(img, rc, [&](tagRGBA* p, int n) {
         for (int i = 0; i < n; ++i) {
             const u32 w = load(p + i);
@@ -92,7 +112,7 @@ void apply_batch(const F& fn, const u32* in, u32* out, int n) {
 // overwrite what their pixels took and enter the cache.  A colour missing twice within one
 // stretch is computed twice, which keeps the lookups free of stores.
 template <class F>
-void map_rect_cached(kiv& img, tagRECT rc, const F& fn) {
+void map_rect_cached(kiv& img, Area rc, const F& fn) {
     tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = rc.right - rc.left;
@@ -150,7 +170,7 @@ void map_colormap(kiv& img, F fn) {
 // 65536 entries costs about as much as mapping this many pixels one byte at a time.
 constexpr long long kPairTablePixels = 1LL << 18;
 
-inline void tables_rect(kiv& img, const tagRECT& rc, const Tables& t) {
+inline void tables_rect(kiv& img, const Area& rc, const Tables& t) {
     const long long pixels = static_cast<long long>(rc.right - rc.left) * (rc.bottom - rc.top);
     if (pixels < kPairTablePixels) {
         for_rows(img, rc, [&](tagRGBA* p, int n) {
@@ -186,11 +206,6 @@ inline void tables_rect(kiv& img, const tagRECT& rc, const Tables& t) {
 inline void tables_colormap(kiv& img, const Tables& t) {
     map_colormap(img, [&](u32 w) { return map_word(w, t); });
 }
-
-// The clipped rectangle of a true-colour operation; false when it is empty.
-inline bool clip(kiv& img, tagRECT* rect, tagRECT* out) { return img.validaterect(rect, out) != 0; }
-
-inline int clamp255(long long v) { return v < 0 ? 0 : v > 255 ? 255 : static_cast<int>(v); }
 
 // A double to an entry: 0 below 0, 255 from 255.0 up (NaN gives 0), else truncated.
 inline u8 entry_from_double(double v) {

@@ -42,8 +42,8 @@ void cut_tables(const tagKIV_COLORCUT& cc, Tables& t) {
 
 int kiv::colorcut(tagRECT* rect, tagKIV_COLORCUT* cc) {
     if (!cc || !has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     Tables t;
     cut_tables(*cc, t);
     if (cc->colorspace == kRgbSpace) {
@@ -57,7 +57,7 @@ int kiv::colorcut(tagRECT* rect, tagKIV_COLORCUT* cc) {
     if (!tmp.create(w, h, 24)) return 0;
     tmp.blt(0, 0, w, h, this, rc.left, rc.top);
     if (!convert_space(tmp, cc->colorspace, true)) return 0;
-    tagRECT all{0, 0, w, h};
+    const Area all{0, 0, w, h};
     tables_rect(tmp, all, t);
     if (!convert_space(tmp, cc->colorspace, false)) return 0;
     m_bits = 24;

@@ -2,13 +2,10 @@
 #include <array>
 #include <mutex>
 
-#include "core/simd.h"
-#if KIV_HAVE_SSE2
-#include <emmintrin.h>
-#endif
-
 #include "adjust/adjust.h"
+#include "adjust/histogram_simd.h"
 #include "core/color_models.h"
+#include "core/simd.h"
 
 using namespace kivadjust;
 
@@ -16,27 +13,10 @@ namespace {
 
 using Histogram = std::array<u32, 256>;
 
-inline u32 luminance(u32 w) { return (77 * (w & 0xFF) + 150 * ((w >> 8) & 0xFF) + 29 * ((w >> 16) & 0xFF)) >> 8; }
-
-#if KIV_HAVE_SSE2
-// The luminance levels of eight pixels: each pixel's bytes widened to 16 bits and weighed
-// in pairs (77 r + 150 g, 29 b + 0 a), the pairs added, shifted down and narrowed. Sums
-// stay below 2^16, so every step is exact.
-inline void luminance8(const tagRGBA* p, std::uint16_t* out) {
-    const __m128i zero = _mm_setzero_si128(), coef = _mm_setr_epi16(77, 150, 29, 0, 77, 150, 29, 0);
-    auto four = [&](__m128i v) {
-        const __m128i a = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), coef);  // pixels 0, 1
-        const __m128i b = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), coef);  // pixels 2, 3
-        // Each pair's sum into its low lane, then those lanes side by side.
-        const __m128i sa = _mm_shuffle_epi32(_mm_add_epi32(a, _mm_srli_epi64(a, 32)), _MM_SHUFFLE(3, 1, 2, 0));
-        const __m128i sb = _mm_shuffle_epi32(_mm_add_epi32(b, _mm_srli_epi64(b, 32)), _MM_SHUFFLE(3, 1, 2, 0));
-        return _mm_srli_epi32(_mm_unpacklo_epi64(sa, sb), 8);
-    };
-    const __m128i lo = four(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    const __m128i hi = four(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packs_epi32(lo, hi));
+inline u32 luminance(u32 w) {
+    return static_cast<u32>(kivcore::luminance(static_cast<int>(w & 0xFF), static_cast<int>((w >> 8) & 0xFF),
+                                               static_cast<int>((w >> 16) & 0xFF)));
 }
-#endif
 
 // Luminance histogram of every pixel of the image.  Rows are counted in parallel into
 // private histograms and summed: counts are exact, so the split changes nothing.
@@ -46,27 +26,20 @@ Histogram luminance_histogram(kiv& img) {
     const tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = img.m_width;
+    const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(count_luminance_sse2));
     kivcore::parallel_chunks(0, img.m_height, [&](int y0, int y1) {
         // Eight interleaved counters per level so runs of equal levels do not serialise on
         // one memory location.
         u32 part[8][256] = {};
         for (int y = y0; y < y1; ++y) {
             const tagRGBA* p = base + static_cast<std::size_t>(y) * stride;
-            int i = 0;
-#if KIV_HAVE_SSE2
-            for (; i + 8 <= n; i += 8) {
-                std::uint16_t lv[8];
-                luminance8(p + i, lv);
-                for (int k = 0; k < 8; ++k) ++part[k][lv[k]];
-            }
-#else
+            int i = vec ? vec(reinterpret_cast<const u8*>(p), n, part) : 0;
             for (; i + 4 <= n; i += 4) {
                 ++part[0][luminance(load(p + i))];
                 ++part[1][luminance(load(p + i + 1))];
                 ++part[2][luminance(load(p + i + 2))];
                 ++part[3][luminance(load(p + i + 3))];
             }
-#endif
             for (; i < n; ++i) ++part[0][luminance(load(p + i))];
         }
         std::lock_guard<std::mutex> lock(mu);
@@ -77,7 +50,7 @@ Histogram luminance_histogram(kiv& img) {
 }
 
 // Applies one table to all three channels: rectangle rows in parallel, or the map.
-void apply_one_table(kiv& img, const tagRECT* rc, const u8 (&one)[256]) {
+void apply_one_table(kiv& img, const Area* rc, const u8 (&one)[256]) {
     Tables t;
     std::memcpy(t.r, one, 256);
     std::memcpy(t.g, one, 256);
@@ -119,34 +92,25 @@ void stretch_tables(const Range& r, Tables& t) {
         }
 }
 
-Range rect_range(kiv& img, const tagRECT& rc) {
+Range rect_range(kiv& img, const Area& rc) {
     Range total;
     std::mutex mu;
     const tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
+    const auto range = kivcore::pick_sse2(KIV_SSE2_KERNEL(byte_range_sse2));
     kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
         Range part;
         for (int y = y0; y < y1; ++y) {
             const tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
             // The row as plain bytes into 16 running minima and maxima (lane k holds channel
-            // k % 4), 16 bytes a step with SSE2; the tail, or everything without SSE2, byte
-            // by byte into the same lanes.  Folded per channel below.
+            // k % 4), 16 bytes a step in the vector kernel; the tail, or everything on the
+            // scalar path, byte by byte into the same lanes.  Folded per channel below.
             const u8* bytes = reinterpret_cast<const u8*>(p);
             const std::size_t nb = static_cast<std::size_t>(rc.right - rc.left) * sizeof(tagRGBA);
             u8 lo16[16], hi16[16];
             std::memset(lo16, 255, sizeof lo16);
             std::memset(hi16, 0, sizeof hi16);
-            std::size_t j = 0;
-#if KIV_HAVE_SSE2
-            __m128i vlo = _mm_set1_epi8(-1), vhi = _mm_setzero_si128();
-            for (; j + 16 <= nb; j += 16) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + j));
-                vlo = _mm_min_epu8(vlo, v);
-                vhi = _mm_max_epu8(vhi, v);
-            }
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(lo16), vlo);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(hi16), vhi);
-#endif
+            std::size_t j = range ? range(bytes, nb, lo16, hi16) : 0;
             for (; j < nb; ++j) {
                 lo16[j % 16] = bytes[j] < lo16[j % 16] ? bytes[j] : lo16[j % 16];
                 hi16[j % 16] = bytes[j] > hi16[j % 16] ? bytes[j] : hi16[j % 16];
@@ -204,9 +168,8 @@ u32 enhance_word(u32 w, const ValueRange& vr) {
 }  // namespace
 
 int kiv::autocontrast(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     Tables t;
     if (m_bits > 8) {
         stretch_tables(rect_range(*this, rc), t);
@@ -222,9 +185,8 @@ int kiv::autocontrast(tagRECT* rect) {
 }
 
 int kiv::equalize(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image
     u32 cum[256];
     u32 run = 0;
@@ -245,9 +207,8 @@ int kiv::equalize(tagRECT* rect) {
 }
 
 int kiv::normalize(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     const Histogram hist = luminance_histogram(*this);  // of the whole image
     int lo = 255, hi = 0;
     // The first level from below and from above at which the running count exceeds
@@ -287,8 +248,8 @@ int kiv::normalize(tagRECT* rect) {
 int kiv::autocolorenhance(tagRECT* rect) {
     if (!has_pixels(*this)) return 0;
     if (true_colour(*this)) {
-        tagRECT rc;
-        if (!clip(*this, rect, &rc)) return 0;
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
         // Extremes are exact whatever the order, so rows are scanned in parallel.
         ValueRange total;
         std::mutex mu;

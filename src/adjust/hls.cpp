@@ -184,15 +184,11 @@ struct Preserve {
 // The per-colour rule on either path: rectangle (validated) or the whole colour map.
 template <class F>
 int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
-    if (true_colour(img)) {
-        tagRECT rc;
-        if (!clip(img, rect, &rc)) return 0;
-        map_rect_cached(img, rc, fn);
-    } else {
-        map_colormap(img, fn);
-        if (refresh) img.validate_rgb();
-    }
-    return 1;
+    return pixels_or_map(
+               img, rect, [&](const Area& rc) { map_rect_cached(img, rc, fn); }, [&] { map_colormap(img, fn); },
+               refresh)
+               ? 1
+               : 0;
 }
 
 }  // namespace
@@ -228,8 +224,8 @@ int kiv::colorbalance(tagRECT* rect, tagKIV_COLORBALANCE* cb) {
         tables_colormap(*this, t);
         return 1;
     }
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     tables_rect(*this, rc, t);
     return 1;
 }

@@ -12,16 +12,11 @@ namespace {
 // Applies a table set on either path: the rectangle's pixels (true colour) or the colour
 // map followed by a refresh of the pixels (palettized, rectangle ignored).
 int apply_tables(kiv& img, tagRECT* rect, const Tables& t) {
-    if (!has_pixels(img)) return 0;
-    if (true_colour(img)) {
-        tagRECT rc;
-        if (!clip(img, rect, &rc)) return 0;
-        tables_rect(img, rc, t);
-    } else {
-        tables_colormap(img, t);
-        img.validate_rgb();
-    }
-    return 1;
+    return has_pixels(img) &&
+                   pixels_or_map(
+                       img, rect, [&](const Area& rc) { tables_rect(img, rc, t); }, [&] { tables_colormap(img, t); })
+               ? 1
+               : 0;
 }
 
 void same_for_all(Tables& t, const u8 (&one)[256]) {
@@ -71,7 +66,7 @@ u8 percent_entry(int c, int p) {
     return static_cast<u8>(v >> 8);
 }
 
-void complement_rect(kiv& img, const tagRECT& rc) {
+void complement_rect(kiv& img, const Area& rc) {
     // XOR with all-ones in the colour bytes is 255 - c; plain words, so it vectorises.
     for_rows(img, rc, [](tagRGBA* p, int n) {
         for (int i = 0; i < n; ++i) store(p + i, load(p + i) ^ 0x00FFFFFFu);
@@ -102,9 +97,8 @@ int kiv::bright_contrast(tagRECT* rect, int brightness, int contrast) {
 }
 
 int kiv::gamma_rgb(tagRECT* rect, double red, double green, double blue, double master) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;  // also for palettized images
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;  // also for palettized images
     int tr[256], tg[256], tb[256], tm[256];
     gamma_table(red, tr);
     gamma_table(green, tg);
@@ -128,9 +122,8 @@ int kiv::gamma_rgb(tagRECT* rect, double red, double green, double blue, double 
 int kiv::gamma(tagRECT* rect, double g) { return gamma_rgb(rect, 1.0, 1.0, 1.0, g); }
 
 int kiv::adjust_rgb(tagRECT* rect, int red, int green, int blue) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;  // also for palettized images
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;  // also for palettized images
     Tables t;
     for (int i = 0; i < 256; ++i) {
         t.r[i] = percent_entry(i, red);
@@ -151,8 +144,8 @@ int kiv::adjust_rgb(tagRECT* rect, int red, int green, int blue) {
 void kiv::negative(tagRECT* rect) {
     if (!has_pixels(*this)) return;
     if (true_colour(*this)) {
-        tagRECT rc;
-        if (clip(*this, rect, &rc)) complement_rect(*this, rc);
+        Area rc;
+        if (clip_rect(*this, rect, &rc)) complement_rect(*this, rc);
     } else {
         // The pixels keep their old colour bytes until the map is next applied to them.
         complement_colormap(*this);
@@ -171,12 +164,8 @@ void invert_block(kiv& img, long long x, long long y, long long w, long long h) 
         w = img.m_width;
         h = img.m_height;
     }
-    const long long l = x < 0 ? 0 : (x < img.m_width ? x : img.m_width);
-    const long long t = y < 0 ? 0 : (y < img.m_height ? y : img.m_height);
-    const long long r = x + w < img.m_width ? x + w : img.m_width;
-    const long long b = y + h < img.m_height ? y + h : img.m_height;
-    if (r - l < 1 || b - t < 1) return;
-    const tagRECT rc{static_cast<LONG>(l), static_cast<LONG>(t), static_cast<LONG>(r), static_cast<LONG>(b)};
+    Area rc;
+    if (!kivcore::clip_box(img, x, y, w, h, &rc)) return;
     complement_rect(img, rc);
 }
 }  // namespace
@@ -184,26 +173,21 @@ void invert_block(kiv& img, long long x, long long y, long long w, long long h) 
 void kiv::invertrect(int x, int y, int w, int h) { invert_block(*this, x, y, w, h); }
 
 void kiv::invertrect(tagRECT* rect) {
-    if (!rect || rect->right <= rect->left || rect->bottom <= rect->top)
-        invert_block(*this, 0, 0, m_width, m_height);
-    else
-        invert_block(*this, rect->left, rect->top, static_cast<long long>(rect->right) - rect->left,
-                     static_cast<long long>(rect->bottom) - rect->top);
+    const kivcore::Box b = kivcore::box_of(*this, rect);
+    invert_block(*this, b.x, b.y, b.w, b.h);
 }
 
 int kiv::desaturate(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    if (true_colour(*this)) {
-        tagRECT rc;
-        if (!clip(*this, rect, &rc)) return 0;
-        for_rows(*this, rc, [](tagRGBA* p, int n) {
-            for (int i = 0; i < n; ++i) store(p + i, desaturate_word(load(p + i)));
-        });
-    } else {
-        map_colormap(*this, desaturate_word);
-        validate_rgb();
-    }
-    return 1;
+    return has_pixels(*this) && pixels_or_map(
+                                    *this, rect,
+                                    [&](const Area& rc) {
+                                        for_rows(*this, rc, [](tagRGBA* p, int n) {
+                                            for (int i = 0; i < n; ++i) store(p + i, desaturate_word(load(p + i)));
+                                        });
+                                    },
+                                    [&] { map_colormap(*this, desaturate_word); })
+               ? 1
+               : 0;
 }
 
 int kiv::posterize(tagRECT* rect, int levels) {
@@ -219,9 +203,8 @@ int kiv::posterize(tagRECT* rect, int levels) {
 }
 
 int kiv::colorify(tagRECT* rect, COLORREF color) {
-    if (!has_pixels(*this)) return 0;
-    tagRECT rc;
-    if (!clip(*this, rect, &rc)) return 0;
+    Area rc;
+    if (!clip_rect(*this, rect, &rc)) return 0;
     m_bits = 24;  // whatever it was; a colour map stays but no longer speaks for the pixels
     const int cr = static_cast<int>(color & 0xFF), cg = static_cast<int>((color >> 8) & 0xFF),
               cb = static_cast<int>((color >> 16) & 0xFF);

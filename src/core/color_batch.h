@@ -1,5 +1,5 @@
 // The integer HLS model of color_models.h over batches of colours: AVX2 kernels
-// (color_batch_avx2.cpp) where they run, the scalar functions otherwise. Every colour comes
+// (color_batch_simd.h) where they run, the scalar functions otherwise. Every colour comes
 // out exactly as rgb_to_hls / hls_to_rgb give it.
 #ifndef KIV_CORE_COLOR_BATCH_H
 #define KIV_CORE_COLOR_BATCH_H
@@ -14,10 +14,6 @@ void hls_of_words(const std::uint32_t* words, int* h, int* l, int* s, std::size_
 // RGB of n HLS triples, channels as hls_to_rgb returns them (truncated, unclamped). l and s
 // must lie in 0..255; h may be any value within +-2^25.
 void rgb_of_hls(const int* h, const int* l, const int* s, int* r, int* g, int* b, std::size_t n);
-
-// The AVX2 kernels behind them; each handles n rounded down to a multiple of 8.
-void hls_of_words_avx2(const std::uint32_t* words, int* h, int* l, int* s, std::size_t n);
-void rgb_of_hls_avx2(const int* h, const int* l, const int* s, int* r, int* g, int* b, std::size_t n);
 
 }  // namespace kivcore
 

@@ -3,7 +3,7 @@
 // division stays a division. The integer quotient of the saturation is a single-precision
 // division truncated: numerator below 2^16, divisor 1..511, quotient below 256, so the
 // rounded quotient never reaches the next integer (half an ulp is below 2^-17 < 1/511).
-#include "core/color_batch.h"
+#include "core/color_batch_simd.h"
 #include "core/simd.h"
 
 #if KIV_HAVE_AVX2

@@ -1,4 +1,4 @@
-// Processor features behind the SIMD dispatch.
+// Processor features behind the instruction-set switch.
 #include <atomic>
 
 #include "core/simd.h"
@@ -58,12 +58,33 @@ bool has_avx2() {
     return has;
 }
 
-std::atomic<bool> g_allowed{true};
+// The cap as set, and the switch's value: the lower of the cap and the best set here,
+// worked out on first use and again whenever the cap changes.
+std::atomic<int> g_cap{static_cast<int>(Isa::kAvx2)};
+std::atomic<int> g_isa{-1};
+
+int settle() {
+    const int best = has_avx2() ? 2 : (KIV_HAVE_SSE2 ? 1 : 0), cap = g_cap.load(std::memory_order_relaxed);
+    const int v = cap < best ? cap : best;
+    g_isa.store(v, std::memory_order_relaxed);
+    return v;
+}
+
+inline int current() {
+    const int v = g_isa.load(std::memory_order_relaxed);
+    return v >= 0 ? v : settle();
+}
 
 }  // namespace
 
 bool cpu_has_avx2() { return has_avx2(); }
-bool use_avx2() { return g_allowed.load(std::memory_order_relaxed) && has_avx2(); }
-void allow_avx2(bool allowed) { g_allowed.store(allowed, std::memory_order_relaxed); }
+Isa isa() { return static_cast<Isa>(current()); }
+bool use_sse2() { return current() >= 1; }
+bool use_avx2() { return current() == 2; }
+void cap_isa(Isa most) {
+    g_cap.store(static_cast<int>(most), std::memory_order_relaxed);
+    settle();
+}
+void allow_avx2(bool allowed) { cap_isa(allowed ? Isa::kAvx2 : Isa::kSse2); }
 
 }  // namespace kivcore

@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace {
+
+using kivcore::row_ptr;
 
 // Span of indices [lo, hi) within [0, n) for which start + i lies in [0, limit).
 struct Span {
@@ -34,7 +37,7 @@ template <class Copy>
 void each_row_pixel(kiv* img, int x, int y, int n, Copy copy) {
     if (!img->m_pixels || y < 0 || y >= img->m_height) return;
     Span s = clip_span(x, n, img->m_width);
-    tagRGBA* row = img->m_pixels + static_cast<std::size_t>(y) * img->m_width;
+    tagRGBA* row = row_ptr(*img, y);
     for (long long i = s.lo; i < s.hi; ++i) copy(static_cast<std::size_t>(i), row + (x + i));
 }
 
@@ -52,10 +55,28 @@ void each_block_row(kiv* img, int x, int y, int w, int h, Copy copy) {
     Span cols = clip_span(x, wc, img->m_width);
     if (rows.empty() || cols.empty()) return;
     for (long long r = rows.lo; r < rows.hi; ++r) {
-        tagRGBA* row = img->m_pixels + static_cast<std::size_t>(y + r) * img->m_width;
+        tagRGBA* row = row_ptr(*img, static_cast<int>(y + r));
         copy(static_cast<std::size_t>(r * wc + cols.lo), row + (x + cols.lo), static_cast<std::size_t>(cols.hi - cols.lo));
     }
 }
+
+// Pixel i of a line to and from three bytes of buf (red, green, blue).
+struct ToRgb {
+    unsigned char* buf;
+    void operator()(std::size_t i, const tagRGBA* p) const {
+        buf[3 * i] = p->r;
+        buf[3 * i + 1] = p->g;
+        buf[3 * i + 2] = p->b;
+    }
+};
+struct FromRgb {
+    const unsigned char* buf;
+    void operator()(std::size_t i, tagRGBA* p) const {
+        p->r = buf[3 * i];
+        p->g = buf[3 * i + 1];
+        p->b = buf[3 * i + 2];
+    }
+};
 
 }  // namespace
 
@@ -68,21 +89,11 @@ void kiv::setcol(tagRGBA* buf, int x, int y, int n) {
 }
 
 void kiv::getcol_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_col(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            buf[3 * i] = p->r;
-            buf[3 * i + 1] = p->g;
-            buf[3 * i + 2] = p->b;
-        });
+    if (buf) each_col(this, x, y, n, ToRgb{buf});
 }
 
 void kiv::setcol_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_col(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            p->r = buf[3 * i];
-            p->g = buf[3 * i + 1];
-            p->b = buf[3 * i + 2];
-        });
+    if (buf) each_col(this, x, y, n, FromRgb{buf});
 }
 
 void kiv::getrow(tagRGBA* buf, int x, int y, int n) {
@@ -95,21 +106,11 @@ void kiv::setrow(tagRGBA* buf, int x, int y, int n) {
 }
 
 void kiv::getrow_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_row_pixel(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            buf[3 * i] = p->r;
-            buf[3 * i + 1] = p->g;
-            buf[3 * i + 2] = p->b;
-        });
+    if (buf) each_row_pixel(this, x, y, n, ToRgb{buf});
 }
 
 void kiv::setrow_rgb(unsigned char* buf, int x, int y, int n) {
-    if (buf)
-        each_row_pixel(this, x, y, n, [&](std::size_t i, tagRGBA* p) {
-            p->r = buf[3 * i];
-            p->g = buf[3 * i + 1];
-            p->b = buf[3 * i + 2];
-        });
+    if (buf) each_row_pixel(this, x, y, n, FromRgb{buf});
 }
 
 void kiv::getpacket(tagRGBA* buf, int x, int y, int w, int h) {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "platform/memory.h"
+
 // Sanitizer builds keep every block on the heap, where LeakSanitizer can see it.
 #if defined(__has_feature)
 #  if __has_feature(address_sanitizer)
@@ -14,10 +16,8 @@
 #  define KIV_HEAP_ONLY 1
 #endif
 
-#if defined(__linux__) && !defined(KIV_HEAP_ONLY)
+#if KIV_PLATFORM_HUGE_PAGES && !defined(KIV_HEAP_ONLY)
 #  define KIV_DIRECT_MAPPINGS 1
-#  include <sys/mman.h>
-
 #  include <mutex>
 #  include <utility>
 #  include <unordered_map>
@@ -34,7 +34,7 @@ constexpr std::size_t kHuge = std::size_t(2) << 20;
 // cost more than the work of a fast operation at that size.
 constexpr std::size_t kDirectFrom = std::size_t(4) << 20;
 
-// The system mappings handed out, by their pixel address: munmap needs the length, and
+// The system mappings handed out, by their pixel address: unmapping needs the length, and
 // free_pixels must tell them from heap blocks. Few and large, so a locked map is cheap.
 struct Mappings {
     std::mutex lock;
@@ -48,21 +48,14 @@ Mappings& mappings() {
 void* map_aligned(std::size_t n) {
     if (n > SIZE_MAX - kHuge) return nullptr;
     const std::size_t len = (n + kHuge - 1) / kHuge * kHuge;
-    // Over-map by one huge page, then give back the unaligned head and the tail.
-    void* raw = mmap(nullptr, len + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (raw == MAP_FAILED) return nullptr;
-    const auto base = reinterpret_cast<std::uintptr_t>(raw);
-    const std::uintptr_t aligned = (base + kHuge - 1) / kHuge * kHuge;
-    if (aligned > base) munmap(raw, aligned - base);
-    const std::uintptr_t end = base + len + kHuge;
-    if (end > aligned + len) munmap(reinterpret_cast<void*>(aligned + len), end - (aligned + len));
-    void* p = reinterpret_cast<void*>(aligned);
-    madvise(p, len, MADV_HUGEPAGE);  // advice only: without huge pages the block still works
+    void* p = kivplat::map_pages(len, kHuge);
+    if (!p) return nullptr;
+    kivplat::advise_huge_pages(p, len);
     try {
         std::lock_guard<std::mutex> g(mappings().lock);
         mappings().sizes.emplace(p, len);
     } catch (...) {
-        munmap(p, len);
+        kivplat::unmap_pages(p, len);
         return nullptr;
     }
     return p;
@@ -106,7 +99,7 @@ void* alloc_pixels_unzeroed(std::size_t n) {
             try {
                 mappings().sizes.emplace(p, len);
             } catch (...) {
-                munmap(p, len);
+                kivplat::unmap_pages(p, len);
                 return nullptr;
             }
             return p;
@@ -128,20 +121,18 @@ void free_pixels(void* p) {
             drop = p;
             drop_len = it->second;
             mappings().sizes.erase(it);
-#  if defined(MADV_FREE)
             // Kept only where the kernel may take the pages back without asking.
-            if (drop_len <= kKeepMax && madvise(p, drop_len, MADV_FREE) == 0) {
+            if (drop_len <= kKeepMax && kivplat::advise_free(p, drop_len)) {
                 std::swap(drop, g_kept[1].p);
                 std::swap(drop_len, g_kept[1].len);
                 std::swap(g_kept[0], g_kept[1]);
             }
-#  endif
         }
     }
     if (!mapped)
         std::free(p);
     else if (drop)
-        munmap(drop, drop_len);
+        kivplat::unmap_pages(drop, drop_len);
 }
 #else
 void* alloc_pixels(std::size_t n) { return std::calloc(n ? n : 1, 1); }

@@ -9,8 +9,8 @@
 int kiv::pixelize(tagRECT* rect, int size) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || size < 1) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || size < 1) return 0;
+    raise_depth_24(*this);
     if (size == 1) return 1;
     const int w = a.w();
     const int cells = static_cast<int>((static_cast<long long>(w) + size - 1) / size);
@@ -21,7 +21,7 @@ int kiv::pixelize(tagRECT* rect, int size) {
         // Sums of a whole band of cells, row by row: each pixel is read once, in order.
         std::vector<std::uint64_t> sum(static_cast<std::size_t>(cells) * 3, 0);
         for (int y = y0; y < y1; ++y) {
-            const tagRGBA* p = row_ptr(this, y) + a.left;
+            const tagRGBA* p = row_ptr(*this, y) + a.left;
             for (int c = 0; c < cells; ++c) {
                 const int x0 = c * size, x1 = static_cast<int>(std::min<long long>(w, static_cast<long long>(x0) + size));
                 std::uint64_t r = 0, g = 0, b = 0;
@@ -36,7 +36,7 @@ int kiv::pixelize(tagRECT* rect, int size) {
             const std::uint64_t* s = sum.data() + static_cast<std::size_t>(c) * 3;
             const BYTE r = static_cast<BYTE>(s[0] / n), g = static_cast<BYTE>(s[1] / n), b = static_cast<BYTE>(s[2] / n);
             for (int y = y0; y < y1; ++y) {
-                tagRGBA* p = row_ptr(this, y) + a.left;
+                tagRGBA* p = row_ptr(*this, y) + a.left;
                 for (int x = x0; x < x1; ++x) p[x].r = r, p[x].g = g, p[x].b = b;
             }
         }
@@ -47,8 +47,8 @@ int kiv::pixelize(tagRECT* rect, int size) {
 int kiv::pyramid(tagRECT* rect, int size, int depth) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || size < 2 || depth < 0 || depth > 255) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || size < 2 || depth < 0 || depth > 255) return 0;
+    raise_depth_24(*this);
     if (depth == 0) return 1;
     // One table per face: top, left, right, bottom.
     const int delta[4] = {depth, depth / 2, -(depth / 2), -depth};
@@ -60,7 +60,7 @@ int kiv::pyramid(tagRECT* rect, int size, int depth) {
         const int v = j % size;
         const int ch = std::min(size, h - (j - v));  // height of this row's cells, as cut
         const int t = v, bo = ch - 1 - v;
-        tagRGBA* p = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* p = row_ptr(*this, a.top + j) + a.left;
         for (int x0 = 0; x0 < w; x0 += size) {
             const int cw = std::min(size, w - x0);
             for (int u = 0; u < cw; ++u) {

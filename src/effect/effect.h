@@ -1,5 +1,5 @@
-// Helpers shared by the effects: rectangle checks, intensity, the per-pixel random stream
-// and the relief lighting of texturize and bumpmap.
+// Helpers shared by the effects: the per-pixel random stream and the relief shading of
+// texturize and bumpmap.
 #ifndef KIV_EFFECT_EFFECT_H
 #define KIV_EFFECT_EFFECT_H
 
@@ -8,19 +8,20 @@
 #include <vector>
 
 #include "core/parallel.h"
-#include "filter/filter.h"
+#include "core/relief_light.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kiveffect {
 
-using kivfilter::Area;
-using kivfilter::clamp255;
-using kivfilter::normalise;
-using kivfilter::raise_depth_24;
-using kivfilter::row_ptr;
+using kivcore::Area;
+using kivcore::clamp255;
+using kivcore::clip_rect;
+using kivcore::raise_depth_24;
+using kivcore::row_ptr;
 
-// The library's luminance weights (histogram adjustments use the same).
-inline int intensity(const tagRGBA& p) { return (77 * p.r + 150 * p.g + 29 * p.b) >> 8; }
+// clip_rect for members that hold `this` (texture.cpp's spelling).
+inline bool normalise(kiv* img, tagRECT* rect, Area* out) { return clip_rect(*img, rect, out); }
 
 // Random numbers as a pure function of (seed, x, y, k): no generator state, so the bytes do
 // not depend on the order in which threads visit pixels. splitmix64's finaliser mixes.
@@ -39,23 +40,15 @@ inline int below(std::uint32_t bits, std::uint32_t n) {
     return static_cast<int>((std::uint64_t(bits) * n) >> 32);
 }
 
-// Light of a relief, lit as emboss lights it: the surface normal of a 3x3 neighbourhood
-// of heights h is (Nx, Ny, Nz) with Nx = left column - right column, Ny = bottom row - top
-// row (each the sum of three heights) and Nz = 1530 / depth; the shade is the dot product
-// with the light vector of length 255.9 over |N|, truncated, clamped to 0..255; a flat
-// neighbourhood takes the flat shade trunc(Lz).
-struct Light {
-    double lx, ly, nzlz;
-    int nz2;
-    int flat;
-};
-// False for angles that are not finite or a depth outside 1..1530.
-bool make_light(double azimuth, double elevation, int depth, Light* out);
+// The relief light of angles in degrees (finite) and a depth of 1 .. 1530; false, *out
+// untouched, otherwise.
+bool make_light(double azimuth, double elevation, int depth, kivcore::ReliefLight* out);
 
 // Shades of a w x h block from a plane of heights with a one-pixel frame: heights has
 // (w + 2) x (h + 2) values, row-major, and shade (x, y) comes from the 3x3 block centred
 // on heights (x + 1, y + 1). Rows run through the parallel loop.
-void shade_block(const Light& light, const std::vector<int>& heights, int w, int h, std::vector<BYTE>* shade);
+void shade_block(const kivcore::ReliefLight& light, const std::vector<int>& heights, int w, int h,
+                 std::vector<BYTE>* shade);
 
 // A relief's heights for a w x h block: block pixel (i, j) reads source (col(i), row(j))
 // for i in -1..w, j in -1..h; intensity, inverted (255 - v) when asked.
@@ -66,19 +59,15 @@ std::vector<int> height_plane(kiv* src, int w, int h, bool invert, Col col, Row 
     std::vector<int> cols(pw);
     for (int i = -1; i <= w; ++i) cols[static_cast<std::size_t>(i + 1)] = col(i);
     kivcore::parallel_for(-1, h + 1, [&](int j) {
-        const tagRGBA* s = row_ptr(src, row(j));
+        const tagRGBA* s = row_ptr(*src, row(j));
         int* o = plane.data() + static_cast<std::size_t>(j + 1) * pw;
         for (std::size_t i = 0; i < pw; ++i) {
-            const int v = intensity(s[cols[i]]);
+            const int v = kivcore::luminance(s[cols[i]].r, s[cols[i]].g, s[cols[i]].b);
             o[i] = invert ? 255 - v : v;
         }
     });
     return plane;
 }
-
-// Reads a packed DIB held in memory (a bitmap resource, say) into img through attachdib;
-// false, img untouched, when the reader refuses it or memory runs out.
-bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img);
 
 }  // namespace kiveffect
 

@@ -60,8 +60,8 @@ private:
 int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || radius < 1 || radius > 100 || levels < 2 || levels > 256) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || radius < 1 || radius > 100 || levels < 2 || levels > 256) return 0;
+    raise_depth_24(*this);
     const int W = m_width, H = m_height, r = radius, K = 2 * radius + 1;
     // Sums with r go through long long: an image may be nearly INT_MAX pixels wide or tall.
     const int bx0 = std::max(0, a.left - r);
@@ -82,10 +82,11 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
             const std::size_t slot = static_cast<std::size_t>(((yy % K) + K) % K);
             slot_row[slot] = yy;
             if (yy < 0 || yy >= H) return;
-            const tagRGBA* s = row_ptr(this, static_cast<int>(yy)) + bx0;
+            const tagRGBA* s = row_ptr(*this, static_cast<int>(yy)) + bx0;
             tagRGBA* o = ring.data() + slot;
             for (std::size_t i = 0; i < bw; ++i, o += K)
-                *o = tagRGBA{s[i].r, s[i].g, s[i].b, static_cast<BYTE>((intensity(s[i]) * levels) >> 8)};
+                *o = tagRGBA{s[i].r, s[i].g, s[i].b,
+                             static_cast<BYTE>((kivcore::luminance(s[i].r, s[i].g, s[i].b) * levels) >> 8)};
         };
         std::vector<int> valid;  // slots holding rows inside the image
         Histogram hist(levels);
@@ -108,7 +109,7 @@ int kiv::oilpaint(tagRECT* rect, int radius, int levels) {
             }
             hist.clear();
             for (int x = bx0; x < bx1 && x - r <= a.left; ++x) column(x, true);
-            const tagRGBA* src = row_ptr(this, y);
+            const tagRGBA* src = row_ptr(*this, y);
             tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * w;
             for (int x = a.left; x < a.right; ++x) {
                 if (x > a.left) {

@@ -40,8 +40,8 @@ int gaussian_noise(std::uint32_t seed, int x, int y, std::uint32_t stream, int a
 int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || distance < 0 || distance > 10000) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || distance < 0 || distance > 10000) return 0;
+    raise_depth_24(*this);
     if (distance == 0) return 1;
     const int d = distance;
     // Swaps reach d rows up and down. Bands of 2d + 1 rows or more are done in two passes,
@@ -64,7 +64,7 @@ int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
                     const std::uint64_t r = pixel_random(seed, x, y, 0);
                     const int px = px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
                     const int py = py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
-                    std::swap(row_ptr(this, y)[x], row_ptr(this, py)[px]);
+                    std::swap(row_ptr(*this, y)[x], row_ptr(*this, py)[px]);
                 }
             }
         });
@@ -75,10 +75,10 @@ int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
 int kiv::noise(tagRECT* rect, tagKIV_NOISE* param) {
     using namespace kiveffect;
     Area a;
-    if (!param || !normalise(this, rect, &a)) return 0;
+    if (!param || !clip_rect(*this, rect, &a)) return 0;
     const tagKIV_NOISE p = *param;
     if (p.amount < 0 || p.amount > 255 || p.gaussian < 0 || p.gaussian > 1) return 0;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     if (p.amount == 0) return 1;
     const int amount = p.amount, span = 2 * amount + 1;
     const bool gauss = p.gaussian != 0, mono = p.mono != 0;
@@ -91,7 +91,7 @@ int kiv::noise(tagRECT* rect, tagKIV_NOISE* param) {
         return below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(span)) - amount;
     };
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        tagRGBA* q = row_ptr(this, y);
+        tagRGBA* q = row_ptr(*this, y);
         for (int x = a.left; x < a.right; ++x) {
             int n[3];
             n[0] = value(x, y, 0);

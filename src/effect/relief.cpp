@@ -1,32 +1,25 @@
 // Lit reliefs: texturize (a tiled texture's relief modulates brightness) and bumpmap,
 // bumpmap_merge (a height field lit as emboss lights it).
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "core/parallel.h"
 #include "effect/effect.h"
-#include "core/kmath.h"
 #include "fill/blend.h"
 
 namespace kiveffect {
 
-bool make_light(double azimuth, double elevation, int depth, Light* out) {
+bool make_light(double azimuth, double elevation, int depth, kivcore::ReliefLight* out) {
     if (!std::isfinite(azimuth) || !std::isfinite(elevation) || depth < 1 || depth > 1530) return false;
-    const double az = azimuth * kivcore::kmath::kDegToRad, el = elevation * kivcore::kmath::kDegToRad;
-    // The same expressions, in the same order, as emboss: the shades agree to the byte.
-    const double Lx = kivcore::kmath::cos(az) * kivcore::kmath::cos(el) * 255.9;
-    const double Ly = kivcore::kmath::sin(az) * kivcore::kmath::cos(el) * 255.9;
-    const double Lz = kivcore::kmath::sin(el) * 255.9;
-    const int Nz = 1530 / depth;  // 6 * 255 over the relief depth
-    *out = Light{Lx, Ly, Nz * Lz, Nz * Nz, static_cast<int>(Lz)};
+    *out = kivcore::relief_light(azimuth, elevation, static_cast<unsigned>(depth));
     return true;
 }
 
-void shade_block(const Light& L, const std::vector<int>& heights, int w, int h, std::vector<BYTE>* shade) {
+void shade_block(const kivcore::ReliefLight& L, const std::vector<int>& heights, int w, int h,
+                 std::vector<BYTE>* shade) {
     const std::size_t pw = static_cast<std::size_t>(w) + 2;
     shade->assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0);
-    const int flat = clamp255(L.flat);
     kivcore::parallel_for(0, h, [&](int j) {
         const int* r0 = heights.data() + static_cast<std::size_t>(j) * pw;
         const int* r1 = r0 + pw;
@@ -35,14 +28,7 @@ void shade_block(const Light& L, const std::vector<int>& heights, int w, int h, 
         for (int i = 0; i < w; ++i) {
             const int Nx = (r0[i] + r1[i] + r2[i]) - (r0[i + 2] + r1[i + 2] + r2[i + 2]);
             const int Ny = (r2[i] + r2[i + 1] + r2[i + 2]) - (r0[i] + r0[i + 1] + r0[i + 2]);
-            int s;
-            if (Nx == 0 && Ny == 0) {
-                s = flat;
-            } else {
-                const int d = static_cast<int>(Nx * L.lx + Ny * L.ly + L.nzlz);
-                s = d < 0 ? 0 : static_cast<int>(d / std::sqrt(static_cast<double>(Nx * Nx + Ny * Ny + L.nz2)));
-            }
-            o[i] = static_cast<BYTE>(clamp255(s));
+            o[i] = static_cast<BYTE>(L.shade(Nx, Ny));
         }
     });
 }
@@ -55,21 +41,21 @@ int wrap(long long v, int n) { return static_cast<int>(((v % n) + n) % n); }
 
 // The bump-mapped rectangle: each pixel's colour times its shade / 255, alpha kept.
 bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a, std::vector<tagRGBA>* out) {
-    if (!normalise(img, rect, a) || !usable(map)) return false;
+    if (!clip_rect(*img, rect, a) || !usable(map)) return false;
     const tagKIV_BUMPMAP p = param ? *param : tagKIV_BUMPMAP{135.0, 45.0, 4, 0};
-    Light light;
+    kivcore::ReliefLight light;
     if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return false;
     const int w = a->w(), h = a->h(), mw = map->m_width, mh = map->m_height;
     const int left = a->left, top = a->top;
     // Heights are read before anything is written, so map may be the image itself.
     const std::vector<int> heights = height_plane(
-        map, w, h, p.invert != 0, [&](int i) { return kivfilter::clamp_index(left + i, mw); },
-        [&](int j) { return kivfilter::clamp_index(top + j, mh); });
+        map, w, h, p.invert != 0, [&](int i) { return kivcore::clamp_index(left + i, mw); },
+        [&](int j) { return kivcore::clamp_index(top + j, mh); });
     std::vector<BYTE> shade;
     shade_block(light, heights, w, h, &shade);
     out->resize(shade.size());
     kivcore::parallel_for(0, h, [&](int j) {
-        const tagRGBA* s = row_ptr(img, top + j) + left;
+        const tagRGBA* s = row_ptr(*img, top + j) + left;
         const BYTE* sh = shade.data() + static_cast<std::size_t>(j) * w;
         tagRGBA* o = out->data() + static_cast<std::size_t>(j) * w;
         for (int i = 0; i < w; ++i) {
@@ -87,11 +73,11 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
 int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || !usable(texture)) return 0;
+    if (!clip_rect(*this, rect, &a) || !usable(texture)) return 0;
     const tagKIV_TEXTURE p = param ? *param : tagKIV_TEXTURE{135.0, 45.0, 4};
-    Light light;
+    kivcore::ReliefLight light;
     if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return 0;
-    const int flat = clamp255(light.flat);
+    const int flat = light.flat;
     if (flat < 1) return 0;
     // Tiles start at the rectangle's corner as given (null or empty: the image's corner).
     const bool given = rect && rect->right > rect->left && rect->bottom > rect->top;
@@ -108,10 +94,10 @@ int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
     // Gain in 1/256 steps: a flat texture gives exactly 256, the identity.
     std::vector<int> gain(shade.size());
     for (std::size_t k = 0; k < shade.size(); ++k) gain[k] = shade[k] * 256 / flat;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     const int w = a.w();
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        tagRGBA* q = row_ptr(this, y) + a.left;
+        tagRGBA* q = row_ptr(*this, y) + a.left;
         const int* g = gain.data() + static_cast<std::size_t>((y - a.top) % sh) * sw;
         for (int i = 0, k = 0; i < w; ++i) {
             const int f = g[k];
@@ -128,7 +114,7 @@ int kiv::bumpmap(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param) {
     kiveffect::Area a;
     std::vector<tagRGBA> out;
     if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(this);
+    kiveffect::raise_depth_24(*this);
     setpacket(out.data(), a.left, a.top, a.w(), a.h());
     return 1;
 }
@@ -139,10 +125,10 @@ int kiv::bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode,
     kiveffect::Area a;
     std::vector<tagRGBA> out;
     if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(this);
+    kiveffect::raise_depth_24(*this);
     const int w = a.w();
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        kivfill::blend_row(mode, kiveffect::row_ptr(this, y) + a.left,
+        kivfill::blend_row(mode, kiveffect::row_ptr(*this, y) + a.left,
                            out.data() + static_cast<std::size_t>(y - a.top) * w, w, opacity);
     });
     return 1;

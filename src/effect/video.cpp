@@ -5,8 +5,8 @@
 int kiv::video(tagRECT* rect, int darken, int stripes) {
     using namespace kiveffect;
     Area a;
-    if (!normalise(this, rect, &a) || darken < 0 || darken > 100 || stripes < 0 || stripes > 100) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || darken < 0 || darken > 100 || stripes < 0 || stripes > 100) return 0;
+    raise_depth_24(*this);
     // keep[line][masked]: scale of a channel on an even (0) or odd (1) row, passed by the
     // mask (0) or masked out (1).
     BYTE lut[2][2][256];
@@ -20,7 +20,7 @@ int kiv::video(tagRECT* rect, int darken, int stripes) {
     const int mask = stripes > 0 ? 1 : 0;
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
         const auto& L = lut[y & 1];
-        tagRGBA* q = row_ptr(this, y);
+        tagRGBA* q = row_ptr(*this, y);
         int phase = a.left % 3;  // image column x % 3 picks the primary kept
         for (int x = a.left; x < a.right; ++x) {
             q[x].r = L[mask & (phase != 0)][q[x].r];

@@ -1,23 +1,13 @@
 // The blend-mode table and its row kernels.
 #include "fill/blend.h"
 
-#include <atomic>
 #include <cstddef>
 #include <utility>
 
 #include "core/simd.h"
-#if KIV_HAVE_SSE2
-#include <emmintrin.h>
-#endif
+#include "fill/blend_simd.h"
 
 namespace kivfill {
-
-namespace {
-std::atomic<bool> g_force_scalar{false};
-}  // namespace
-
-void set_force_scalar_kernels(bool on) { g_force_scalar.store(on, std::memory_order_relaxed); }
-bool force_scalar_kernels() { return g_force_scalar.load(std::memory_order_relaxed); }
 
 namespace {
 
@@ -35,91 +25,16 @@ tagRGBA blend_pixel(tagRGBA d, tagRGBA s) {
 // Pixels blended per pass of the two-pass kernel (a stack buffer of this many colours).
 constexpr int kBlock = 256;
 
-// Modes whose blend is cheap integer work the vector kernel does itself.
-constexpr bool has_vector_blend(int m) {
-    return m == kNormal || m == 9 || m == kDarken || m == kLighten || m == kMultiply || m == kScreen ||
-           m == kDifference || m == kAdd || m == kSubtract;
-}
-
-#if KIV_HAVE_SSE2
-// (t + (t >> 8)) >> 8 on 16-bit lanes, t <= 65153: the rounding of multiply and screen.
-inline __m128i round_div255_epi16(__m128i t) { return _mm_srli_epi16(_mm_add_epi16(t, _mm_srli_epi16(t, 8)), 8); }
-
-inline __m128i mul_epu8(__m128i a, __m128i b) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i bias = _mm_set1_epi16(128);
-    const __m128i lo = _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero)), bias);
-    const __m128i hi = _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero)), bias);
-    return _mm_packus_epi16(round_div255_epi16(lo), round_div255_epi16(hi));
-}
-
-// Sixteen bytes (four pixels) of channel_blend<M>; lanes of alpha are don't-care.
-template <int M>
-inline __m128i blend_epu8(__m128i d, __m128i s) {
-    if constexpr (M == kDarken) {
-        return _mm_min_epu8(d, s);
-    } else if constexpr (M == kLighten) {
-        return _mm_max_epu8(d, s);
-    } else if constexpr (M == kMultiply) {
-        return mul_epu8(d, s);
-    } else if constexpr (M == kScreen) {
-        const __m128i ones = _mm_set1_epi8(-1);
-        return _mm_xor_si128(mul_epu8(_mm_xor_si128(d, ones), _mm_xor_si128(s, ones)), ones);
-    } else if constexpr (M == kDifference) {
-        return _mm_or_si128(_mm_subs_epu8(d, s), _mm_subs_epu8(s, d));
-    } else if constexpr (M == kAdd) {
-        return _mm_adds_epu8(d, s);
-    } else if constexpr (M == kSubtract) {
-        return _mm_subs_epu8(d, s);
-    } else {
-        return s;
-    }
-}
-
-// Add and subtract read the source's blue for green: copy byte 2 of each pixel to byte 1.
-inline __m128i blue_for_green(__m128i s) {
-    const __m128i g = _mm_set1_epi32(0x0000FF00);
-    return _mm_or_si128(_mm_andnot_si128(g, s), _mm_and_si128(_mm_srli_epi32(s, 8), g));
-}
-#endif
-
 // Red, green and blue of p[i] become mix_channel(p, channel_blend<M>(p, c), op), M a mode
-// with has_vector_blend; alpha stays. c_step 0 repeats one colour. The mix sums
-// d (255 - op) + c op stay within 16 bits, so eight lanes at a time give the scalar bytes.
+// with has_vector_blend; alpha stays. c_step 0 repeats one colour. The vector kernel first,
+// the rest pixel by pixel.
 template <int M>
 void blend_mix_run(tagRGBA* p, const tagRGBA* c, int c_step, int n, int op) {
     static_assert(has_vector_blend(M));
     constexpr int green_from = source_channel(M, 1);
     BYTE* pb = reinterpret_cast<BYTE*>(p);
-    int i = 0;
-#if KIV_HAVE_SSE2
-    if (!force_scalar_kernels()) {
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i one = _mm_set1_epi16(1);
-        const short o = static_cast<short>(op), io = static_cast<short>(255 - op);
-        const __m128i w = _mm_set_epi16(0, o, o, o, 0, o, o, o);             // alpha weight 0
-        const __m128i iw = _mm_set_epi16(255, io, io, io, 255, io, io, io);  // so alpha stays
-        __m128i cconst = _mm_set1_epi32(static_cast<int>(c[0].r | (c[0].g << 8) | (c[0].b << 16)));
-        if (green_from == 2) cconst = blue_for_green(cconst);
-        for (; i + 4 <= n; i += 4) {
-            const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pb + 4 * i));
-            __m128i sv = cconst;
-            if (c_step) {
-                sv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + static_cast<std::size_t>(i)));
-                if (green_from == 2) sv = blue_for_green(sv);
-            }
-            const __m128i cv = blend_epu8<M>(d, sv);
-            __m128i lo = _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(d, zero), iw),
-                                       _mm_mullo_epi16(_mm_unpacklo_epi8(cv, zero), w));
-            __m128i hi = _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(d, zero), iw),
-                                       _mm_mullo_epi16(_mm_unpackhi_epi8(cv, zero), w));
-            // x / 255 for x <= 65025 as (x + 1 + (x >> 8)) >> 8.
-            lo = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(lo, one), _mm_srli_epi16(lo, 8)), 8);
-            hi = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(hi, one), _mm_srli_epi16(hi, 8)), 8);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(pb + 4 * i), _mm_packus_epi16(lo, hi));
-        }
-    }
-#endif
+    const auto vec = kivcore::pick(KIV_AVX2_KERNEL(blend_mix_avx2), KIV_SSE2_KERNEL(blend_mix_sse2));
+    int i = vec ? vec(M, pb, &c[0].r, c_step, n, op) : 0;
     for (; i < n; ++i) {
         const BYTE* s = &c[static_cast<std::size_t>(i) * c_step].r;
         BYTE* d = pb + 4 * i;

@@ -1,5 +1,7 @@
-// The blend modes and the opacity mix, shared by the fills, the gradients, the compositors
-// and any other family that combines a colour with an existing pixel.
+// The blending file's header: the blend modes, the opacity mix, the row compositors and the
+// ramps of colours or opacities toward a direction, shared by the fills, the gradients, the
+// compositors (geometry/composite.cpp) and any other family that combines a colour with an
+// existing pixel.
 //
 // A blend takes the existing pixel d and a source colour s (a fill colour or a layer pixel)
 // and gives a colour whose red, green and blue are then mixed into d with an opacity:
@@ -8,9 +10,11 @@
 #ifndef KIV_FILL_BLEND_H
 #define KIV_FILL_BLEND_H
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/color_models.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kivfill {
@@ -46,7 +50,7 @@ inline int normalise_mode(int mode) { return (mode < 0 || mode >= kBlendModeCoun
 inline bool is_colour_model_mode(int mode) { return mode >= kHue && mode <= kValue; }
 
 // Opacity outside 0..255 is brought into range; 0 means no work.
-inline int clamp_opacity(int op) { return op < 0 ? 0 : op > 255 ? 255 : op; }
+inline int clamp_opacity(int op) { return kivcore::clamp255(op); }
 
 // The opacity mix of one channel, op 0..255.
 constexpr int mix_channel(int d, int c, int op) { return (d * (255 - op) + c * op) / 255; }
@@ -145,6 +149,12 @@ inline tagRGBA blend_colour_model(int mode, tagRGBA d, const ModelSource& s) {
     return tagRGBA{static_cast<BYTE>(r), static_cast<BYTE>(g), static_cast<BYTE>(b), d.a};
 }
 
+// COLORREF to a pixel: red byte 0, green byte 1, blue byte 2, alpha 0.
+inline tagRGBA unpack_colour(COLORREF c) {
+    return tagRGBA{static_cast<BYTE>(c & 0xFF), static_cast<BYTE>((c >> 8) & 0xFF), static_cast<BYTE>((c >> 16) & 0xFF),
+                   0};
+}
+
 // The blend of one pixel for any mode (normalised as above); the result's alpha is d's.
 using BlendFn = tagRGBA (*)(tagRGBA d, tagRGBA s);
 BlendFn blend_function(int mode);
@@ -175,9 +185,69 @@ private:
     BYTE lut_[3][256];
 };
 
-// Tests set this to run every kernel on its scalar path (the results must not change).
-void set_force_scalar_kernels(bool on);
-bool force_scalar_kernels();
+// Direction codes name the side or corner a ramp runs toward, numbered like the outer cells
+// of a 3 x 3 grid (0 top-left, 1 top, 2 top-right, 3 left, 4 right, 5 bottom-left,
+// 6 bottom, 7 bottom-right). Only 6, 4, 7 and 2 are carried out; 1, 0, 3 and 5 are those
+// with the colours reversed.
+struct RampDirection {
+    int code;       // 6, 4, 7 or 2
+    bool reversed;  // the table runs backwards
+};
+inline bool resolve_direction(int dir, RampDirection* out) {
+    switch (dir) {
+        case 6:
+        case 4:
+        case 7:
+        case 2:
+            *out = RampDirection{dir, false};
+            return true;
+        case 1:
+            *out = RampDirection{6, true};
+            return true;
+        case 0:
+            *out = RampDirection{7, true};
+            return true;
+        case 3:
+            *out = RampDirection{4, true};
+            return true;
+        case 5:
+            *out = RampDirection{2, true};
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Table index 0..last of a pixel of a w x h ramp, from its column part and row part:
+//   code 6: row;  4: column;  7: (column + row) >> 1;  2: (column + flipped row) >> 1,
+// where column = x * last / W1, row = y * last / H1, flipped row = (h - 1 - y) * last / H1,
+// x and y relative to the ramp's corner and W1, H1 = w - 1, h - 1 (at least 1).
+class RampGeometry {
+public:
+    RampGeometry(long long x0, long long y0, long long w, long long h, int last, int code)
+        : x0_(x0), y0_(y0), h_(h), w1_(std::max(w - 1, 1LL)), h1_(std::max(h - 1, 1LL)), last_(last), code_(code) {}
+    bool uses_columns() const { return code_ != 6; }
+    bool uses_rows() const { return code_ != 4; }
+    int column_part(int x) const { return static_cast<int>((x - x0_) * last_ / w1_); }
+    int row_part(int y) const {
+        const long long ry = y - y0_;
+        return static_cast<int>((code_ == 2 ? h_ - 1 - ry : ry) * last_ / h1_);
+    }
+    int index(int column, int row) const {
+        switch (code_) {
+            case 6:
+                return row;
+            case 4:
+                return column;
+            default:
+                return (column + row) >> 1;
+        }
+    }
+
+private:
+    long long x0_, y0_, h_, w1_, h1_;
+    int last_, code_;
+};
 
 }  // namespace kivfill
 

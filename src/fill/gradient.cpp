@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -105,8 +106,7 @@ int kiv::gradientfill(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, i
 }
 
 int kiv::gradientfill(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op, int mode) {
-    const kivfill::XYWH b = kivfill::rect_to_box(*this, r);
-    return gradient_fill(*this, b.x, b.y, b.w, b.h, stops, n, dir, op, mode);
+    return kivfill::over_rect(*this, r, gradient_fill, stops, n, dir, op, mode);
 }
 
 int kiv::fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op) {

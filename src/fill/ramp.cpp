@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -14,12 +15,12 @@ constexpr int kSolidTableMinWidth = 256;
 
 int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, const tagRGBA* table, int last, int code,
               int op, int mode) {
-    Box box;
-    if (!clip_box(img, x, y, w, h, &box)) return 0;
+    kivcore::Area box;
+    if (!kivcore::clip_box(img, x, y, w, h, &box)) return 0;
     mode = normalise_mode(mode);
     op = clamp_opacity(op);
     const RampGeometry geo(x, y, w, h, last, code);
-    const int cols = box.width();
+    const int cols = box.w();
 
     if (code == 6) {
         // One colour per row.
@@ -27,7 +28,7 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
             std::vector<tagRGBA> run;
             for (int row = b; row < e; ++row) {
                 const tagRGBA s = table[geo.row_part(row)];
-                tagRGBA* p = row_at(img, row, box.left);
+                tagRGBA* p = kivcore::row_ptr(img, row) + box.left;
                 if (cols >= kSolidTableMinWidth) {
                     SolidBlend(mode, s, op).apply(p, cols);
                 } else {
@@ -48,7 +49,7 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         for (int i = 0; i <= last; ++i) model[i] = prepare_model_source(mode, table[i]);
         kivcore::parallel_for(box.top, box.bottom, [&](int row) {
             const int rp = geo.uses_rows() ? geo.row_part(row) : 0;
-            tagRGBA* p = row_at(img, row, box.left);
+            tagRGBA* p = kivcore::row_ptr(img, row) + box.left;
             for (int j = 0; j < cols; ++j) {
                 const tagRGBA d = p[j];
                 const tagRGBA c = blend_colour_model(mode, d, model[geo.index(column[j], rp)]);
@@ -64,8 +65,9 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         // Every row sees the same colours: gather them once.
         std::vector<tagRGBA> run(static_cast<std::size_t>(cols));
         for (int j = 0; j < cols; ++j) run[j] = table[column[j]];
-        kivcore::parallel_for(box.top, box.bottom,
-                              [&](int row) { blend_row(mode, row_at(img, row, box.left), run.data(), cols, op); });
+        kivcore::parallel_for(box.top, box.bottom, [&](int row) {
+            blend_row(mode, kivcore::row_ptr(img, row) + box.left, run.data(), cols, op);
+        });
         return 1;
     }
 
@@ -74,7 +76,7 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         for (int row = b; row < e; ++row) {
             const int rp = geo.row_part(row);
             for (int j = 0; j < cols; ++j) run[j] = table[(column[j] + rp) >> 1];
-            blend_row(mode, row_at(img, row, box.left), run.data(), cols, op);
+            blend_row(mode, kivcore::row_ptr(img, row) + box.left, run.data(), cols, op);
         }
     });
     return 1;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -58,8 +59,7 @@ int kiv::shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir,
 }
 
 int kiv::shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode) {
-    const kivfill::XYWH b = kivfill::rect_to_box(*this, r);
-    return shade_fill(*this, b.x, b.y, b.w, b.h, colors, n, dir, op, mode);
+    return kivfill::over_rect(*this, r, shade_fill, colors, n, dir, op, mode);
 }
 
 int kiv::fillshaderect(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op) {

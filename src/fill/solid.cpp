@@ -3,21 +3,23 @@
 
 #include "core/checked.h"
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
-using kivfill::Box;
+using kivcore::Area;
 
 int kivfill::solid_fill(kiv& img, long long x, long long y, long long w, long long h, COLORREF colour, int op, int mode) {
     op = kivfill::clamp_opacity(op);
     if (!img.m_pixels || w < 1 || h < 1 || op == 0) return 0;
     // The colour map of a palettized image stays; the pixels become true colour.
-    img.m_bits = std::max(img.m_bits, 24);
-    Box box;
-    if (!kivfill::clip_box(img, x, y, w, h, &box)) return 0;
+    kivcore::raise_depth_24(img);
+    Area box;
+    if (!kivcore::clip_box(img, x, y, w, h, &box)) return 0;
     const kivfill::SolidBlend blend(mode, kivfill::unpack_colour(colour), op);
-    const int cols = box.width();
-    kivcore::parallel_for(box.top, box.bottom, [&](int row) { blend.apply(kivfill::row_at(img, row, box.left), cols); });
+    const int cols = box.w();
+    kivcore::parallel_for(box.top, box.bottom,
+                          [&](int row) { blend.apply(kivcore::row_ptr(img, row) + box.left, cols); });
     return 1;
 }
 
@@ -26,8 +28,7 @@ int kiv::solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode)
 }
 
 int kiv::solidfill(tagRECT* r, COLORREF color, int op, int mode) {
-    const kivfill::XYWH b = kivfill::rect_to_box(*this, r);
-    return kivfill::solid_fill(*this, b.x, b.y, b.w, b.h, color, op, mode);
+    return kivfill::over_rect(*this, r, kivfill::solid_fill, color, op, mode);
 }
 
 int kiv::fillsolidrect(int x, int y, int w, int h, COLORREF color, int op) {

@@ -11,7 +11,7 @@
 int kiv::blur(tagRECT* rect, int dx, int dy) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     if (dx < 1 && dy < 1) return 0;
     // A negative span would put the "left" sample on the right with the wrong bounds test.
     const int hx = std::max(dx, 0) >> 1, hy = std::max(dy, 0) >> 1;
@@ -23,9 +23,9 @@ int kiv::blur(tagRECT* rect, int dx, int dy) {
     // wider or taller than 2^30 the sums could overflow.
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
         const bool up = y >= hy, down = hy < H - y;
-        const tagRGBA* ru = up ? row_ptr(this, y - hy) : nullptr;
-        const tagRGBA* rd = down ? row_ptr(this, y + hy) : nullptr;
-        const tagRGBA* rc = row_ptr(this, y);
+        const tagRGBA* ru = up ? row_ptr(*this, y - hy) : nullptr;
+        const tagRGBA* rd = down ? row_ptr(*this, y + hy) : nullptr;
+        const tagRGBA* rc = row_ptr(*this, y);
         tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * static_cast<std::size_t>(w);
         for (int x = a.left; x < a.right; ++x) {
             int s0 = 0, s1 = 0, s2 = 0, n = 0;
@@ -69,7 +69,7 @@ template <class Acc>
 void tent_rows(kiv* img, const kivfilter::Area& a, int r, tagRGBA* scratch) {
     const int W = img->m_width, w = a.w();
     kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        const tagRGBA* src = kivfilter::row_ptr(img, y);
+        const tagRGBA* src = kivcore::row_ptr(*img, y);
         tagRGBA* o = scratch + static_cast<std::size_t>(y - a.top) * static_cast<std::size_t>(w);
         for (int x = a.left; x < a.right; ++x) {
             const int k0 = std::max(-r, -x), k1 = std::min(r, W - 1 - x);
@@ -111,7 +111,7 @@ void tent_cols(kiv* img, const kivfilter::Area& a, int r, const tagRGBA* scratch
                     d[3 * i + 2] += wk * s[4 * i + 2];
                 }
             }
-            tagRGBA* o = kivfilter::row_ptr(img, a.top + j) + a.left;
+            tagRGBA* o = kivcore::row_ptr(*img, a.top + j) + a.left;
             for (int i = 0; i < w; ++i)
                 o[i] = tagRGBA{static_cast<BYTE>(sum[3 * i] / t), static_cast<BYTE>(sum[3 * i + 1] / t),
                                static_cast<BYTE>(sum[3 * i + 2] / t), 0};
@@ -194,7 +194,7 @@ private:
     // Scratch row j: the tent along image row top + j, columns outside the rectangle included.
     void make_row(int j, Scratch& sc) const {
         using namespace kivfilter;
-        const tagRGBA* src = row_ptr(img_, a_.top + j);
+        const tagRGBA* src = row_ptr(*img_, a_.top + j);
         tagRGBA* out = ring_row(sc, j);
         int v1 = xs_;  // pixels [xs_, v1) done by the vector kernel: all taps inside, total (r + 1)^2
         if (vw_ && xe_ - xs_ >= vpx_) {
@@ -276,7 +276,7 @@ void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
     using namespace kivfilter;
     const int w = a.w(), h = a.h();
     TentPlan plan(img, a, r);
-    auto image_row = [&](int j) { return row_ptr(img, a.top + j) + a.left; };
+    auto image_row = [&](int j) { return row_ptr(*img, a.top + j) + a.left; };
     run_in_segments(h, w, r, [&](int lo, int hi, tagRGBA* buf) {
         if (buf)
             plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); });
@@ -290,12 +290,12 @@ void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
 int kiv::blur_simple(tagRECT* rect, int r) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a) || r < 0 || r > kTentMaxRadius) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || r < 0 || r > kTentMaxRadius) return 0;
+    raise_depth_24(*this);
     if (r == 0) {
         // Weight 1 alone: the colours stay, alpha becomes 0.
         kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-            tagRGBA* p = row_ptr(this, y);
+            tagRGBA* p = row_ptr(*this, y);
             for (int x = a.left; x < a.right; ++x) p[x].a = 0;
         });
     } else if (r <= kTent32Max) {

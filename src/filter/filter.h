@@ -1,5 +1,5 @@
-// Helpers shared by the filter family: rectangle normalisation, depth changes, clamps and
-// the line counter behind the progress calls.
+// What the filter family shares: the line counter behind the progress calls, scratch
+// blocks, the banded drivers of separable and 3x3 filters and the Gaussian building blocks.
 #ifndef KIV_FILTER_FILTER_H
 #define KIV_FILTER_FILTER_H
 
@@ -12,58 +12,25 @@
 #include <utility>
 #include <vector>
 
-#include "kiv.h"
-
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "core/simd.h"
+#include "core/toolkit.h"
+#include "kiv.h"
 
 namespace kivfilter {
 
-// Forces the portable loops instead of the SSE2 ones, so the tests can hold both to the
-// same bytes.
-void set_force_scalar(bool on);
-bool force_scalar();
+using kivcore::Area;
+using kivcore::clamp255;
+using kivcore::clamp_index;
+using kivcore::clamp_trunc_byte;
+using kivcore::clip_rect;
+using kivcore::raise_depth_24;
+using kivcore::row_ptr;
 
-// A clipped, non-empty rectangle of an image.
-struct Area {
-    int left, top, right, bottom;
-    int w() const { return right - left; }
-    int h() const { return bottom - top; }
-};
-
-// Clips rect against img into *out. False for an image without pixels or an empty clip;
-// nothing is changed either way.
-inline bool normalise(kiv* img, tagRECT* rect, Area* out) {
-    if (!img->m_pixels || img->m_width < 1 || img->m_height < 1) return false;
-    tagRECT r;
-    if (!img->validaterect(rect, &r)) return false;
-    if (r.right <= r.left || r.bottom <= r.top) return false;
-    *out = Area{static_cast<int>(r.left), static_cast<int>(r.top), static_cast<int>(r.right),
-                static_cast<int>(r.bottom)};
-    return true;
-}
-
-// Filters work on full colour: a palettized image is declared 24-bit (its pixels already
-// hold the colours; the map is kept for whoever reads it).
+// Filters work on full colour: the image is declared 24-bit whatever it was (a palettized
+// image's pixels already hold the colours; the map is kept for whoever reads it).
 inline void set_depth_24(kiv* img) { img->m_bits = 24; }
-inline void raise_depth_24(kiv* img) {
-    if (img->m_bits < 24) img->m_bits = 24;
-}
-
-inline tagRGBA* row_ptr(kiv* img, int y) {
-    return img->m_pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(img->m_width);
-}
-
-inline int clamp255(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
-inline int clamp_index(int v, int n) { return v < 0 ? 0 : (v >= n ? n - 1 : v); }
-
-// Double to byte: clamp to 0..255, then truncate. NaN gives 0 instead of undefined.
-inline unsigned char clamp_trunc_byte(double v) {
-    if (!(v >= 0.0)) return 0;
-    if (v > 255.0) return 255;
-    return static_cast<unsigned char>(v);
-}
 
 // The running line count of the progress calls: init((lines of all passes) >> 3), one
 // continue each time the count of finished lines reaches a multiple of 8, term at the end.
@@ -223,6 +190,13 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
 template <class Kernel>
 void run_3x3(kiv* img, const Area& a, Kernel kernel);
 
+// run_rows_in_place over 4-byte pixels whose neighbours outside the rectangle repeat its
+// border rows and columns. vec(rows, 1, w - 1, out) may fill pixels 1 .. w - 2 (their
+// neighbours all inside the rectangle) and returns the first pixel it left, 1 if none;
+// pixel(rows, xl, x, xr) makes every other pixel from its own three columns.
+template <class Vec, class Pixel>
+void run_inside_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel);
+
 // run_rows_in_place over 4-byte pixels whose neighbours come from the whole image, clamped to
 // its edges. vec(rows, x0, x1, out) may fill pixels x0 .. x1 - 1 (their neighbours all inside
 // the image) and returns the first pixel it left, x0 if none; pixel(rows, xl, x, xr) makes
@@ -236,11 +210,17 @@ void run_clamped_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel);
 
 namespace kivfilter {
 
+// Rows and pixels as the vector kernels take them: bytes.
+inline const unsigned char* const* bytes(const tagRGBA* const* rows) {
+    return reinterpret_cast<const unsigned char* const*>(rows);
+}
+inline unsigned char* bytes(tagRGBA* p) { return reinterpret_cast<unsigned char*>(p); }
+inline const unsigned char* bytes(const tagRGBA* p) { return reinterpret_cast<const unsigned char*>(p); }
+
 struct Weighted3x3;
 
 // Filters the rectangle in place with the vector kernels of k (rectangle border repeated
-// outward, alpha kept). False, with nothing done, when the portable code is forced or there
-// is no vector code.
+// outward, alpha kept). False, with nothing done, on the scalar path.
 bool weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k);
 
 // Rounded integer square root: floor(sqrt(n)) + 1 exactly when n > r^2 + r; 0..12 give

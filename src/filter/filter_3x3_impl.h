@@ -10,10 +10,8 @@
 #include <vector>
 
 #include "core/parallel.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "core/simd.h"
+#include "filter/filter_3x3_simd.h"
 
 namespace kivfilter {
 
@@ -22,22 +20,8 @@ namespace kivfilter {
 inline void planes_from_pixels(unsigned char* dst, std::size_t pw, const tagRGBA* src, std::size_t n) {
     const unsigned char* s = reinterpret_cast<const unsigned char*>(src);
     unsigned char* d[3] = {dst + 1, dst + pw + 1, dst + 2 * pw + 1};
-    std::size_t i = 0;
-#if KIV_HAVE_SSE2
-    if (!force_scalar()) {
-        const __m128i lo = _mm_set1_epi32(0xFF);
-        for (; i + 16 <= n; i += 16) {
-            __m128i v[4];
-            for (int q = 0; q < 4; ++q) v[q] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * i + 16 * q));
-            for (int c = 0; c < 3; ++c) {
-                __m128i b[4];
-                for (int q = 0; q < 4; ++q) b[q] = _mm_and_si128(_mm_srli_epi32(v[q], 8 * c), lo);
-                const __m128i p = _mm_packus_epi16(_mm_packs_epi32(b[0], b[1]), _mm_packs_epi32(b[2], b[3]));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(d[c] + i), p);
-            }
-        }
-    }
-#endif
+    const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(planes_from_pixels_sse2));
+    std::size_t i = vec ? vec(s, n, d[0], d[1], d[2]) : 0;
     for (; i < n; ++i)
         for (int c = 0; c < 3; ++c) d[c][i] = s[4 * i + c];
     for (int c = 0; c < 3; ++c) {
@@ -69,13 +53,13 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
     for (int k = 1; k < nb; ++k)
         for (int r = 0; r < 2; ++r)
             std::memcpy(saved.data() + (2 * static_cast<std::size_t>(k - 1) + r) * sn,
-                        row_ptr(img, band_start(k) - 1 + r) + sx0, sn * sizeof(tagRGBA));
+                        row_ptr(*img, band_start(k) - 1 + r) + sx0, sn * sizeof(tagRGBA));
     // Row y of the original image as seen from band k, pointing at column a.left.
     auto source = [&](int k, int y) -> const tagRGBA* {
         if (k > 0 && y == band_start(k) - 1) return saved.data() + 2 * static_cast<std::size_t>(k - 1) * sn + (a.left - sx0);
         if (k + 1 < nb && y == band_start(k + 1))
             return saved.data() + (2 * static_cast<std::size_t>(k) + 1) * sn + (a.left - sx0);
-        return row_ptr(img, y) + a.left;
+        return row_ptr(*img, y) + a.left;
     };
     unsigned char* base = bands.data() + ((64 - reinterpret_cast<std::uintptr_t>(bands.data()) % 64) % 64);
     kivcore::parallel_chunks(0, nb, [&](int kb, int ke) {
@@ -88,9 +72,9 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
                 const tagRGBA* rows[3];
                 for (int r = 0; r < 3; ++r) rows[r] = source(k, std::clamp(y - 1 + r, ylo, yhi - 1));
                 row(y, rows, w, res[y & 1]);
-                if (y > yb) std::memcpy(row_ptr(img, y - 1) + a.left, res[(y - 1) & 1], sw * sizeof(tagRGBA));
+                if (y > yb) std::memcpy(row_ptr(*img, y - 1) + a.left, res[(y - 1) & 1], sw * sizeof(tagRGBA));
             }
-            std::memcpy(row_ptr(img, ye - 1) + a.left, res[(ye - 1) & 1], sw * sizeof(tagRGBA));
+            std::memcpy(row_ptr(*img, ye - 1) + a.left, res[(ye - 1) & 1], sw * sizeof(tagRGBA));
         }
     });
 }
@@ -101,13 +85,24 @@ void run_clamped_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel) {
     const int x0 = a.left > 0 ? 0 : 1;
     run_rows_in_place(img, a, 0, img->m_height, 0, W, 0, [&](unsigned char*) {
         return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
-            const int e = force_scalar() ? x0 : vec(rows, x0, std::min(w, W - 1 - a.left), out);
+            const int e = vec(rows, x0, std::min(w, W - 1 - a.left), out);
             auto one = [&](int i) {
                 const int X = a.left + i;
                 out[i] = pixel(rows, (X > 0 ? X - 1 : 0) - a.left, i, (X + 1 < W ? X + 1 : X) - a.left);
             };
             for (int i = 0; i < x0; ++i) one(i);
             for (int i = e; i < w; ++i) one(i);
+        };
+    });
+}
+
+template <class Vec, class Pixel>
+void run_inside_3x3(kiv* img, const Area& a, Vec vec, Pixel pixel) {
+    run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [&](unsigned char*) {
+        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
+            const int e = vec(rows, 1, w - 1, out);
+            out[0] = pixel(rows, 0, 0, w > 1 ? 1 : 0);
+            for (int i = std::max(e, 1); i < w; ++i) out[i] = pixel(rows, i - 1, i, i + 1 < w ? i + 1 : i);
         };
     });
 }

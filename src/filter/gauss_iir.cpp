@@ -4,19 +4,16 @@
 // Every line is an independent recursion, so lines are filtered several at a time: each
 // lane of the inner loops is one channel of one line and runs exactly the scalar sequence
 // of operations, which keeps the result identical to filtering the lines one by one.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
-#include "core/parallel.h"
-#include "filter/filter.h"
 #include "core/kmath.h"
-#include "filter/gauss_iir.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "core/parallel.h"
+#include "core/simd.h"
+#include "filter/filter.h"
+#include "filter/gauss_iir_simd.h"
 
 namespace kivfilter {
 
@@ -128,89 +125,9 @@ constexpr int kLines = 4;
 constexpr int kLanes = 3 * kLines;
 constexpr int kStride = 16;
 
-#if KIV_HAVE_SSE2
-// Bytes 0..11 of p as six pairs of doubles.
-inline void load_lanes(const unsigned char* p, __m128d* d) {
-    const __m128i z = _mm_setzero_si128();
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
-    const __m128i q[3] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z), _mm_unpacklo_epi16(hi, z)};
-    for (int t = 0; t < 3; ++t) {
-        d[2 * t] = _mm_cvtepi32_pd(q[t]);
-        d[2 * t + 1] = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[t], 0xEE));
-    }
-}
-
-// iir_lanes<kLanes, kStride> with each pair of lanes in one register: the same operations
-// in the same order per lane. Clamping by max(v, 0) then min(v, 255) also sends NaN to 0.
-void iir_lanes_sse2(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
-    __m128d first[6], last[6], xr[4][6], yr[4][6];
-    load_lanes(x, first);
-    load_lanes(x + static_cast<std::size_t>(n - 1) * kStride, last);
-    const __m128d p0 = _mm_set1_pd(c.p[0]);
-    for (int i = 0; i < n; ++i) {
-        double* yi = yp + static_cast<std::size_t>(i) * kLanes;
-        __m128d xi[6], acc[6];
-        load_lanes(x + static_cast<std::size_t>(i) * kStride, xi);
-        for (int t = 0; t < 6; ++t) acc[t] = _mm_mul_pd(p0, xi[t]);
-        for (int k = 1; k <= 4; ++k) {
-            if (k <= i) {
-                const __m128d pk = _mm_set1_pd(c.p[k]), dk = _mm_set1_pd(c.d[k]);
-                const __m128d* xk = xr[(i - k) & 3];
-                const double* yk = yi - static_cast<std::size_t>(k) * kLanes;
-                for (int t = 0; t < 6; ++t)
-                    acc[t] = _mm_add_pd(acc[t], _mm_sub_pd(_mm_mul_pd(pk, xk[t]), _mm_mul_pd(dk, _mm_loadu_pd(yk + 2 * t))));
-            } else {
-                const __m128d e = _mm_set1_pd(c.ep[k]);
-                for (int t = 0; t < 6; ++t) acc[t] = _mm_add_pd(acc[t], _mm_mul_pd(e, first[t]));
-            }
-        }
-        // Slot i & 3 held position i - 4, read above for k = 4.
-        for (int t = 0; t < 6; ++t) {
-            xr[i & 3][t] = xi[t];
-            _mm_storeu_pd(yi + 2 * t, acc[t]);
-        }
-    }
-    const __m128d zero = _mm_setzero_pd(), top = _mm_set1_pd(255.0);
-    for (int i = 0; i < n; ++i) {
-        const int j = n - 1 - i;
-        __m128d xj[6], acc[6];
-        load_lanes(x + static_cast<std::size_t>(j) * kStride, xj);
-        for (int t = 0; t < 6; ++t) acc[t] = zero;
-        for (int k = 1; k <= 4; ++k) {
-            if (k <= i) {
-                const __m128d mk = _mm_set1_pd(c.m[k]), dk = _mm_set1_pd(c.d[k]);
-                const __m128d* xk = xr[(i - k) & 3];
-                const __m128d* yk = yr[(i - k) & 3];
-                for (int t = 0; t < 6; ++t)
-                    acc[t] = _mm_add_pd(acc[t], _mm_sub_pd(_mm_mul_pd(mk, xk[t]), _mm_mul_pd(dk, yk[t])));
-            } else {
-                const __m128d e = _mm_set1_pd(c.em[k]);
-                for (int t = 0; t < 6; ++t) acc[t] = _mm_add_pd(acc[t], _mm_mul_pd(e, last[t]));
-            }
-        }
-        const double* pj = yp + static_cast<std::size_t>(j) * kLanes;
-        __m128i q[3];
-        for (int t = 0; t < 6; ++t) {
-            xr[i & 3][t] = xj[t];
-            yr[i & 3][t] = acc[t];
-            acc[t] = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_loadu_pd(pj + 2 * t), acc[t]), zero), top);
-        }
-        for (int t = 0; t < 3; ++t)
-            q[t] = _mm_unpacklo_epi64(_mm_cvttpd_epi32(acc[2 * t]), _mm_cvttpd_epi32(acc[2 * t + 1]));
-        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], _mm_setzero_si128()));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + static_cast<std::size_t>(j) * kStride), b);
-    }
-}
-#endif
-
 void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
-#if KIV_HAVE_AVX2
-    if (!force_scalar() && kivcore::use_avx2()) return iir_lanes_avx2(c, n, x, yp, out);
-#endif
-#if KIV_HAVE_SSE2
-    if (!force_scalar()) return iir_lanes_sse2(c, n, x, yp, out);
-#endif
+    if (const auto lanes = kivcore::pick(KIV_AVX2_KERNEL(iir_lanes_avx2), KIV_SSE2_KERNEL(iir_lanes_sse2)))
+        return lanes(c, n, x, yp, out);
     iir_lanes<kLanes, kStride>(c, n, x, yp, out);
 }
 
@@ -220,14 +137,6 @@ constexpr int kSweep = 4;
 
 // Rows ahead that the column pass asks the cache for.
 constexpr int kAhead = 8;
-
-inline void prefetch(const void* p) {
-#if KIV_HAVE_SSE2
-    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
-#else
-    (void)p;
-#endif
-}
 
 struct Scratch {
     std::vector<unsigned char> x, out;
@@ -310,39 +219,36 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
         }
     };
     const int whole = used / kRun * kRun;  // lines in whole runs
-    if (Across) {
-        for (int i = 0; i < n; ++i) {
-            // Each row segment lies on its own page, out of the hardware prefetcher's reach.
-            if (i + kAhead < n) prefetch(&in(q0, i + kAhead));
-            for (int g = 0; g < whole; g += kRun) get_run(g, i);
-            for (int g = whole; g < lanes; ++g) get(g, i);
+    // Moves count lines into or out of the scratch: across, position by position with whole
+    // runs at a time, each row segment asked for ahead (it lies on its own page, out of the
+    // hardware prefetcher's reach); along, line by line.
+    auto move = [&](int count, auto at, auto one, auto run) {
+        if constexpr (Across) {
+            for (int i = 0; i < n; ++i) {
+                if (i + kAhead < n) kivcore::prefetch(at(i + kAhead));
+                for (int g = 0; g < whole; g += kRun) run(g, i);
+                for (int g = whole; g < count; ++g) one(g, i);
+            }
+        } else {
+            for (int g = 0; g < count; ++g)
+                for (int i = 0; i < n; ++i) one(g, i);
         }
-    } else {
-        for (int g = 0; g < lanes; ++g)
-            for (int i = 0; i < n; ++i) get(g, i);
-    }
+    };
+    move(
+        lanes, [&](int i) { return &in(q0, i); }, get, get_run);
     const int groups = lanes / kRun;
+    const auto lanes2 = kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2));
     for (int g = 0; g < groups; ++g) {
-#if KIV_HAVE_AVX2
-        if (g + 1 < groups && !force_scalar() && kivcore::use_avx2()) {
-            iir_lanes2_avx2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane),
-                            s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
+        if (g + 1 < groups && lanes2) {
+            lanes2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane), s.yp.data(),
+                   s.out.data() + static_cast<std::size_t>(g) * plane);
             ++g;
             continue;
         }
-#endif
         iir_run(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, s.yp.data(), s.out.data() + static_cast<std::size_t>(g) * plane);
     }
-    if (Across) {
-        for (int i = 0; i < n; ++i) {
-            if (i + kAhead < n) prefetch(&outp(q0, i + kAhead));
-            for (int g = 0; g < whole; g += kRun) put_run(g, i);
-            for (int g = whole; g < used; ++g) put(g, i);
-        }
-    } else {
-        for (int g = 0; g < used; ++g)
-            for (int i = 0; i < n; ++i) put(g, i);
-    }
+    move(
+        used, [&](int i) { return &outp(q0, i); }, put, put_run);
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.
@@ -413,11 +319,11 @@ bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigne
 int kiv::blur_gauss_iir(tagRECT* rect, double sx, double sy) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
-    tagRGBA* base = row_ptr(this, a.top) + a.left;
+    tagRGBA* base = row_ptr(*this, a.top) + a.left;
     iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
     progress.term();
     return 1;

@@ -158,7 +158,7 @@ public:
         for (int y0 = lo; y0 < hi; y0 += band_rows_) {
             const int y1 = std::min(hi, y0 + band_rows_);
             for (const int copy1 = static_cast<int>(std::min<long long>(h_, static_cast<long long>(y1) + kh_)); copied < copy1; ++copied) {
-                const tagRGBA* from = row_ptr(img_, a_.top + copied) + a_.left;
+                const tagRGBA* from = row_ptr(*img_, a_.top + copied) + a_.left;
                 std::copy(from, from + w_, ring_row(*sc, copied));
             }
             for (int x0 = 0; x0 < w_; x0 += kRleStrip) columns(y0, y1, x0, std::min(kRleStrip, w_ - x0), *sc);
@@ -337,10 +337,10 @@ private:
 int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     RleKernel k;
     if (!rle_kernel(sigma, &k)) return 0;
-    raise_depth_24(this);
+    raise_depth_24(*this);
     const int w = a.w(), h = a.h();
     RlePlan plan(this, a, k, planes & 15u);
     // Progress counts the lines of both passes (w + h) and reports them in proportion to the
@@ -358,7 +358,7 @@ int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
         rows += n;
         if (std::this_thread::get_id() == caller) report();
     };
-    auto image_row = [&](int j) { return row_ptr(this, a.top + j) + a.left; };
+    auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
     run_in_segments(h, w, k.h, [&](int lo, int hi, tagRGBA* buf) {
         if (buf)
             plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); }, done);

@@ -6,70 +6,30 @@
 // scalar one. A neighbour that does not qualify adds a zero (its value times a weight of
 // +0), which leaves the sum unchanged; so does one outside the image, which is how the
 // vector kernels skip it.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
-#include "core/parallel.h"
-#include "filter/filter.h"
-#include "filter/gauss_sel.h"
 #include "core/kmath.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "core/parallel.h"
+#include "core/simd.h"
+#include "filter/filter.h"
+#include "filter/gauss_sel_simd.h"
 
 namespace {
 
+using kivfilter::kSelBlock;
 using kivfilter::SelTile;
 
-// Pixels per block of the vector kernels: the block's tile stays in the first-level cache
-// for the usual radii.
-constexpr int kSelBlock = 64;
 // Stands for a column outside the image: no threshold admits it.
 constexpr double kOutside = -1e10;
-
-#if KIV_HAVE_SSE2
-// sel_block_avx2 with two pixels to a register.
-void sel_block_sse2(const SelTile& t, int count, double* sum, double* wsum, int stride) {
-    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(t.rows) * t.width;
-    const __m128d thr = _mm_set1_pd(t.threshold), sign = _mm_set1_pd(-0.0);
-    for (int i = 0; i < count; i += 2) {
-        const double* at = t.tile + (t.n - 1) + i;
-        __m128d centre[3], s[3], ws[3];
-        for (int c = 0; c < 3; ++c) {
-            centre[c] = _mm_loadu_pd(at + c * plane + static_cast<std::ptrdiff_t>(t.centre_row) * t.width);
-            s[c] = ws[c] = _mm_setzero_pd();
-        }
-        for (int dx = -(t.n - 1); dx <= t.n - 1; ++dx) {
-            const double* kx = t.K + static_cast<std::ptrdiff_t>(dx < 0 ? -dx : dx) * t.n;
-            for (int r = 0; r < t.rows; ++r) {
-                const int dy = r - t.centre_row;
-                const __m128d wt = _mm_set1_pd(kx[dy < 0 ? -dy : dy]);
-                const double* p = at + dx + static_cast<std::ptrdiff_t>(r) * t.width;
-                for (int c = 0; c < 3; ++c) {
-                    const __m128d v = _mm_loadu_pd(p + c * plane);
-                    const __m128d in = _mm_cmple_pd(_mm_andnot_pd(sign, _mm_sub_pd(centre[c], v)), thr);
-                    const __m128d m = _mm_and_pd(in, wt);  // the weight where admitted, else +0
-                    s[c] = _mm_add_pd(s[c], _mm_mul_pd(v, m));
-                    ws[c] = _mm_add_pd(ws[c], m);
-                }
-            }
-        }
-        for (int c = 0; c < 3; ++c) {
-            _mm_storeu_pd(sum + static_cast<std::ptrdiff_t>(c) * stride + i, s[c]);
-            _mm_storeu_pd(wsum + static_cast<std::ptrdiff_t>(c) * stride + i, ws[c]);
-        }
-    }
-}
-#endif
 
 }  // namespace
 
 int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     if (!(radius <= 127.0)) return 0;  // also refuses NaN
     const kiv copy(*this);  // reads come from the copy, writes go to the image
     if (!copy.m_pixels) return 0;
@@ -93,13 +53,11 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             K[static_cast<std::size_t>(i) * n + j] = kivcore::kmath::exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
 
     const int W = m_width, H = m_height;
-#if KIV_HAVE_SSE2
-    if (!force_scalar()) {
+    if (const auto block = kivcore::pick(KIV_AVX2_KERNEL(sel_block_avx2), KIV_SSE2_KERNEL(sel_block_sse2))) {
         // Per row, blocks of pixels: each block's neighbourhood converted once to a tile of
         // doubles, then summed by the vector kernel.
         const int tw = kSelBlock + 2 * (n - 1);
         const double thr = threshold;
-        const bool avx2 = kivcore::use_avx2();
         for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
             const int y1 = std::min(a.bottom, y0 + kProgressBatch);
             kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
@@ -109,14 +67,14 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                     const int ylo = std::max(0, y - (n - 1)), yhi = std::min(H - 1, y + (n - 1));
                     const SelTile t{tile.data(), yhi - ylo + 1, tw, y - ylo, n, K.data(), thr};
                     const std::size_t plane = static_cast<std::size_t>(t.rows) * tw;
-                    unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(this, y) + a.left);
+                    unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(*this, y) + a.left);
                     for (int x0 = 0; x0 < w; x0 += kSelBlock) {
                         const int count = std::min(kSelBlock, w - x0), padded = (count + 3) & ~3;
                         // Columns X0 .. X0 + cols - 1 of the image; those outside it stand apart.
                         const int X0 = a.left + x0 - (n - 1), cols = padded + 2 * (n - 1);
                         const int j0 = std::clamp(-X0, 0, cols), j1 = std::clamp(W - X0, j0, cols);
                         for (int r = 0; r < t.rows; ++r) {
-                            const tagRGBA* src = copy.m_pixels + static_cast<std::size_t>(ylo + r) * W;
+                            const tagRGBA* src = row_ptr(copy, ylo + r);
                             double* d[3];
                             for (int c = 0; c < 3; ++c)
                                 d[c] = tile.data() + c * plane + static_cast<std::size_t>(r) * tw;
@@ -131,12 +89,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                                 d[2][j] = q.b;
                             }
                         }
-#  if KIV_HAVE_AVX2
-                        if (avx2)
-                            sel_block_avx2(t, padded, sum.data(), wsum.data(), kSelBlock);
-                        else
-#  endif
-                            sel_block_sse2(t, padded, sum.data(), wsum.data(), kSelBlock);
+                        block(t, padded, sum.data(), wsum.data());
                         for (int c = 0; c < 3; ++c)
                             for (int i = 0; i < count; ++i) {
                                 const double ws = wsum[static_cast<std::size_t>(c) * kSelBlock + i];
@@ -152,7 +105,6 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         progress.term();
         return 1;
     }
-#endif
     for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
         const int y1 = std::min(a.bottom, y0 + kProgressBatch);
         kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
@@ -161,7 +113,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             for (int y = yb; y < ye; ++y) {
                 std::fill(sum.begin(), sum.end(), 0.0);
                 std::fill(wsum.begin(), wsum.end(), 0.0);
-                const tagRGBA* crow = copy.m_pixels + static_cast<std::size_t>(y) * W;
+                const tagRGBA* crow = row_ptr(copy, y);
                 for (int i = 0; i < w; ++i) {
                     centre[static_cast<std::size_t>(i)] = crow[a.left + i].r;
                     centre[static_cast<std::size_t>(w + i)] = crow[a.left + i].g;
@@ -175,7 +127,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         if (y + dy < 0 || y + dy >= H) continue;
                         const double wt = K[static_cast<std::size_t>(dx < 0 ? -dx : dx) * n + (dy < 0 ? -dy : dy)];
                         const unsigned char* nb = reinterpret_cast<const unsigned char*>(
-                            copy.m_pixels + static_cast<std::size_t>(y + dy) * W + (a.left + dx));
+                            row_ptr(copy, y + dy) + (a.left + dx));
                         for (int c = 0; c < 3; ++c) {
                             double* s = sum.data() + static_cast<std::size_t>(c) * w;
                             double* ws = wsum.data() + static_cast<std::size_t>(c) * w;
@@ -190,7 +142,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         }
                     }
                 }
-                unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(this, y) + a.left);
+                unsigned char* out = reinterpret_cast<unsigned char*>(row_ptr(*this, y) + a.left);
                 for (int c = 0; c < 3; ++c)
                     for (int i = 0; i < w; ++i) {
                         const double ws = wsum[static_cast<std::size_t>(c) * w + i];

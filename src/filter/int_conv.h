@@ -1,6 +1,6 @@
 // Integer convolution on byte lanes, shared by the integer Gaussian and the tent blur: each
 // output byte is the exact 32-bit sum of weight times sample over a list of source lines,
-// divided (truncated) by a total. The AVX2 kernel's file includes this too.
+// divided (truncated) by a total. The vector kernels are in int_conv_simd.h.
 #ifndef KIV_FILTER_INT_CONV_H
 #define KIV_FILTER_INT_CONV_H
 
@@ -44,51 +44,6 @@ void pair_conv_scalar(const PairConv& p, std::ptrdiff_t x0, std::ptrdiff_t x1);
 // The same with 16-bit sums, for narrow weights: each pair's two weights add up to at most
 // 128, every sum stays below 2^16, total >= 2, one output, keep = 0.
 void pair_conv16_vector(const PairConv& p, int width);
-
-// The 32-bit pair kernels' loop, for any vector width. Ops supplies the register type V and
-// zero(), widen(a, b, v) (a register's bytes of a and b as four vectors of 16-bit pairs),
-// mac(acc, v, w) (acc += the pairs times w's two weights) and finish(acc, c, dst) (the
-// quotients stored at dst, merged with the kept bytes of c). Each vector kernel instantiates
-// it with its own Ops, so each is compiled for its own instruction set.
-template <class Ops>
-void pair_loop(const PairConv& p, const Ops& ops) {
-    using V = typename Ops::V;
-    const int both0 = p.s1 < p.e0 ? p.s1 : p.e0, both1 = p.e0 > p.s1 ? p.e0 : p.s1;
-    for (int it = 0; it < p.n; ++it) {
-        const std::ptrdiff_t off = it * p.step;
-        V acc0[4], acc1[4], v[4];
-        for (int k = 0; k < 4; ++k) acc0[k] = acc1[k] = ops.zero();
-        if (!p.w1) {
-            for (int m = 0; m < p.e0; ++m) {
-                ops.widen(p.a[m] + off, p.b[m] + off, v);
-                ops.mac(acc0, v, p.w0[m]);
-            }
-            ops.finish(acc0, p.c0 + off, p.d0 + off);
-            continue;
-        }
-        // Both outputs from the same widened pairs: the unpacking is shared.
-        int m = 0;
-        for (; m < both0; ++m) {
-            ops.widen(p.a[m] + off, p.b[m] + off, v);
-            ops.mac(acc0, v, p.w0[m]);
-        }
-        for (; m < p.e0; ++m) {
-            ops.widen(p.a[m] + off, p.b[m] + off, v);
-            ops.mac(acc0, v, p.w0[m]);
-            ops.mac(acc1, v, p.w1[m]);
-        }
-        for (m = both1; m < p.e1; ++m) {
-            ops.widen(p.a[m] + off, p.b[m] + off, v);
-            ops.mac(acc1, v, p.w1[m]);
-        }
-        ops.finish(acc0, p.c0 + off, p.d0 + off);
-        ops.finish(acc1, p.c1 + off, p.d1 + off);
-    }
-}
-
-// The AVX2 kernels (int_conv_avx2.cpp); call only when kivcore::use_avx2().
-void pair_conv_avx2(const PairConv& p);
-void pair_conv16_avx2(const PairConv& p);
 
 }  // namespace kivfilter
 

@@ -2,18 +2,14 @@
 // filter_soften.
 //
 // Each mode is its own kernel, picked once per call, so the weights are constants. The
-// vector kernels (SSE2, AVX2) filter the 4-byte pixels as they lie; the portable code runs
-// over channel-planar rows.
+// vector kernels (kernel3x3_simd.h) filter the 4-byte pixels as they lie; the portable code
+// runs over channel-planar rows.
 #include <algorithm>
 #include <cstdint>
 
+#include "core/simd.h"
 #include "filter/filter.h"
-#include "filter/kernel3x3_avx2.h"
-#include "filter/kernel3x3_modes.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "filter/kernel3x3_simd.h"
 
 namespace {
 
@@ -30,7 +26,7 @@ struct Nb {
     }
 };
 
-inline int clamp255(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+using kivcore::clamp255;
 
 template <int K0, int K1, int K2, int K3, int K4, int K5, int K6, int K7, int K8>
 inline int wsum(const Nb& n, int i) {
@@ -55,24 +51,27 @@ inline int median9(const Nb& n, int i) {
     return p[4];
 }
 
+// The adaptive modes' step from a toward b by the difference d of centre and sharpened value:
+// a up to `from`, then four mixes in tenths, then b.
+inline int step_toward(int a, int b, int d, int from) {
+    if (d <= from) return a;
+    if (d == from + 1) return clamp255(((b + 4 * a) * 2) / 10);
+    if (d == from + 2) return clamp255((4 * b + 6 * a) / 10);
+    if (d == from + 3) return clamp255((6 * b + 4 * a) / 10);
+    if (d == from + 4) return clamp255(((a + 4 * b) * 2) / 10);
+    return b;
+}
+
+// Mode 14 steps from the centre toward the sharpened value, mode 15 from the soft value toward
+// the centre.
 inline int adaptive_sharpen(const Nb& n, int i) {
-    const int O = n(4, i), Sh = sharp3(n, i), d = O > Sh ? O - Sh : Sh - O;
-    if (d <= 7) return O;
-    if (d == 8) return clamp255(((Sh + 4 * O) * 2) / 10);
-    if (d == 9) return clamp255((4 * Sh + 6 * O) / 10);
-    if (d == 10) return clamp255((6 * Sh + 4 * O) / 10);
-    if (d == 11) return clamp255(((O + 4 * Sh) * 2) / 10);
-    return Sh;
+    const int O = n(4, i), Sh = sharp3(n, i);
+    return step_toward(O, Sh, O > Sh ? O - Sh : Sh - O, 7);
 }
 
 inline int adaptive_smooth(const Nb& n, int i) {
-    const int O = n(4, i), Sh = sharp3(n, i), Bl = soft4(n, i), d = O > Sh ? O - Sh : Sh - O;
-    if (d <= 4) return Bl;
-    if (d == 5) return clamp255(((O + 4 * Bl) * 2) / 10);
-    if (d == 6) return clamp255((6 * Bl + 4 * O) / 10);
-    if (d == 7) return clamp255((4 * Bl + 6 * O) / 10);
-    if (d == 8) return clamp255(((Bl + 4 * O) * 2) / 10);
-    return O;
+    const int O = n(4, i), Sh = sharp3(n, i);
+    return step_toward(soft4(n, i), O, O > Sh ? O - Sh : Sh - O, 4);
 }
 
 template <unsigned Mode>
@@ -119,90 +118,6 @@ tagRGBA mode_pixel(const tagRGBA* const* rows, int xl, int x, int xr) {
     return o;
 }
 
-#if KIV_HAVE_SSE2
-// The vector kernels work on 4-byte pixels as they lie, four to a register (the arithmetic
-// in kernel3x3_modes.h). Alpha comes from the middle pixel.
-using V = __m128i;
-
-struct Sse2 {
-    using V = __m128i;
-    static V zero() { return _mm_setzero_si128(); }
-    static V set8(char v) { return _mm_set1_epi8(v); }
-    static V set16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
-    static V min_u8(V a, V b) { return _mm_min_epu8(a, b); }
-    static V max_u8(V a, V b) { return _mm_max_epu8(a, b); }
-    static V add8(V a, V b) { return _mm_add_epi8(a, b); }
-    static V sub8(V a, V b) { return _mm_sub_epi8(a, b); }
-    static V add16(V a, V b) { return _mm_add_epi16(a, b); }
-    static V sub16(V a, V b) { return _mm_sub_epi16(a, b); }
-    static V mullo16(V a, V b) { return _mm_mullo_epi16(a, b); }
-    static V mulhi_u16(V a, V b) { return _mm_mulhi_epu16(a, b); }
-    static V min16(V a, V b) { return _mm_min_epi16(a, b); }
-    static V max16(V a, V b) { return _mm_max_epi16(a, b); }
-    template <int N>
-    static V shl_16(V a) {
-        return _mm_slli_epi16(a, N);
-    }
-    static V shr3_16(V a) { return _mm_srli_epi16(a, 3); }
-    static V cmpeq16(V a, V b) { return _mm_cmpeq_epi16(a, b); }
-    static V cmplt16(V a, V b) { return _mm_cmplt_epi16(a, b); }
-    static V absdiff16(V a, V b) { return _mm_max_epi16(_mm_sub_epi16(a, b), _mm_sub_epi16(b, a)); }
-    static V choose(V mask, V a, V b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
-};
-using M = kivfilter::Modes<Sse2>;
-
-inline V load(const tagRGBA* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
-inline V choose(V mask, V a, V b) { return Sse2::choose(mask, a, b); }
-
-// Four output pixels from x on.
-template <unsigned Mode>
-void pixels4(const tagRGBA* const* rows, int x, tagRGBA* out) {
-    V p[9];
-    for (int k = 0; k < 9; ++k) p[k] = load(rows[k / 3] + x - 1 + k % 3);
-    V v;
-    if constexpr (Mode == 1 || Mode == 5 || Mode == 7 || Mode == 8) {
-        v = M::bytes<Mode>(p);
-    } else {
-        const V z = _mm_setzero_si128();
-        V lo[9], hi[9];
-        for (int k = 0; k < 9; ++k) {
-            lo[k] = _mm_unpacklo_epi8(p[k], z);
-            hi[k] = _mm_unpackhi_epi8(p[k], z);
-        }
-        v = _mm_packus_epi16(M::words<Mode>(lo), M::words<Mode>(hi));
-    }
-    v = choose(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
-    _mm_storeu_si128(reinterpret_cast<V*>(out + x), v);
-}
-
-// Pixels x0 .. x1 - 1, reading columns x0 - 1 .. x1; x0 when the span is under four pixels.
-template <unsigned Mode>
-int row_sse2(const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
-    if (x1 - x0 < 4) return x0;
-    int x = x0;
-    for (; x + 4 <= x1; x += 4) pixels4<Mode>(rows, x, out);
-    if (x < x1) pixels4<Mode>(rows, x1 - 4, out);  // overlaps: the same values again
-    return x1;
-}
-
-// One row on 4-byte pixels: the vector kernel inside, the end pixels with their own column
-// clamped.
-template <unsigned Mode>
-void mode_row(const tagRGBA* const* rows, int w, tagRGBA* out) {
-    int e;
-#  if KIV_HAVE_AVX2
-    if (kivcore::use_avx2())
-        e = kivfilter::k3_row_avx2(Mode, reinterpret_cast<const unsigned char* const*>(rows), 1, w - 1,
-                                   reinterpret_cast<unsigned char*>(out));
-    else
-#  endif
-        e = row_sse2<Mode>(rows, 1, w - 1, out);
-    out[0] = mode_pixel<Mode>(rows, 0, 0, w > 1 ? 1 : 0);
-    for (int i = std::max(e, 1); i < w; ++i) out[i] = mode_pixel<Mode>(rows, i - 1, i, i + 1 < w ? i + 1 : i);
-}
-#endif
-
-#if KIV_HAVE_SSE2
 // One pixel of a Weighted3x3 from columns xl, x and xr: the vector lanes' arithmetic.
 tagRGBA weighted_pixel(const tagRGBA* const* rows, int xl, int x, int xr, const kivfilter::Weighted3x3& k) {
     tagRGBA o = rows[1][x];
@@ -217,65 +132,18 @@ tagRGBA weighted_pixel(const tagRGBA* const* rows, int xl, int x, int xr, const 
     return o;
 }
 
-// Four pixels from x on: neighbour pairs interleaved in 16-bit lanes, so one multiply-add
-// gives two terms of a pixel's four channel sums.
-void weighted4(const tagRGBA* const* rows, int x, const kivfilter::Weighted3x3& k, const V* wp, tagRGBA* out) {
-    const V z = _mm_setzero_si128();
-    V p[9];
-    for (int q = 0; q < 9; ++q) p[q] = load(rows[q / 3] + x - 1 + q % 3);
-    V res[4];
-    for (int h = 0; h < 2; ++h) {
-        V n[10];
-        for (int q = 0; q < 9; ++q) n[q] = h ? _mm_unpackhi_epi8(p[q], z) : _mm_unpacklo_epi8(p[q], z);
-        n[9] = z;
-        for (int e = 0; e < 2; ++e) {  // the half's first and second pixel
-            V s = z;
-            for (int j = 0; j < 5; ++j) {
-                const V pair =
-                    e ? _mm_unpackhi_epi16(n[2 * j], n[2 * j + 1]) : _mm_unpacklo_epi16(n[2 * j], n[2 * j + 1]);
-                s = _mm_add_epi32(s, _mm_madd_epi16(pair, wp[j]));
-            }
-            __m128 f = _mm_cvtepi32_ps(s);
-            if (k.mul != 1.0f) f = _mm_mul_ps(f, _mm_set1_ps(k.mul));
-            V t = _mm_cvttps_epi32(_mm_div_ps(f, _mm_set1_ps(k.div)));
-            if (k.add_centre) t = _mm_add_epi32(t, e ? _mm_unpackhi_epi16(n[4], z) : _mm_unpacklo_epi16(n[4], z));
-            res[2 * h + e] = t;
-        }
-    }
-    V v = _mm_packus_epi16(_mm_packs_epi32(res[0], res[1]), _mm_packs_epi32(res[2], res[3]));
-    v = choose(_mm_set1_epi32(static_cast<int>(0xFF000000u)), p[4], v);
-    _mm_storeu_si128(reinterpret_cast<V*>(out + x), v);
-}
-
-int weighted_row_sse2(const tagRGBA* const* rows, int x0, int x1, const kivfilter::Weighted3x3& k, tagRGBA* out) {
-    if (x1 - x0 < 4) return x0;
-    V wp[5];
-    for (int j = 0; j < 5; ++j) {
-        const int lo = static_cast<unsigned short>(k.w[2 * j]),
-                  hi = j < 4 ? static_cast<unsigned short>(k.w[2 * j + 1]) : 0;
-        wp[j] = _mm_set1_epi32(static_cast<int>(static_cast<unsigned>(lo) | static_cast<unsigned>(hi) << 16));
-    }
-    // The last four end at x1, overlapping the ones before (the same values again); one
-    // call site, so the kernel is inlined.
-    for (int x = x0;; x += 4) {
-        x = x < x1 - 4 ? x : x1 - 4;
-        weighted4(rows, x, k, wp, out);
-        if (x == x1 - 4) break;
-    }
-    return x1;
-}
-#endif
-
 template <unsigned Mode>
 void run_mode(kiv* img, const kivfilter::Area& a) {
-#if KIV_HAVE_SSE2
-    if (!kivfilter::force_scalar()) {
-        kivfilter::run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [](unsigned char*) {
-            return [](int, const tagRGBA* const* rows, int w, tagRGBA* out) { mode_row<Mode>(rows, w, out); };
-        });
+    if (const auto row =
+            kivcore::pick(KIV_AVX2_KERNEL(kivfilter::k3_row_avx2), KIV_SSE2_KERNEL(kivfilter::k3_row_sse2))) {
+        kivfilter::run_inside_3x3(
+            img, a,
+            [row](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+                return row(Mode, kivfilter::bytes(rows), x0, x1, kivfilter::bytes(out));
+            },
+            mode_pixel<Mode>);
         return;
     }
-#endif
     kivfilter::run_3x3(img, a, [](const Rows3& r, int w, unsigned char* const* out) {
         for (int c = 0; c < 3; ++c) {
             const Nb n{r.row[0][c], r.row[1][c], r.row[2][c]};
@@ -288,33 +156,21 @@ void run_mode(kiv* img, const kivfilter::Area& a) {
 }  // namespace
 
 bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
-#if KIV_HAVE_SSE2
-    if (force_scalar()) return false;
-    run_rows_in_place(img, a, a.top, a.bottom, a.left, a.right, 0, [&](unsigned char*) {
-        return [&](int, const tagRGBA* const* rows, int w, tagRGBA* out) {
-            int e;
-#  if KIV_HAVE_AVX2
-            if (kivcore::use_avx2())
-                e = weighted_row_avx2(reinterpret_cast<const unsigned char* const*>(rows), 1, w - 1, &k,
-                                      reinterpret_cast<unsigned char*>(out));
-            else
-#  endif
-                e = weighted_row_sse2(rows, 1, w - 1, k, out);
-            out[0] = weighted_pixel(rows, 0, 0, w > 1 ? 1 : 0, k);
-            for (int i = std::max(e, 1); i < w; ++i) out[i] = weighted_pixel(rows, i - 1, i, i + 1 < w ? i + 1 : i, k);
-        };
-    });
+    const auto row = kivcore::pick(KIV_AVX2_KERNEL(weighted_row_avx2), KIV_SSE2_KERNEL(weighted_row_sse2));
+    if (!row) return false;
+    run_inside_3x3(
+        img, a,
+        [&](const tagRGBA* const* rows, int x0, int x1, tagRGBA* out) {
+            return row(bytes(rows), x0, x1, k, bytes(out));
+        },
+        [&](const tagRGBA* const* rows, int xl, int x, int xr) { return weighted_pixel(rows, xl, x, xr, k); });
     return true;
-#else
-    (void)img, (void)a, (void)k;
-    return false;
-#endif
 }
 
 int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
     using namespace kivfilter;
     Area a;
-    if (!normalise(this, rect, &a)) return 0;
+    if (!clip_rect(*this, rect, &a)) return 0;
     set_depth_24(this);  // also for a refused mode
     switch (mode) {
         case 0: run_mode<0>(this, a); break;
@@ -340,7 +196,7 @@ int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
 int kiv::filter_custom3x3(tagRECT* rect, int* kernel, int divisor) {
     using namespace kivfilter;
     Area a;
-    if (!kernel || !normalise(this, rect, &a)) return 0;
+    if (!kernel || !clip_rect(*this, rect, &a)) return 0;
     set_depth_24(this);
     std::uint32_t k[9];
     for (int i = 0; i < 9; ++i) k[i] = static_cast<std::uint32_t>(kernel[i]);

@@ -1,7 +1,7 @@
 // The sampling blurs' AVX2 kernels: four pixels a register, positions in double lanes, the
 // samples gathered and summed in 32-bit lanes.
 #include "core/simd.h"
-#include "filter/motion_blur.h"
+#include "filter/motion_blur_simd.h"
 
 #if KIV_HAVE_AVX2
 #  include <immintrin.h>

@@ -1,18 +1,15 @@
 // Sharpening and local contrast: sharpen2, unsharp_mask, unsharp_mask2, enhance.
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
 #include "core/color_models.h"
 #include "core/parallel.h"
+#include "core/simd.h"
 #include "filter/filter.h"
-#include "filter/kernel3x3_avx2.h"
-#include "filter/sharpening_avx2.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "filter/kernel3x3_simd.h"
+#include "filter/sharpening_simd.h"
 
 namespace {
 
@@ -23,9 +20,14 @@ constexpr double kMaxUnsharpRadius = 1000.0;
 constexpr int kMaxUnsharpAmount = 1000;  // percent
 constexpr int kMaxEnhanceRadius = 1000;
 
-bool unsharp_args_ok(double radius, int amount, int threshold) {
-    return radius > 0.0 && radius <= kMaxUnsharpRadius && iir_sigma_ok(radius) && amount >= 0 &&
-           amount <= kMaxUnsharpAmount && threshold >= 0 && threshold <= 255;
+// The checks of unsharp_mask and unsharp_mask2 (rectangle into *a), and their raise to true
+// colour; false when refused.
+bool unsharp_start(kiv* img, tagRECT* rect, double radius, int amount, int threshold, Area* a) {
+    if (!clip_rect(*img, rect, a) || !(radius > 0.0 && radius <= kMaxUnsharpRadius && iir_sigma_ok(radius)) ||
+        amount < 0 || amount > kMaxUnsharpAmount || threshold < 0 || threshold > 255)
+        return false;
+    raise_depth_24(*img);
+    return true;
 }
 
 // O + D * amount / 100 where |D| reaches the threshold, else O.
@@ -47,26 +49,8 @@ std::vector<unsigned char> unsharp_table(int amount, int threshold) {
 // Lightness (max + min) / 2 of n pixels: the HLS model's lightness without its hue and
 // saturation.
 void lightness_row(const tagRGBA* p, int n, unsigned char* out) {
-    int i = 0;
-#if KIV_HAVE_SSE2
-    if (!force_scalar()) {
-        // Byte maxima and minima of each pixel's three channels land in its low byte; the
-        // rounded-up average less the odd bit is the floor of the mean.
-        const __m128i low = _mm_set1_epi32(0xFF);
-        for (; i + 16 <= n; i += 16) {
-            __m128i l[4];
-            for (int q = 0; q < 4; ++q) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i + 4 * q));
-                const __m128i g = _mm_srli_epi32(v, 8), b = _mm_srli_epi32(v, 16);
-                const __m128i mx = _mm_max_epu8(_mm_max_epu8(v, g), b), mn = _mm_min_epu8(_mm_min_epu8(v, g), b);
-                const __m128i odd = _mm_and_si128(_mm_xor_si128(mx, mn), _mm_set1_epi8(1));
-                l[q] = _mm_and_si128(_mm_sub_epi8(_mm_avg_epu8(mx, mn), odd), low);
-            }
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
-                             _mm_packus_epi16(_mm_packs_epi32(l[0], l[1]), _mm_packs_epi32(l[2], l[3])));
-        }
-    }
-#endif
+    const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(lightness_sse2));
+    int i = vec ? vec(reinterpret_cast<const unsigned char*>(p), n, out) : 0;
     for (; i < n; ++i) {
         const int mx = std::max(std::max(p[i].r, p[i].g), p[i].b), mn = std::min(std::min(p[i].r, p[i].g), p[i].b);
         out[i] = static_cast<unsigned char>((mx + mn) >> 1);
@@ -82,71 +66,17 @@ inline void add_to_rgb(tagRGBA& p, int delta) {
 // unsharp_mask2's step for n pixels: the change t[L * 256 + B] - L of the lightness L
 // (blurred B) added to red, green and blue, clamped.
 void add_changes_row(tagRGBA* o, const unsigned char* l, const unsigned char* b, int n, const unsigned char* t) {
-    int i = 0;
-#if KIV_HAVE_SSE2
-    if (!force_scalar()) {
-        // A change d as a saturating add of max(d, 0) and subtract of max(-d, 0) on the
-        // colour bytes; alpha gets 0 of each.
-        auto spread = [](__m128i v) {
-            return _mm_or_si128(_mm_or_si128(v, _mm_slli_epi32(v, 8)), _mm_slli_epi32(v, 16));
-        };
-        for (; i + 4 <= n; i += 4) {
-            int d[4];
-            for (int k = 0; k < 4; ++k) d[k] = t[static_cast<std::size_t>(l[i + k]) * 256 + b[i + k]] - l[i + k];
-            const __m128i v = _mm_setr_epi32(d[0], d[1], d[2], d[3]), z = _mm_setzero_si128();
-            const __m128i up = spread(_mm_max_epi16(v, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, v), z));
-            __m128i* q = reinterpret_cast<__m128i*>(o + i);
-            _mm_storeu_si128(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadu_si128(q), up), down));
-        }
-    }
-#endif
+    const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(add_changes_sse2));
+    int i = vec ? vec(reinterpret_cast<unsigned char*>(o), l, b, n, t) : 0;
     for (; i < n; ++i) add_to_rgb(o[i], t[static_cast<std::size_t>(l[i]) * 256 + b[i]] - l[i]);
 }
-
-#if KIV_HAVE_SSE2
-// Box sums (below 2^52, non-negative) as doubles: the integer in a double's mantissa.
-inline __m128d box_sums(const long long* p, int lo, int hi) {
-    const __m128i d = _mm_sub_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + hi)),
-                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + lo)));
-    const __m128d two52 = _mm_set1_pd(4503599627370496.0);
-    return _mm_sub_pd(_mm_castsi128_pd(_mm_or_si128(d, _mm_castpd_si128(two52))), two52);
-}
-
-// enhance_span_avx2 with two pixels to a register: each lane the scalar sequence; the
-// ternaries' clamps as max and min, which pick the same operand.
-int enhance_span_sse2(const EnhanceRow& e, int x0, int x1, tagRGBA* out) {
-    const __m128d area = _mm_set1_pd(e.area), gs = _mm_set1_pd(e.gain_scale), zero = _mm_setzero_pd();
-    const __m128d one = _mm_set1_pd(1.0), three = _mm_set1_pd(3.0), forty = _mm_set1_pd(40.0);
-    const __m128d half = _mm_set1_pd(0.5), top = _mm_set1_pd(255.0);
-    const int r = e.radius;
-    int i = x0;
-    for (; i + 2 <= x1; i += 2) {
-        const __m128d mean = _mm_div_pd(box_sums(e.p1, i - r, i + r + 1), area);
-        const __m128d var = _mm_sub_pd(_mm_div_pd(box_sums(e.p2, i - r, i + r + 1), area), _mm_mul_pd(mean, mean));
-        const __m128d sd = _mm_sqrt_pd(_mm_max_pd(var, zero));
-        const __m128d g = _mm_min_pd(_mm_max_pd(_mm_div_pd(forty, _mm_add_pd(sd, one)), one), three);
-        const __m128d gain = _mm_add_pd(one, _mm_mul_pd(gs, _mm_sub_pd(g, one)));
-        const __m128i l32 = _mm_setr_epi32(e.l[i], e.l[i + 1], 0, 0);
-        const __m128d v = _mm_add_pd(_mm_add_pd(mean, _mm_mul_pd(_mm_sub_pd(_mm_cvtepi32_pd(l32), mean), gain)), half);
-        const __m128i d = _mm_sub_epi32(_mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, zero), top)), l32);
-        const __m128i z = _mm_setzero_si128();
-        auto spread = [](__m128i x) {
-            return _mm_or_si128(_mm_or_si128(x, _mm_slli_epi32(x, 8)), _mm_slli_epi32(x, 16));
-        };
-        const __m128i up = spread(_mm_max_epi16(d, z)), down = spread(_mm_max_epi16(_mm_sub_epi32(z, d), z));
-        __m128i* q = reinterpret_cast<__m128i*>(out + i);
-        _mm_storel_epi64(q, _mm_subs_epu8(_mm_adds_epu8(_mm_loadl_epi64(q), up), down));
-    }
-    return i;
-}
-#endif
 
 }  // namespace
 
 int kiv::sharpen2(tagRECT* rect, int strength) {
     Area a;
-    if (!normalise(this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || strength < 0 || strength > kMaxSharpen2) return 0;
+    raise_depth_24(*this);
     if (strength == 0) return 1;
     // |S * strength| <= 2040 * 1000 < 2^24: the vector kernels' float quotient is exact.
     const Weighted3x3 k{{-1, -1, -1, -1, 8, -1, -1, -1, -1}, 1, static_cast<float>(strength), 800.0f};
@@ -166,8 +96,7 @@ int kiv::sharpen2(tagRECT* rect, int strength) {
 
 int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(this);
+    if (!unsharp_start(this, rect, radius, amount, threshold, &a)) return 0;
     const int w = a.w(), h = a.h();
     const std::size_t W = static_cast<std::size_t>(m_width);
     // The blur reads the image in place; every channel it writes is written before it is
@@ -176,11 +105,11 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     tagRGBA* const blurred = block.as<tagRGBA>();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     LineProgress progress(this, static_cast<long long>(w) + h);
-    iir_blur_block(row_ptr(this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
+    iir_blur_block(row_ptr(*this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
                    &progress);
     progress.term();
     kivcore::parallel_for(0, h, [&](int j) {
-        tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
         const unsigned char* t = lut.data();
         for (int i = 0; i < w; ++i) {
@@ -194,21 +123,20 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
 
 int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) {
     Area a;
-    if (!normalise(this, rect, &a) || !unsharp_args_ok(radius, amount, threshold)) return 0;
-    raise_depth_24(this);
+    if (!unsharp_start(this, rect, radius, amount, threshold, &a)) return 0;
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w), n = sw * static_cast<std::size_t>(h);
     // Lightness as a plane of bytes, blurred like the colour channels of unsharp_mask; both
     // planes are written whole before they are read.
     const UnzeroedBlock block(2 * n);
     unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
-    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, light + j * sw); });
+    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
     LineProgress progress(this, static_cast<long long>(w) + h);
     iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
     progress.term();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
     kivcore::parallel_for(0, h, [&](int j) {
-        tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+        tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         add_changes_row(o, light + j * sw, blurred + j * sw, w, lut.data());
     });
     return 1;
@@ -216,9 +144,8 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
 
 int kiv::enhance(tagRECT* rect, int radius, int amount) {
     Area a;
-    if (!normalise(this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100)
-        return 0;
-    raise_depth_24(this);
+    if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100) return 0;
+    raise_depth_24(*this);
     if (amount == 0) return 1;
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w);
@@ -226,8 +153,11 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
     const unsigned char* const L = block.as<unsigned char>();
     kivcore::parallel_for(
-        0, h, [&](int j) { lightness_row(row_ptr(this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+        0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
+    // The widest kernel first, then the SSE2 one for a last pair it leaves.
+    const auto span = kivcore::pick(KIV_AVX2_KERNEL(enhance_span_avx2), KIV_SSE2_KERNEL(enhance_span_sse2));
+    const auto pairs = kivcore::pick_sse2(KIV_SSE2_KERNEL(enhance_span_sse2));
     // Box sums are exact integers, so any order gives the same values: per band of rows,
     // column sums over the box's rows slide down one row at a time (a column of 2001
     // squares stays below 2^31), and prefix sums along the row give each box.
@@ -260,7 +190,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
                 p2[i + 1] = p2[i] + c2[i];
             }
             const unsigned char* l = L + j * sw;
-            tagRGBA* o = row_ptr(this, a.top + j) + a.left;
+            tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
             auto one = [&](int i) {
                 const int i0 = std::max(0, i - radius), i1 = std::min(w, i + radius + 1);
                 const double n = static_cast<double>(j1 - j0) * (i1 - i0);
@@ -277,17 +207,13 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
             const int x0 = std::min(w, radius);
             int i = 0;
             for (; i < x0; ++i) one(i);
-#if KIV_HAVE_SSE2
-            if (!force_scalar()) {
+            if (span) {
                 const int x1 = std::max(x0, w - radius);
                 const EnhanceRow er{p1.data(),  p2.data(), l, static_cast<double>(j1 - j0) * (2 * radius + 1),
                                     gain_scale, radius};
-#  if KIV_HAVE_AVX2
-                if (kivcore::use_avx2()) i = enhance_span_avx2(&er, i, x1, reinterpret_cast<unsigned char*>(o));
-#  endif
-                i = enhance_span_sse2(er, i, x1, o);
+                i = span(er, i, x1, reinterpret_cast<unsigned char*>(o));
+                i = pairs(er, i, x1, reinterpret_cast<unsigned char*>(o));
             }
-#endif
             for (; i < w; ++i) one(i);
         }
     });

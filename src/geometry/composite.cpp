@@ -4,28 +4,24 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "fill/blend.h"
-#include "fill/fill_private.h"
 #include "kiv.h"
 
-using kivfill::Box;
+using kivcore::Area;
 
 namespace {
 
 // Where a w x h block of the source starting at (sx, sy) lands at (x, y) of the target:
 // the target box and the source corner of its first pixel. False when nothing overlaps.
 struct Placement {
-    Box dst;
+    Area dst;
     int sx, sy;
 };
-bool place(const kiv& dst, long long x, long long y, const Box& src_box, Placement* out) {
-    const long long w = src_box.width(), h = src_box.height();
-    const long long l = std::max(x, 0LL), t = std::max(y, 0LL);
-    const long long r = std::min<long long>(x + w, dst.m_width), b = std::min<long long>(y + h, dst.m_height);
-    if (r <= l || b <= t) return false;
-    out->dst = Box{static_cast<int>(l), static_cast<int>(t), static_cast<int>(r), static_cast<int>(b)};
-    out->sx = static_cast<int>(src_box.left + (l - x));
-    out->sy = static_cast<int>(src_box.top + (t - y));
+bool place(const kiv& dst, long long x, long long y, const Area& src_box, Placement* out) {
+    if (!kivcore::clip_box(dst, x, y, src_box.w(), src_box.h(), &out->dst)) return false;
+    out->sx = static_cast<int>(src_box.left + (out->dst.left - x));
+    out->sy = static_cast<int>(src_box.top + (out->dst.top - y));
     return true;
 }
 
@@ -35,9 +31,9 @@ bool usable(const kiv* img) { return img && img->m_pixels && img->m_width > 0 &&
 // block is copied first, so rows written early never feed rows read later.
 class SourceRows {
 public:
-    SourceRows(kiv& dst, kiv& src, const Box& block) : base_(src.m_pixels), stride_(src.m_width) {
+    SourceRows(kiv& dst, kiv& src, const Area& block) : base_(src.m_pixels), stride_(src.m_width) {
         if (&src != &dst) return;
-        const int w = block.width(), h = block.height();
+        const int w = block.w(), h = block.h();
         copy_.resize(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
         for (int r = 0; r < h; ++r)
             std::memcpy(copy_.data() + static_cast<std::size_t>(r) * w,
@@ -58,8 +54,6 @@ private:
     int stride_;
     int left_ = 0, top_ = 0;
 };
-
-void raise_to_true_colour(kiv& img) { img.m_bits = std::max(img.m_bits, 24); }
 
 // Opacity ramp op0 -> op1 over 256 steps toward a direction; false for an unknown code.
 struct FadeRamp {
@@ -83,17 +77,17 @@ int kiv::addlayer(kiv* layer, int x, int y, int opacity, int mode, int usealpha)
     opacity = kivfill::clamp_opacity(opacity);
     if (!usable(this) || !usable(layer) || opacity == 0) return 0;
     Placement pl;
-    if (!place(*this, x, y, Box{0, 0, layer->m_width, layer->m_height}, &pl)) return 0;
+    if (!place(*this, x, y, Area{0, 0, layer->m_width, layer->m_height}, &pl)) return 0;
     // A palettized layer's fourth byte is a colour index, not an alpha.
     const bool weigh_alpha = usealpha && layer->m_bits >= 24;
-    const SourceRows src(*this, *layer, Box{pl.sx, pl.sy, pl.sx + pl.dst.width(), pl.sy + pl.dst.height()});
-    raise_to_true_colour(*this);
-    const int cols = pl.dst.width();
+    const SourceRows src(*this, *layer, Area{pl.sx, pl.sy, pl.sx + pl.dst.w(), pl.sy + pl.dst.h()});
+    kivcore::raise_depth_24(*this);
+    const int cols = pl.dst.w();
     kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, [&](int b, int e) {
         std::vector<BYTE> weight(weigh_alpha ? static_cast<std::size_t>(cols) : 0);
         for (int row = b; row < e; ++row) {
             const tagRGBA* s = src.at(pl.sx, pl.sy + (row - pl.dst.top));
-            tagRGBA* p = kivfill::row_at(*this, row, pl.dst.left);
+            tagRGBA* p = kivcore::row_ptr(*this, row) + pl.dst.left;
             if (!weigh_alpha) {
                 kivfill::blend_row(mode, p, s, cols, opacity);
                 continue;
@@ -111,12 +105,12 @@ int kiv::merge(kiv* src, tagRECT* srcrect, int x, int y, int opacity) {
     tagRECT r;
     if (!src->validaterect(srcrect, &r)) return 0;
     Placement pl;
-    if (!place(*this, x, y, Box{r.left, r.top, r.right, r.bottom}, &pl)) return 0;
-    const SourceRows rows(*this, *src, Box{pl.sx, pl.sy, pl.sx + pl.dst.width(), pl.sy + pl.dst.height()});
-    raise_to_true_colour(*this);
-    const int cols = pl.dst.width();
+    if (!place(*this, x, y, Area{r.left, r.top, r.right, r.bottom}, &pl)) return 0;
+    const SourceRows rows(*this, *src, Area{pl.sx, pl.sy, pl.sx + pl.dst.w(), pl.sy + pl.dst.h()});
+    kivcore::raise_depth_24(*this);
+    const int cols = pl.dst.w();
     kivcore::parallel_for(pl.dst.top, pl.dst.bottom, [&](int row) {
-        kivfill::blend_row(kivfill::kNormal, kivfill::row_at(*this, row, pl.dst.left),
+        kivfill::blend_row(kivfill::kNormal, kivcore::row_ptr(*this, row) + pl.dst.left,
                            rows.at(pl.sx, pl.sy + (row - pl.dst.top)), cols, opacity);
     });
     return 1;
@@ -128,10 +122,10 @@ int kiv::fadepaste(kiv* src, int x, int y, int op0, int op1, int dir) {
     if (!make_fade(x, y, src->m_width, src->m_height, op0, op1, dir, &fade)) return 0;
     if (fade.op0 == 0 && fade.op1 == 0) return 0;
     Placement pl;
-    if (!place(*this, x, y, Box{0, 0, src->m_width, src->m_height}, &pl)) return 0;
-    const SourceRows rows(*this, *src, Box{pl.sx, pl.sy, pl.sx + pl.dst.width(), pl.sy + pl.dst.height()});
-    raise_to_true_colour(*this);
-    const int cols = pl.dst.width();
+    if (!place(*this, x, y, Area{0, 0, src->m_width, src->m_height}, &pl)) return 0;
+    const SourceRows rows(*this, *src, Area{pl.sx, pl.sy, pl.sx + pl.dst.w(), pl.sy + pl.dst.h()});
+    kivcore::raise_depth_24(*this);
+    const int cols = pl.dst.w();
     std::vector<int> column(static_cast<std::size_t>(cols));
     for (int j = 0; j < cols; ++j) column[j] = fade.geo.uses_columns() ? fade.geo.column_part(pl.dst.left + j) : 0;
     kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, [&](int b, int e) {
@@ -139,7 +133,7 @@ int kiv::fadepaste(kiv* src, int x, int y, int op0, int op1, int dir) {
         for (int row = b; row < e; ++row) {
             const int rp = fade.geo.uses_rows() ? fade.geo.row_part(row) : 0;
             for (int j = 0; j < cols; ++j) weight[j] = static_cast<BYTE>(fade.at(column[j], rp));
-            kivfill::blend_row_weighted(kivfill::kNormal, kivfill::row_at(*this, row, pl.dst.left),
+            kivfill::blend_row_weighted(kivfill::kNormal, kivcore::row_ptr(*this, row) + pl.dst.left,
                                         rows.at(pl.sx, pl.sy + (row - pl.dst.top)), weight.data(), cols);
         }
     });
@@ -148,14 +142,14 @@ int kiv::fadepaste(kiv* src, int x, int y, int op0, int op1, int dir) {
 
 int kiv::fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir) {
     if (!usable(this)) return 0;
-    const kivfill::XYWH area = kivfill::rect_to_box(*this, rect);
+    const kivcore::Box area = kivcore::box_of(*this, rect);
     FadeRamp fade{kivfill::RampGeometry(0, 0, 1, 1, 255, 6), 0, 0};
     if (!make_fade(area.x, area.y, area.w, area.h, op0, op1, dir, &fade)) return 0;
     if (fade.op0 == 0 && fade.op1 == 0) return 0;
-    Box box;
-    if (!kivfill::clip_box(*this, area.x, area.y, area.w, area.h, &box)) return 0;
-    raise_to_true_colour(*this);
-    const int cols = box.width();
+    Area box;
+    if (!kivcore::clip_box(*this, area.x, area.y, area.w, area.h, &box)) return 0;
+    kivcore::raise_depth_24(*this);
+    const int cols = box.w();
     const std::vector<tagRGBA> colour(static_cast<std::size_t>(cols), kivfill::unpack_colour(color));
     std::vector<int> column(static_cast<std::size_t>(cols));
     for (int j = 0; j < cols; ++j) column[j] = fade.geo.uses_columns() ? fade.geo.column_part(box.left + j) : 0;
@@ -164,7 +158,7 @@ int kiv::fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir) {
         for (int row = b; row < e; ++row) {
             const int rp = fade.geo.uses_rows() ? fade.geo.row_part(row) : 0;
             for (int j = 0; j < cols; ++j) weight[j] = static_cast<BYTE>(fade.at(column[j], rp));
-            kivfill::blend_row_weighted(kivfill::kNormal, kivfill::row_at(*this, row, box.left), colour.data(),
+            kivfill::blend_row_weighted(kivfill::kNormal, kivcore::row_ptr(*this, row) + box.left, colour.data(),
                                         weight.data(), cols);
         }
     });
@@ -174,13 +168,13 @@ int kiv::fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir) {
 int kiv::texturefill(tagRECT* rect, kiv* texture, int opacity, int mode) {
     opacity = kivfill::clamp_opacity(opacity);
     if (!usable(this) || !usable(texture) || opacity == 0) return 0;
-    const kivfill::XYWH area = kivfill::rect_to_box(*this, rect);
-    Box box;
-    if (!kivfill::clip_box(*this, area.x, area.y, area.w, area.h, &box)) return 0;
+    const kivcore::Box area = kivcore::box_of(*this, rect);
+    Area box;
+    if (!kivcore::clip_box(*this, area.x, area.y, area.w, area.h, &box)) return 0;
     const int tw = texture->m_width, th = texture->m_height;
-    const SourceRows tex(*this, *texture, Box{0, 0, tw, th});
-    raise_to_true_colour(*this);
-    const int cols = box.width();
+    const SourceRows tex(*this, *texture, Area{0, 0, tw, th});
+    kivcore::raise_depth_24(*this);
+    const int cols = box.w();
     // Tiles start at the rectangle's corner as given (before clipping).
     auto wrap = [](long long v, int n) { return static_cast<int>(((v % n) + n) % n); };
     const int tx0 = wrap(box.left - area.x, tw);
@@ -194,7 +188,7 @@ int kiv::texturefill(tagRECT* rect, kiv* texture, int opacity, int mode) {
                 j += len;
                 tx = 0;
             }
-            kivfill::blend_row(mode, kivfill::row_at(*this, row, box.left), run.data(), cols, opacity);
+            kivfill::blend_row(mode, kivcore::row_ptr(*this, row) + box.left, run.data(), cols, opacity);
         }
     });
     return 1;

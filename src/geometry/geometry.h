@@ -7,19 +7,17 @@
 
 #include "core/checked.h"
 #include "core/simd.h"
+#include "core/toolkit.h"
 #include "kiv.h"
 
 namespace kivgeom {
+
+using kivcore::row_ptr;
 
 // Filtered two-pass resampling of src's bytes 0..2 into dst, made w x h at 24 bits (in the
 // mapped-file store when mapped). src is only read. False, dst empty, when the method has
 // no filter, a size is below 1 or too large, or memory runs out.
 bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst);
-
-// Forces the plain scalar loops instead of the SSE2 ones (the results are the same; tests
-// run both). Process-wide, for tests only.
-void set_force_scalar(bool on);
-bool force_scalar();
 
 // dst gets src's colour map: its colors entries and, with count, the count itself (callers
 // decide for which depths). Without count, dst keeps the count its create gave it unless
@@ -42,8 +40,6 @@ inline tagRECT rect_from_xywh(int x, int y, int w, int h) {
     r.bottom = kivcore::clamp_int(static_cast<long long>(y) + h);
     return r;
 }
-
-inline tagRGBA* row_ptr(kiv& img, int y) { return img.m_pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(img.m_width); }
 
 }  // namespace kivgeom
 

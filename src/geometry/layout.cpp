@@ -7,7 +7,7 @@
 
 namespace {
 
-using kivgeom::row_ptr;
+using kivcore::row_ptr;
 
 // The crop step of tile and tile_divide, into a separate image so that a later failure
 // leaves the caller's image untouched: dst becomes the clipped rectangle of src at src's

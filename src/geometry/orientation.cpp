@@ -6,20 +6,18 @@
 
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/simd.h"
 #include "geometry/geometry.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "geometry/orientation_simd.h"
 
 namespace {
 
-using kivgeom::row_ptr;
+using kivcore::row_ptr;
 
 // The quarter turn works in bands of 16 source rows and tiles of 16 columns: a tile's 16
 // source lines are read once each, and the 16 target lines it fills (64 bytes apiece) are
 // completed before the next tile, so no line goes to memory half written.
-constexpr int kTurnBlock = 16;
+using kivgeom::kTurnBlock;
 
 // Target of source (x, y): (y, W - 1 - x) counter-clockwise, (H - 1 - y, x) clockwise.
 inline tagRGBA* turn_target(kiv& t, int x, int y, int W, int H, bool ccw) {
@@ -34,57 +32,21 @@ void turn_tile_scalar(kiv& src, kiv& t, int x0, int x1, int y0, int y1, bool ccw
     }
 }
 
-#if KIV_HAVE_SSE2
-// Full 16 x 16 tile as 4 x 4 transposes of whole pixels, gathered in a local block and then
-// written out one whole target line (64 bytes) at a time. Written straight into the target,
-// each line would be touched four times with fifteen others in between, and at power-of-two
-// widths all of them share one cache set: 1024 x 1024 took three times as long as 1000 x 1000.
-void turn_tile_sse2(kiv& src, kiv& t, int x0, int y0, bool ccw) {
+// A full tile through the vector kernel: the target lines' leftmost pixels are those of
+// source row y0 (counter-clockwise, lines going up the target) or y0 + 15 (clockwise, lines
+// going down).
+template <class Turn>
+void turn_tile_vector(kiv& src, kiv& t, int x0, int y0, bool ccw, Turn turn) {
     const int W = src.m_width, H = src.m_height;
-    alignas(16) tagRGBA block[kTurnBlock][kTurnBlock];  // block[k]: target line of column x0 + k
-    for (int yy = 0; yy < kTurnBlock; yy += 4) {
-        const int y = y0 + yy;
-        for (int xx = 0; xx < kTurnBlock; xx += 4) {
-            const int x = x0 + xx;
-            __m128i r0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y) + x));
-            __m128i r1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y + 1) + x));
-            __m128i r2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y + 2) + x));
-            __m128i r3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_ptr(src, y + 3) + x));
-            __m128i a = _mm_unpacklo_epi32(r0, r1), b = _mm_unpacklo_epi32(r2, r3);
-            __m128i c = _mm_unpackhi_epi32(r0, r1), d = _mm_unpackhi_epi32(r2, r3);
-            __m128i col[4] = {_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b), _mm_unpacklo_epi64(c, d),
-                              _mm_unpackhi_epi64(c, d)};  // col[k]: pixel x + k of rows y..y+3
-            for (int k = 0; k < 4; ++k) {
-                if (ccw)
-                    _mm_store_si128(reinterpret_cast<__m128i*>(&block[xx + k][yy]), col[k]);
-                else  // clockwise lines run right to left: reverse the four pixels
-                    _mm_store_si128(reinterpret_cast<__m128i*>(&block[xx + k][kTurnBlock - 4 - yy]),
-                                    _mm_shuffle_epi32(col[k], 0x1B));
-            }
-        }
-    }
-    for (int k = 0; k < kTurnBlock; ++k) {
-        // The line's leftmost pixel: source row y0 (ccw) or y0 + 15 (cw).
-        tagRGBA* out =
-            ccw ? turn_target(t, x0 + k, y0, W, H, true) : turn_target(t, x0 + k, y0 + kTurnBlock - 1, W, H, false);
-        const __m128i* in = reinterpret_cast<const __m128i*>(block[k]);
-        for (int q = 0; q < kTurnBlock / 4; ++q)
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out) + q, _mm_load_si128(in + q));
-    }
+    tagRGBA* line = ccw ? turn_target(t, x0, y0, W, H, true) : turn_target(t, x0, y0 + kTurnBlock - 1, W, H, false);
+    turn(reinterpret_cast<const unsigned char*>(row_ptr(src, y0) + x0), static_cast<long long>(W),
+         reinterpret_cast<unsigned char*>(line), ccw ? -static_cast<long long>(H) : static_cast<long long>(H), ccw);
 }
-#endif
 
-// Exchanges n pixels of two distinct rows, 16 bytes a step where SSE2 is there.
+// Exchanges n pixels of two distinct rows, four a step where the vector kernel runs.
 void swap_pixels(tagRGBA* a, tagRGBA* b, int n) {
-    int i = 0;
-#if KIV_HAVE_SSE2
-    for (; i + 4 <= n; i += 4) {
-        const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
-        const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(a + i), vb);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(b + i), va);
-    }
-#endif
+    const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::swap_pixels_sse2));
+    int i = vec ? vec(reinterpret_cast<unsigned char*>(a), reinterpret_cast<unsigned char*>(b), n) : 0;
     for (; i < n; ++i) std::swap(a[i], b[i]);
 }
 
@@ -96,6 +58,19 @@ bool clip_xywh(kiv& img, int x, int y, int w, int h, tagRECT* out) {
     // outside the image, not the "empty means everything" case.
     if (w > 0 && h > 0 && (r.right <= r.left || r.bottom <= r.top)) return false;
     return img.validaterect(&r, out) != 0;
+}
+
+// pair(top, bottom, width) on the pairs of rows from both ends of the clipped x, y, w, h
+// rectangle, each at its left edge; an odd middle row is deliberately left as it is.
+template <class Pair>
+int row_pairs(kiv& img, int x, int y, int w, int h, Pair pair) {
+    tagRECT r;
+    if (!clip_xywh(img, x, y, w, h, &r)) return 0;
+    const int width = r.right - r.left;
+    kivcore::parallel_for(0, (r.bottom - r.top) / 2, [&](int i) {
+        pair(row_ptr(img, r.top + i) + r.left, row_ptr(img, r.bottom - 1 - i) + r.left, width);
+    });
+    return 1;
 }
 
 }  // namespace
@@ -110,17 +85,16 @@ void kiv::rotate(int dir) {
 
     // One unit of work is a band of source rows; it writes its own band of target columns.
     const bool ccw = dir != 0;
+    const auto turn = kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::turn_tile_sse2));
     const int bands = (H + kTurnBlock - 1) / kTurnBlock;
     kivcore::parallel_for(0, bands, [&](int band) {
         const int y0 = band * kTurnBlock, y1 = std::min(H, y0 + kTurnBlock);
         for (int x0 = 0; x0 < W; x0 += kTurnBlock) {
             const int x1 = std::min(W, x0 + kTurnBlock);
-#if KIV_HAVE_SSE2
-            if (x1 - x0 == kTurnBlock && y1 - y0 == kTurnBlock && !kivgeom::force_scalar()) {
-                turn_tile_sse2(*this, turned, x0, y0, ccw);
+            if (x1 - x0 == kTurnBlock && y1 - y0 == kTurnBlock && turn) {
+                turn_tile_vector(*this, turned, x0, y0, ccw, turn);
                 continue;
             }
-#endif
             turn_tile_scalar(*this, turned, x0, x1, y0, y1, ccw);
         }
     });
@@ -131,16 +105,9 @@ void kiv::rotate(int dir) {
 }
 
 int kiv::rotate180(int x, int y, int w, int h) {
-    tagRECT r;
-    if (!clip_xywh(*this, x, y, w, h, &r)) return 0;
-    const int width = r.right - r.left, height = r.bottom - r.top;
-    // Pairs of rows from both ends; an odd middle row is deliberately left as it is.
-    kivcore::parallel_for(0, height / 2, [&](int i) {
-        tagRGBA* a = row_ptr(*this, r.top + i) + r.left;
-        tagRGBA* b = row_ptr(*this, r.bottom - 1 - i) + r.left;
+    return row_pairs(*this, x, y, w, h, [](tagRGBA* a, tagRGBA* b, int width) {
         for (int j = 0; j < width; ++j) std::swap(a[j], b[width - 1 - j]);
     });
-    return 1;
 }
 
 int kiv::mirror(int x, int y, int w, int h) {
@@ -154,14 +121,4 @@ int kiv::mirror(int x, int y, int w, int h) {
     return 1;
 }
 
-int kiv::flip(int x, int y, int w, int h) {
-    tagRECT r;
-    if (!clip_xywh(*this, x, y, w, h, &r)) return 0;
-    const int width = r.right - r.left, height = r.bottom - r.top;
-    kivcore::parallel_for(0, height / 2, [&](int i) {
-        tagRGBA* a = row_ptr(*this, r.top + i) + r.left;
-        tagRGBA* b = row_ptr(*this, r.bottom - 1 - i) + r.left;
-        swap_pixels(a, b, width);
-    });
-    return 1;
-}
+int kiv::flip(int x, int y, int w, int h) { return row_pairs(*this, x, y, w, h, swap_pixels); }

@@ -1,20 +1,13 @@
 // The resampler's kernels for AVX2: the SSE2 kernels with four doubles a register. Each lane
 // runs exactly the scalar sequence of operations (products, then sums in list order).
-#include "core/simd.h"
-#include "geometry/resample_kernels.h"
+#include "core/simd_avx2.h"
+#include "geometry/resample_simd.h"
 
 #if KIV_HAVE_AVX2
 #  include <immintrin.h>
 
 // The sums of a run must stay in registers through the store: the helpers below are merged
-// into every loop that calls them.
-#  if defined(_MSC_VER)
-#    define KIV_RS_INLINE __forceinline
-#  elif defined(__GNUC__)
-#    define KIV_RS_INLINE inline __attribute__((always_inline))
-#  else
-#    define KIV_RS_INLINE inline
-#  endif
+// into every loop that calls them (KIV_SIMD_INLINE).
 
 namespace kivgeom {
 
@@ -24,14 +17,14 @@ namespace {
 // unsigned packs that follow turn into 0, as the scalar rule does. Sums known to stay within
 // +-2^30 (Clamp false) need no min: the packs alone saturate them to 0..255.
 template <bool Clamp>
-KIV_RS_INLINE __m128i sums_to_int(__m256d v) {
+KIV_SIMD_INLINE __m128i sums_to_int(__m256d v) {
     v = _mm256_add_pd(v, _mm256_set1_pd(0.5));
     return _mm256_cvttpd_epi32(Clamp ? _mm256_min_pd(_mm256_set1_pd(255.0), v) : v);
 }
 
 // Sums r0 g0 b0 r1 | g1 b1 r2 g2 | ... of eight pixels to 32 bytes at out, alpha 0.
 template <bool Clamp>
-KIV_RS_INLINE void store_rgb8(const __m256d* acc, unsigned char* out) {
+KIV_SIMD_INLINE void store_rgb8(const __m256d* acc, unsigned char* out) {
     const __m256i a = _mm256_setr_m128i(sums_to_int<Clamp>(acc[0]), sums_to_int<Clamp>(acc[1]));
     const __m256i b = _mm256_setr_m128i(sums_to_int<Clamp>(acc[2]), sums_to_int<Clamp>(acc[3]));
     const __m256i c = _mm256_setr_m128i(sums_to_int<Clamp>(acc[4]), sums_to_int<Clamp>(acc[5]));
@@ -46,24 +39,16 @@ KIV_RS_INLINE void store_rgb8(const __m256d* acc, unsigned char* out) {
 
 // Four pixels' sums (three registers) to 16 bytes at out.
 template <bool Clamp>
-KIV_RS_INLINE void store_rgb4(const __m256d* acc, unsigned char* out) {
+KIV_SIMD_INLINE void store_rgb4(const __m256d* acc, unsigned char* out) {
     const __m128i a = sums_to_int<Clamp>(acc[0]), b = sums_to_int<Clamp>(acc[1]), c = sums_to_int<Clamp>(acc[2]);
     const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, c));
     const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(bytes, spread));
 }
 
-// Same rule, one value.
-unsigned char sum_to_byte(double v) {
-    v += 0.5;
-    if (v >= 255.0) return 255;
-    if (v >= 1.0) return static_cast<unsigned char>(static_cast<int>(v));
-    return 0;
-}
-
 // Three channels of four rows (lane = row) to four pixels: 16 bytes, row 0's pixel first.
 template <bool Clamp>
-KIV_RS_INLINE __m128i quad_pixels(__m256d r, __m256d g, __m256d b) {
+KIV_SIMD_INLINE __m128i quad_pixels(__m256d r, __m256d g, __m256d b) {
     const __m128i ri = sums_to_int<Clamp>(r), gi = sums_to_int<Clamp>(g), bi = sums_to_int<Clamp>(b);
     const __m128i z = _mm_setzero_si128();
     const __m128i rg0 = _mm_unpacklo_epi32(ri, gi), rg1 = _mm_unpackhi_epi32(ri, gi);
@@ -74,7 +59,7 @@ KIV_RS_INLINE __m128i quad_pixels(__m256d r, __m256d g, __m256d b) {
 }
 
 // Four rows' pixels (one 32-bit pixel a lane) to the four-row layout: r, g, b of the rows.
-KIV_RS_INLINE void quad_pixel_to_pd(__m128i px, double* out) {
+KIV_SIMD_INLINE void quad_pixel_to_pd(__m128i px, double* out) {
     const __m128i m = _mm_set1_epi32(0xFF);
     _mm256_storeu_pd(out, _mm256_cvtepi32_pd(_mm_and_si128(px, m)));
     _mm256_storeu_pd(out + 4, _mm256_cvtepi32_pd(_mm_and_si128(_mm_srli_epi32(px, 8), m)));
@@ -84,20 +69,20 @@ KIV_RS_INLINE void quad_pixel_to_pd(__m128i px, double* out) {
 // The first tap's products start the sums (the same sums as adding them to zero: only the
 // sign of a zero could differ, and a zero sum gives 0 either way).
 template <int M>
-KIV_RS_INLINE void first_tap(__m256d* acc, double w, const double* q) {
+KIV_SIMD_INLINE void first_tap(__m256d* acc, double w, const double* q) {
     const __m256d wk = _mm256_set1_pd(w);
     for (int m = 0; m < M; ++m) acc[m] = _mm256_mul_pd(wk, _mm256_loadu_pd(q + 4 * m));
 }
 
 template <int M>
-KIV_RS_INLINE void add_tap(__m256d* acc, double w, const double* q) {
+KIV_SIMD_INLINE void add_tap(__m256d* acc, double w, const double* q) {
     const __m256d wk = _mm256_set1_pd(w);
     for (int m = 0; m < M; ++m) acc[m] = _mm256_add_pd(acc[m], _mm256_mul_pd(wk, _mm256_loadu_pd(q + 4 * m)));
 }
 
 // M registers of sums over all taps for the pixels from p0 (3 * M / 4 pixels).
 template <int M>
-KIV_RS_INLINE void vertical_sums(const VsumArgs& a, int p0, __m256d* acc) {
+KIV_SIMD_INLINE void vertical_sums(const VsumArgs& a, int p0, __m256d* acc) {
     if (a.n == 0) {
         for (int m = 0; m < M; ++m) acc[m] = _mm256_setzero_pd();
         return;
@@ -213,19 +198,11 @@ void vsum_avx2(const VsumArgs& a) {
 
 void quad_to_pd_avx2(const unsigned char* const* s, int np, double* out) {
     int x = 0;
-    for (; x + 4 <= np; x += 4) {  // a 4 x 4 transpose of pixels: rows in, columns out
-        const long long o = 4LL * x;
-        const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[0] + o));
-        const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[1] + o));
-        const __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[2] + o));
-        const __m128i v3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s[3] + o));
-        const __m128i t0 = _mm_unpacklo_epi32(v0, v1), t1 = _mm_unpacklo_epi32(v2, v3);
-        const __m128i t2 = _mm_unpackhi_epi32(v0, v1), t3 = _mm_unpackhi_epi32(v2, v3);
+    for (; x + 4 <= np; x += 4) {  // rows in, columns out
+        __m128i col[4];
+        kivcore::Avx2::columns4(s, 4LL * x, col);
         double* d = out + 12LL * x;
-        quad_pixel_to_pd(_mm_unpacklo_epi64(t0, t1), d);
-        quad_pixel_to_pd(_mm_unpackhi_epi64(t0, t1), d + 12);
-        quad_pixel_to_pd(_mm_unpacklo_epi64(t2, t3), d + 24);
-        quad_pixel_to_pd(_mm_unpackhi_epi64(t2, t3), d + 36);
+        for (int k = 0; k < 4; ++k) quad_pixel_to_pd(col[k], d + 12 * k);
     }
     for (; x < np; ++x) {
         const long long o = 4LL * x;
@@ -240,34 +217,6 @@ void hsum_avx2(const HsumArgs& a) {
         hsum_run<true>(a);
     else
         hsum_run<false>(a);
-}
-
-void linear_combine_avx2(const float* top, const float* bot, float fy, float gy, int w, unsigned char* out) {
-    const __m256 vf = _mm256_set1_ps(fy), vg = _mm256_set1_ps(gy), top255 = _mm256_set1_ps(255.0f);
-    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 0, 4, 1, 5);
-    const __m128i rgb = _mm_set1_epi32(0x00FFFFFF);
-    int x = 0;
-    for (; x + 4 <= w; x += 4) {  // pixels x, x + 1 in one register, x + 2, x + 3 in the other
-        const long long o = 4LL * x;
-        const __m256 b0 = _mm256_loadu_ps(bot + o), b1 = _mm256_loadu_ps(bot + o + 8);
-        const __m256 t0 = _mm256_loadu_ps(top + o), t1 = _mm256_loadu_ps(top + o + 8);
-        const __m256 s0 = _mm256_add_ps(_mm256_mul_ps(b0, vf), _mm256_mul_ps(t0, vg));
-        const __m256 s1 = _mm256_add_ps(_mm256_mul_ps(b1, vf), _mm256_mul_ps(t1, vg));
-        const __m256i i0 = _mm256_cvttps_epi32(_mm256_min_ps(s0, top255));
-        const __m256i i1 = _mm256_cvttps_epi32(_mm256_min_ps(s1, top255));
-        // Lane 0: pixels x, x + 2; lane 1: x + 1, x + 3 (four bytes each, twice).
-        const __m256i words = _mm256_packs_epi32(i0, i1);
-        const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(words, words), order);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o), _mm_and_si128(_mm256_castsi256_si128(bytes), rgb));
-    }
-    for (; x < w; ++x) {
-        const long long o = 4LL * x;
-        const __m128 s = _mm_add_ps(_mm_mul_ps(_mm_loadu_ps(bot + o), _mm256_castps256_ps128(vf)),
-                                    _mm_mul_ps(_mm_loadu_ps(top + o), _mm256_castps256_ps128(vg)));
-        const __m128i i = _mm_cvttps_epi32(_mm_min_ps(s, _mm256_castps256_ps128(top255)));
-        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(i, i), i);
-        _mm_storeu_si32(out + o, _mm_and_si128(b, rgb));
-    }
 }
 
 }  // namespace kivgeom

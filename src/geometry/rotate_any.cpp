@@ -42,10 +42,10 @@ int kiv::rotate_any(double degrees, COLORREF background, int method) {
     const double tcx = nw / 2.0, tcy = nh / 2.0, scx = W / 2.0 - 0.5, scy = H / 2.0 - 0.5;
     auto at = [&](long long x, long long y) -> const tagRGBA& {
         if (x < 0 || y < 0 || x >= W || y >= H) return bg;
-        return kivgeom::row_ptr(*this, static_cast<int>(y))[x];
+        return kivcore::row_ptr(*this, static_cast<int>(y))[x];
     };
     kivcore::parallel_for(0, nh, [&](int Y) {
-        tagRGBA* d = kivgeom::row_ptr(result, Y);
+        tagRGBA* d = kivcore::row_ptr(result, Y);
         const double v = Y + 0.5 - tcy;
         for (int X = 0; X < nw; ++X) {
             const double u = X + 0.5 - tcx;

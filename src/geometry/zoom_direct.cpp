@@ -7,15 +7,11 @@
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
 #include "geometry/geometry.h"
-#include "geometry/resample_kernels.h"
-
-#if KIV_HAVE_SSE2
-#  include <emmintrin.h>
-#endif
+#include "geometry/zoom_direct_simd.h"
 
 namespace {
 
-using kivgeom::row_ptr;
+using kivcore::row_ptr;
 
 // Sample position of output index x on an axis of n source pixels resized to m, in single
 // precision: i = trunc(n * x / m) and its fraction, except that positions at or past the
@@ -67,68 +63,28 @@ int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const 
     return 1;
 }
 
-// zoom_linear's taps on one axis: the two neighbours read and the fraction toward the second.
-struct Tap {
-    int i0, i1;
-    float f;
+using Tap = kivgeom::LinearTap;
+
+// Rows y0..y1 of zoom_linear with the vector kernels. Results no taller than the source
+// (whose rows seldom share source rows) read the four pixels of each output pixel directly;
+// larger ones mix each source row across once, then combine the mixes of the two rows an
+// output row reads (bottom mix * fy + top mix * (1 - fy), the order of the scalar
+// expression), keeping the last two mixes.
+struct LinearKernels {
+    decltype(&kivgeom::linear_row_sse2) row;
+    decltype(&kivgeom::linear_mix_row_sse2) mix;
+    decltype(&kivgeom::linear_combine_sse2) combine;
 };
 
-#if KIV_HAVE_SSE2
-// Rows y0..y1 of zoom_linear reading the four pixels of each output pixel directly, for
-// results no taller than the source (whose rows seldom share source rows). Channels in
-// lanes; each lane runs the scalar expression.
-void linear_rows_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0, int y1) {
-    const __m128i z = _mm_setzero_si128();
-    auto load = [&](const tagRGBA* p) {
-        int bits;
-        std::memcpy(&bits, p, 4);
-        return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), z), z));
-    };
-    for (int y = y0; y < y1; ++y) {
-        const Tap& v = ty[y];
-        const tagRGBA* r0 = row_ptr(src, v.i0);
-        const tagRGBA* r1 = row_ptr(src, v.i1);
-        tagRGBA* d = row_ptr(dst, y);
-        const __m128 vfy = _mm_set1_ps(v.f), vgy = _mm_set1_ps(1.0f - v.f);
-        for (int x = 0; x < dst.m_width; ++x) {
-            const Tap& u = tx[x];
-            const __m128 fx = _mm_set1_ps(u.f), gx = _mm_set1_ps(1.0f - u.f);
-            __m128 top = _mm_add_ps(_mm_mul_ps(load(r0 + u.i0), gx), _mm_mul_ps(load(r0 + u.i1), fx));
-            __m128 bot = _mm_add_ps(_mm_mul_ps(load(r1 + u.i0), gx), _mm_mul_ps(load(r1 + u.i1), fx));
-            __m128 s = _mm_add_ps(_mm_mul_ps(bot, vfy), _mm_mul_ps(top, vgy));
-            __m128i i = _mm_cvttps_epi32(_mm_min_ps(s, _mm_set1_ps(255.0f)));
-            i = _mm_packus_epi16(_mm_packs_epi32(i, i), z);
-            int out = _mm_cvtsi128_si32(i) & 0x00FFFFFF;
-            std::memcpy(d + x, &out, 4);
-        }
-    }
-}
-
-// A source row mixed across: for every output column, p[i0] * (1 - f) + p[i1] * f in single
-// precision, four lanes a pixel (alpha's lane is mixed too and dropped at the end). This is
-// each half of the bilinear sum, so a source row's mix serves every output row that reads
-// it (four in a row when enlarging four times).
-void linear_mix_row(const tagRGBA* s, const Tap* tx, int w, float* out) {
-    const __m128i z = _mm_setzero_si128();
-    for (int x = 0; x < w; ++x) {
-        const Tap& u = tx[x];
-        int a, b;
-        std::memcpy(&a, s + u.i0, 4);
-        std::memcpy(&b, s + u.i1, 4);
-        const __m128 pa = _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(a), z), z));
-        const __m128 pb = _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(b), z), z));
-        _mm_storeu_ps(out + 4 * static_cast<std::size_t>(x),
-                      _mm_add_ps(_mm_mul_ps(pa, _mm_set1_ps(1.0f - u.f)), _mm_mul_ps(pb, _mm_set1_ps(u.f))));
-    }
-}
-
-// Rows y0..y1 of zoom_linear when enlarging: bottom mix * fy + top mix * (1 - fy), the order
-// of the scalar expression, with the mixes of the last two source rows kept.
-void linear_rows_mixed_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0, int y1) {
-#  if KIV_HAVE_AVX2
-    const bool avx2 = kivcore::use_avx2();
-#  endif
+void linear_rows_vector(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, int y0, int y1, const LinearKernels& k) {
     const int w = dst.m_width;
+    if (dst.m_height <= src.m_height) {
+        for (int y = y0; y < y1; ++y)
+            k.row(reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i0)),
+                  reinterpret_cast<const BYTE*>(row_ptr(src, ty[y].i1)), tx, w, ty[y].f,
+                  reinterpret_cast<BYTE*>(row_ptr(dst, y)));
+        return;
+    }
     std::vector<float> mix(8 * static_cast<std::size_t>(w));
     float* slot[2] = {mix.data(), mix.data() + 4 * static_cast<std::size_t>(w)};
     int held[2] = {-1, -1};
@@ -137,7 +93,7 @@ void linear_rows_mixed_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, in
         for (int i = 0; i < 2; ++i)
             if (held[i] == row) return slot[i];
         const int i = held[0] == keep ? 1 : 0;
-        linear_mix_row(row_ptr(src, row), tx, w, slot[i]);
+        k.mix(reinterpret_cast<const BYTE*>(row_ptr(src, row)), tx, w, slot[i]);
         held[i] = row;
         return slot[i];
     };
@@ -145,64 +101,41 @@ void linear_rows_mixed_sse2(kiv& src, kiv& dst, const Tap* tx, const Tap* ty, in
         const Tap& v = ty[y];
         const float* top = mixed(v.i0, v.i1);
         const float* bot = mixed(v.i1, v.i0);
-        BYTE* d = reinterpret_cast<BYTE*>(row_ptr(dst, y));
-#  if KIV_HAVE_AVX2
-        if (avx2) {
-            kivgeom::linear_combine_avx2(top, bot, v.f, 1.0f - v.f, w, d);
-            continue;
-        }
-#  endif
-        const __m128 fy = _mm_set1_ps(v.f), gy = _mm_set1_ps(1.0f - v.f), top255 = _mm_set1_ps(255.0f);
-        const __m128i rgb = _mm_set1_epi32(0x00FFFFFF);
-        int x = 0;
-        auto px = [&](int i) {
-            const std::size_t o = 4 * static_cast<std::size_t>(i);
-            const __m128 s = _mm_add_ps(_mm_mul_ps(_mm_loadu_ps(bot + o), fy), _mm_mul_ps(_mm_loadu_ps(top + o), gy));
-            return _mm_cvttps_epi32(_mm_min_ps(s, top255));
-        };
-        for (; x + 4 <= w; x += 4) {
-            const __m128i p01 = _mm_packs_epi32(px(x), px(x + 1)), p23 = _mm_packs_epi32(px(x + 2), px(x + 3));
-            const __m128i p = _mm_packus_epi16(p01, p23);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * static_cast<std::size_t>(x)), _mm_and_si128(p, rgb));
-        }
-        for (; x < w; ++x) {
-            const __m128i i = px(x);
-            const int out = _mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(i, i), i)) & 0x00FFFFFF;
-            std::memcpy(d + 4 * static_cast<std::size_t>(x), &out, 4);
-        }
+        k.combine(top, bot, v.f, 1.0f - v.f, w, reinterpret_cast<BYTE*>(row_ptr(dst, y)));
     }
 }
-#endif
 
 bool valid_target(kiv& img, int w, int h) { return img.m_pixels && kivcore::checked_packets(w, h) > 0; }
+
+// resize_by_table with the tables made from col(x) and row(y), for a valid target size.
+template <class Col, class Row>
+int resize_by_index(kiv& img, int w, int h, Col col, Row row) {
+    if (!valid_target(img, w, h)) return 0;
+    try {
+        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
+        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = col(x);
+        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = row(y);
+        return resize_by_table(img, w, h, cols, rows);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
 
 }  // namespace
 
 int kiv::zoom_pixel(int w, int h) {
-    if (!valid_target(*this, w, h)) return 0;
-    try {
-        const long long W = m_width, H = m_height;
-        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
-        // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
-        // enlarging by 2 or more, so they are clamped to the last row.
-        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = clamp_index(W * x / w, m_width);
-        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = clamp_index((H * y + h / 2) / h, m_height);
-        return resize_by_table(*this, w, h, cols, rows);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
+    // enlarging by 2 or more, so they are clamped to the last row.
+    const long long W = m_width, H = m_height;
+    return resize_by_index(
+        *this, w, h, [&](int x) { return clamp_index(W * x / w, m_width); },
+        [&](int y) { return clamp_index((H * y + h / 2) / h, m_height); });
 }
 
 int kiv::zoom_near(int w, int h) {
-    if (!valid_target(*this, w, h)) return 0;
-    try {
-        std::vector<int> cols(static_cast<std::size_t>(w)), rows(static_cast<std::size_t>(h));
-        for (int x = 0; x < w; ++x) cols[static_cast<std::size_t>(x)] = nearest_at(x, m_width, w);
-        for (int y = 0; y < h; ++y) rows[static_cast<std::size_t>(y)] = nearest_at(y, m_height, h);
-        return resize_by_table(*this, w, h, cols, rows);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    return resize_by_index(
+        *this, w, h, [&](int x) { return nearest_at(x, m_width, w); },
+        [&](int y) { return nearest_at(y, m_height, h); });
 }
 
 int kiv::zoom_linear(int w, int h) {
@@ -221,12 +154,12 @@ int kiv::zoom_linear(int w, int h) {
         kiv result;
         if (!result.create(w, h, 24)) return 0;
         m_bits = 24;
+        const LinearKernels k{kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::linear_row_sse2)),
+                              KIV_SSE2_KERNEL(kivgeom::linear_mix_row_sse2),
+                              kivcore::pick(KIV_AVX2_KERNEL(kivgeom::linear_combine_avx2),
+                                            KIV_SSE2_KERNEL(kivgeom::linear_combine_sse2))};
         kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
-#if KIV_HAVE_SSE2
-            if (!kivgeom::force_scalar())
-                return h > m_height ? linear_rows_mixed_sse2(*this, result, tx.data(), ty.data(), y0, y1)
-                                    : linear_rows_sse2(*this, result, tx.data(), ty.data(), y0, y1);
-#endif
+            if (k.row) return linear_rows_vector(*this, result, tx.data(), ty.data(), y0, y1, k);
             for (int y = y0; y < y1; ++y) {
                 const Tap& v = ty[static_cast<std::size_t>(y)];
                 const tagRGBA* r0 = row_ptr(*this, v.i0);

@@ -261,28 +261,32 @@ double cube_root(double t) {
 
 bool colorspace_known(int colorspace) { return colorspace >= KIV_CS_RGB && colorspace <= KIV_CS_LAB; }
 
+namespace {
+
+// Each space's row conversions, to it and back, by code; RGB is the identity.
+using RowFn = void (*)(tagRGBA*, std::size_t);
+struct Conversion {
+    RowFn to, from;
+};
+constexpr Conversion kConversions[] = {
+    {nullptr, nullptr},                      // KIV_CS_RGB
+    {run<rgb_to_hsv>, run<hsv_to_rgb>},      // KIV_CS_HSV
+    {run<rgb_to_hls>, run<hls_to_rgb>},      // KIV_CS_HLS
+    {run<rgb_to_ycbcr>, run<ycbcr_to_rgb>},  // KIV_CS_YCBCR
+    {run<rgb_to_yiq>, run<yiq_to_rgb>},      // KIV_CS_YIQ
+    {run<invert>, run<invert>},              // KIV_CS_CMY
+    {run<rgb_to_lab>, run<lab_to_rgb>},      // KIV_CS_LAB
+};
+static_assert(sizeof kConversions / sizeof kConversions[0] == KIV_CS_LAB + 1, "one entry per colour-space code");
+
+}  // namespace
+
 void rgb_to_space(tagRGBA* p, std::size_t n, int colorspace) {
-    switch (colorspace) {
-        case KIV_CS_HSV: run<rgb_to_hsv>(p, n); break;
-        case KIV_CS_HLS: run<rgb_to_hls>(p, n); break;
-        case KIV_CS_YCBCR: run<rgb_to_ycbcr>(p, n); break;
-        case KIV_CS_YIQ: run<rgb_to_yiq>(p, n); break;
-        case KIV_CS_CMY: run<invert>(p, n); break;
-        case KIV_CS_LAB: run<rgb_to_lab>(p, n); break;
-        default: break;  // RGB and unknown codes: identity
-    }
+    if (colorspace_known(colorspace) && kConversions[colorspace].to) kConversions[colorspace].to(p, n);
 }
 
 void space_to_rgb(tagRGBA* p, std::size_t n, int colorspace) {
-    switch (colorspace) {
-        case KIV_CS_HSV: run<hsv_to_rgb>(p, n); break;
-        case KIV_CS_HLS: run<hls_to_rgb>(p, n); break;
-        case KIV_CS_YCBCR: run<ycbcr_to_rgb>(p, n); break;
-        case KIV_CS_YIQ: run<yiq_to_rgb>(p, n); break;
-        case KIV_CS_CMY: run<invert>(p, n); break;
-        case KIV_CS_LAB: run<lab_to_rgb>(p, n); break;
-        default: break;
-    }
+    if (colorspace_known(colorspace) && kConversions[colorspace].from) kConversions[colorspace].from(p, n);
 }
 
 }  // namespace kivpal

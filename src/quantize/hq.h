@@ -30,10 +30,8 @@ inline int premultiply(int v, int a) {
     return (t + (t >> 8)) >> 8;
 }
 
-// The kernels of the fastest path this processor runs (or the scalar ones).
+// The kernels of the widest set the instruction-set switch allows (or the scalar ones).
 const KernelSet& kernels();
-// For tests: 0 the scalar kernels, 1 at most SSE2, 2 the best available (the default).
-void force_kernels(int level);
 // The portable reference of KernelSet::nearest, written out plainly.
 std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q);
 

@@ -111,8 +111,6 @@ struct Scalar {
     static std::int32_t hmin(V v) { return v; }
 };
 
-std::atomic<int> g_kernel_level{2};
-
 }  // namespace
 
 KernelSet kernels_scalar() { return KernelSet{Kernels<Scalar>::assign, Kernels<Scalar>::nearest, Kernels<Scalar>::map_run, Kernels<Scalar>::diffuse, Kernels<Scalar>::hold,
@@ -133,8 +131,6 @@ std::int32_t nearest_reference(const Chunk* chunks, int count, Packed q) {
     return best;
 }
 
-void force_kernels(int level) { g_kernel_level.store(level, std::memory_order_relaxed); }
-
 const KernelSet& kernels() {
     static const KernelSet scalar = kernels_scalar();
 #if KIV_HAVE_SSE2
@@ -143,14 +139,12 @@ const KernelSet& kernels() {
 #if KIV_HAVE_AVX2
     static const KernelSet avx2 = kernels_avx2();
 #endif
-    const int level = g_kernel_level.load(std::memory_order_relaxed);
 #if KIV_HAVE_AVX2
-    if (level >= 2 && kivcore::use_avx2()) return avx2;
+    if (kivcore::use_avx2()) return avx2;
 #endif
 #if KIV_HAVE_SSE2
-    if (level >= 1) return sse2;
+    if (kivcore::use_sse2()) return sse2;
 #endif
-    (void)level;
     return scalar;
 }
 

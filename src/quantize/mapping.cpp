@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/toolkit.h"
 #include "quantize/quantize.h"
 
 namespace kivquant {
@@ -38,7 +39,6 @@ inline void bound_dist(int v, int lo, int hi, int c, int w, unsigned* nearest, u
     }
 }
 
-inline BYTE clamp_byte(int v) { return static_cast<BYTE>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
 }  // namespace
 
@@ -150,9 +150,9 @@ struct Mapper {
                 const int m = thr[x & 127];
                 const Rgb& n = pal.entry[look<Filled>(cell_of(p[x].r, p[x].g, p[x].b))];
                 // m = 0 keeps the nearest colour, m = 63 pushes twice the error past it.
-                const int vr = clamp_byte(n.r + 2 * (p[x].r - n.r) * m / 63);
-                const int vg = clamp_byte(n.g + 2 * (p[x].g - n.g) * m / 63);
-                const int vb = clamp_byte(n.b + 2 * (p[x].b - n.b) * m / 63);
+                const int vr = kivcore::clamp255(n.r + 2 * (p[x].r - n.r) * m / 63);
+                const int vg = kivcore::clamp255(n.g + 2 * (p[x].g - n.g) * m / 63);
+                const int vb = kivcore::clamp255(n.b + 2 * (p[x].b - n.b) * m / 63);
                 p[x] = out[look<Filled>(cell_of(vr, vg, vb))];
             }
         }
@@ -245,9 +245,9 @@ struct Mapper {
                 const int x = dir > 0 ? k : width - 1 - k;
                 const int* ce = cur + 3 * (x + 1);
                 int* ne = nxt + 3 * (x + 1);
-                const int v[3] = {clamp_byte(p[x].r + limit_error<Mode>(ce[0] + carry[0])),
-                                  clamp_byte(p[x].g + limit_error<Mode>(ce[1] + carry[1])),
-                                  clamp_byte(p[x].b + limit_error<Mode>(ce[2] + carry[2]))};
+                const int v[3] = {kivcore::clamp255(p[x].r + limit_error<Mode>(ce[0] + carry[0])),
+                                  kivcore::clamp255(p[x].g + limit_error<Mode>(ce[1] + carry[1])),
+                                  kivcore::clamp255(p[x].b + limit_error<Mode>(ce[2] + carry[2]))};
                 const int idx = cache.index(cell_of(v[0], v[1], v[2]));
                 const Rgb& q = pal.entry[idx];
                 const int e[3] = {v[0] - q.r, v[1] - q.g, v[2] - q.b};

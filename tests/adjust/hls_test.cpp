@@ -10,6 +10,7 @@
 #include "core/color_models.h"
 #include "core/simd.h"
 #include "kiv.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -119,24 +120,20 @@ TEST(HlsAdjust, CachedRowsMatchPerPixelReferences) {
     } shapes[] = {{1, 1, 0, {}},     {67, 5, 0, {-4, 1, 30, 9}}, {130, 70, 9, {3, -2, 129, 68}},
                   {300, 40, 200, {}}, {601, 7, 0, {-9, 0, 598, 8}}, {777, 5, 3000, {}}};
     // Rows cross several batches of misses, whose counts are rarely a multiple of the vector
-    // width; on the AVX2 model and the scalar one, at one to three threads.
-    for (int path = 0; path < 2; ++path)
+    // width; on every path, at one to three threads.
+    kivtest::on_every_path(3, [&](int path, int) {
         for (const Case& c : cases)
-            for (const Shape& s : shapes)
-                for (int cap : {1, 2, 3}) {
-                    kivcore::allow_avx2(path == 0);
-                    kiv::setthreads(cap);
-                    kiv img = s.colours ? few_colours(s.w, s.h, s.colours, 17) : random_image(s.w, s.h, 24, 17);
-                    kiv expect(img);
-                    tagRECT r = s.rect, clipped;
-                    expect.validaterect(&r, &clipped);
-                    for (int y = clipped.top; y < clipped.bottom; ++y)
-                        for (int x = clipped.left; x < clipped.right; ++x) c.ref(expect.m_pixels[y * s.w + x]);
-                    ASSERT_EQ(1, c.fast(img, &r)) << c.name;
-                    EXPECT_TRUE(images_equal(expect, img)) << c.name << " " << s.w << "x" << s.h << " path " << path;
-                }
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+            for (const Shape& s : shapes) {
+                kiv img = s.colours ? few_colours(s.w, s.h, s.colours, 17) : random_image(s.w, s.h, 24, 17);
+                kiv expect(img);
+                tagRECT r = s.rect, clipped;
+                expect.validaterect(&r, &clipped);
+                for (int y = clipped.top; y < clipped.bottom; ++y)
+                    for (int x = clipped.left; x < clipped.right; ++x) c.ref(expect.m_pixels[y * s.w + x]);
+                ASSERT_EQ(1, c.fast(img, &r)) << c.name;
+                EXPECT_TRUE(images_equal(expect, img)) << c.name << " " << s.w << "x" << s.h << " path " << path;
+            }
+    });
 }
 
 // The batched model against the scalar one: every colour into HLS, and back from every

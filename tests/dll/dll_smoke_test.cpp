@@ -3,6 +3,14 @@
 
 #include <cstring>
 
+#ifndef _WIN32
+#  include <dlfcn.h>
+// Win32-style names a host has already, as macros and as a typedef of the same type: kiv.h
+// must still compile after them.
+#  define TRUE 1
+#  define BOOL int
+typedef unsigned char BYTE;
+#endif
 #include "kiv.h"
 
 TEST(SharedLibrary, CreatesCopiesAndBlits) {
@@ -30,3 +38,12 @@ TEST(SharedLibrary, GlobalMemoryRoundTrip) {
     GlobalUnlock(h);
     EXPECT_EQ(nullptr, GlobalFree(h));
 }
+
+#ifndef _WIN32
+// Exported under kiv-prefixed names only, so no other Win32 layer in the process collides.
+TEST(SharedLibrary, ExportsNoWin32Names) {
+    for (const char* name : {"GlobalAlloc", "GlobalFree", "GlobalSize", "SetRect", "CopyRect", "IntersectRect"})
+        EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, name)) << name;
+    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "kiv_GlobalAlloc"));
+}
+#endif

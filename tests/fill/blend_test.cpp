@@ -1,8 +1,10 @@
 // The blend-mode table against the formulas, hand-picked and random colours.
+#include "fill/blend.h"
+
 #include <gtest/gtest.h>
 
-#include "fill/blend.h"
 #include "fill/fill_reference.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using filltest::ref_blend;
@@ -81,8 +83,7 @@ TEST(BlendModes, EveryModeMatchesTheFormulasOnRandomColours) {
 // The row kernels (vector and scalar) and the one-colour tables give the per-pixel result.
 TEST(BlendModes, RowKernelsMatchThePixelFunction) {
     kivtest::Rng rng(11);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int) {
         for (int mode = 0; mode <= 19; ++mode)
             for (int n : {1, 3, 4, 5, 17, 300}) {
                 const int op = rng.below(3) == 0 ? 255 : 1 + rng.below(255);
@@ -107,6 +108,5 @@ TEST(BlendModes, RowKernelsMatchThePixelFunction) {
                     ASSERT_TRUE(kivtest::same_rgba(weighted[i], c)) << "weighted mode " << mode << " i " << i;
                 }
             }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }

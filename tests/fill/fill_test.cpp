@@ -5,6 +5,7 @@
 
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using filltest::ref_box;
@@ -40,8 +41,7 @@ TEST(SolidFill, PartExamples) {
 
 TEST(SolidFill, MatchesTheModelForEveryModeAndBox) {
     kivtest::Rng rng(3);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 300; ++round) {
             const int W = 1 + rng.below(19), H = 1 + rng.below(5);
             kiv img = random_image(W, H, 24, 100 + round), want(img);
@@ -52,10 +52,9 @@ TEST(SolidFill, MatchesTheModelForEveryModeAndBox) {
             EXPECT_EQ(img.solidfill(b.x, b.y, b.w, b.h, c, op, mode), inside ? 1 : 0);
             ref_box(want, b.x, b.y, b.w, b.h, op, mode, [&](long long, long long) { return rgb(c); });
             ASSERT_TRUE(images_equal(img, want)) << "mode " << mode << " op " << op << " box " << b.x << "," << b.y
-                                                 << " " << b.w << "x" << b.h << " scalar " << scalar;
+                                                 << " " << b.w << "x" << b.h << " path " << path;
         }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }
 
 TEST(SolidFill, RectangleOverloadsAndRefusals) {
@@ -132,8 +131,7 @@ TEST(ShadeFill, PartExampleTwoRows) {
 
 TEST(ShadeFill, AllDirectionsModesAndBoxesMatchTheModel) {
     kivtest::Rng rng(9);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 400; ++round) {
             const int W = 1 + rng.below(300), H = 1 + rng.below(6);
             kiv img = random_image(W, H, round % 7 == 0 ? 8 : 24, 200 + round), want(img);
@@ -155,10 +153,9 @@ TEST(ShadeFill, AllDirectionsModesAndBoxesMatchTheModel) {
             });
             EXPECT_EQ(img.m_bits, 24);
             ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " n " << n << " box " << b.x
-                                                 << "," << b.y << " " << b.w << "x" << b.h << " scalar " << scalar;
+                                                 << "," << b.y << " " << b.w << "x" << b.h << " path " << path;
         }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }
 
 TEST(ShadeFill, Refusals) {

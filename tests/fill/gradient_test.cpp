@@ -6,6 +6,7 @@
 
 #include "fill/blend.h"
 #include "fill/fill_reference.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using filltest::rgb;
@@ -91,8 +92,7 @@ TEST(GradTable, OddStopsStayInsideTheTable) {
 
 TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
     kivtest::Rng rng(21);
-    for (int scalar = 0; scalar < 2; ++scalar) {
-        kivfill::set_force_scalar_kernels(scalar != 0);
+    kivtest::on_every_path([&](int path) {
         for (int round = 0; round < 300; ++round) {
             const int W = 1 + rng.below(300), H = 1 + rng.below(6);
             kiv img = random_image(W, H, round % 9 == 0 ? 4 : 24, 300 + round), want(img);
@@ -112,11 +112,10 @@ TEST(GradientFill, AllDirectionsModesAndBoxesMatchTheModel) {
                 const PALETTEENTRY& e = t[rev ? 999 - i : i];
                 return tagRGBA{e.peRed, e.peGreen, e.peBlue, 0};
             });
-            ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " box " << x << "," << y
-                                                 << " " << w << "x" << h << " scalar " << scalar;
+            ASSERT_TRUE(images_equal(img, want)) << "dir " << dir << " mode " << mode << " box " << x << "," << y << " "
+                                                 << w << "x" << h << " path " << path;
         }
-    }
-    kivfill::set_force_scalar_kernels(false);
+    });
 }
 
 TEST(GradientFill, PartExamples) {

@@ -5,8 +5,8 @@
 
 #include "core/simd.h"
 #include "filter/filter.h"
-
 #include "filter_test_util.h"
+#include "support/paths.h"
 
 using namespace kivtest;
 using namespace kivfiltertest;
@@ -125,23 +125,15 @@ TEST(FilterBlurSimple, WideRowsAndRadiusLimitsMatchReference) {
         tagRECT r = run.r;
         ref_blur_simple(*want[i], &r, run.rad);
     }
-    // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            kivfilter::set_force_scalar(path == 2);
-            kivcore::allow_avx2(path == 0);
-            kiv::setthreads(threads);
-            for (std::size_t i = 0; i < runs.size(); ++i) {
-                kiv got(*src[i]);
-                tagRECT r = runs[i].r;
-                ASSERT_EQ(got.blur_simple(&r, runs[i].rad), 1);
-                EXPECT_TRUE(images_equal(got, *want[i]))
-                    << runs[i].w << "x" << runs[i].h << " r " << runs[i].rad << " path " << path << " threads " << threads;
-            }
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            kiv got(*src[i]);
+            tagRECT r = runs[i].r;
+            ASSERT_EQ(got.blur_simple(&r, runs[i].rad), 1);
+            EXPECT_TRUE(images_equal(got, *want[i]))
+                << runs[i].w << "x" << runs[i].h << " r " << runs[i].rad << " path " << path << " threads " << threads;
         }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+    });
 }
 
 TEST(FilterBlurSimple, RowsOutsideTheRectangleNeverCountColumnsDo) {

@@ -7,13 +7,14 @@
 #include <memory>
 #include <vector>
 
+#include "core/color_models.h"
 #include "core/kmath.h"
 #include "core/simd.h"
-#include "filter/gauss_iir.h"
-#include "core/color_models.h"
 #include "filter/filter.h"
+#include "filter/gauss_iir_simd.h"
 #include "filter/gauss_rle.h"
 #include "filter_test_util.h"
+#include "support/paths.h"
 
 using namespace kivtest;
 using namespace kivfiltertest;
@@ -225,9 +226,7 @@ TEST(FilterGaussRle, TapsAndTotalForSigmaOne) {
 // Flat images: every sum is an exact multiple of the total, the quotient's edge case, on
 // each path and for totals on both sides of 8192.
 TEST(FilterGaussRle, FlatImagesStayFlatOnEveryPath) {
-    for (int path = 0; path < 3; ++path) {
-        kivfilter::set_force_scalar(path == 2);
-        kivcore::allow_avx2(path == 0);
+    kivtest::on_every_path([&](int path) {
         for (double sigma : {1.5, 13.5})
             for (int v = 0; v < 256; ++v) {
                 const BYTE b = static_cast<BYTE>(v);
@@ -236,9 +235,7 @@ TEST(FilterGaussRle, FlatImagesStayFlatOnEveryPath) {
                 for (int i = 0; i < img.m_packets; ++i)
                     ASSERT_TRUE(same_rgba(img.m_pixels[i], tagRGBA{b, b, b, b})) << "value " << v << " sigma " << sigma << " path " << path;
             }
-    }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
+    });
 }
 
 TEST(FilterGaussRle, MatchesRunByRunReference) {
@@ -335,50 +332,43 @@ TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
                         {133, 1103, {1, 2, 131, 1103}, false}};
     std::unique_ptr<kiv> rle_want[2 * std::size(bigs)];
     // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            const int scalar = path == 2;
-            kivfilter::set_force_scalar(scalar != 0);
-            kivcore::allow_avx2(path == 0);
-            kiv::setthreads(threads);
-            for (const Big& b : bigs) {
-                tagRECT r = b.r;
-                tagRECT* rp = b.whole ? nullptr : &r;
-                kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
-                if (b.h < 1000) {
-                    ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
-                    ref_iir(want, rp, 1.5, 4.0);
-                    EXPECT_TRUE(images_equal(got, want)) << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
-                }
-                // Two colours, so that runs of equal values cross the band boundaries; sigma 3
-                // has 20 taps, sigma 14 a total above 8192. One reference serves every path.
-                for (int si = 0; si < (b.h < 1000 ? 2 : 1); ++si) {
-                    const int slot = static_cast<int>(&b - bigs) * 2 + si;
-                    const double sigma = si ? 14.0 : 3.0;
-                    const unsigned planes = slot % 3 ? 15 : 11;
-                    kiv rle = random_image(b.w, b.h, 1, static_cast<std::uint64_t>(b.h * 5 + si));
-                    if (!rle_want[slot]) {
-                        rle_want[slot] = std::make_unique<kiv>(rle);
-                        ref_rle(*rle_want[slot], rp, sigma, planes);
-                    }
-                    ASSERT_EQ(rle.blur_gauss_rle_plane(rp, sigma, planes), 1);
-                    EXPECT_TRUE(images_equal(rle, *rle_want[slot]))
-                        << "rle " << b.w << "x" << b.h << " sigma " << sigma << " path " << path << " threads " << threads;
-                }
-                if (b.h >= 1000) continue;
-                // Blocks of 64 pixels with tails of every parity, columns outside the image.
-                const double radius = threads == 2 ? 3.5 : 2.0;
-                const int threshold = threads == 3 ? 0 : 60;
-                kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
-                ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);
-                ref_sel(sel_want, rp, radius, threshold);
-                EXPECT_TRUE(images_equal(sel, sel_want))
-                    << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (const Big& b : bigs) {
+            tagRECT r = b.r;
+            tagRECT* rp = b.whole ? nullptr : &r;
+            kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
+            if (b.h < 1000) {
+                ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
+                ref_iir(want, rp, 1.5, 4.0);
+                EXPECT_TRUE(images_equal(got, want))
+                    << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
             }
+            // Two colours, so that runs of equal values cross the band boundaries; sigma 3
+            // has 20 taps, sigma 14 a total above 8192. One reference serves every path.
+            for (int si = 0; si < (b.h < 1000 ? 2 : 1); ++si) {
+                const int slot = static_cast<int>(&b - bigs) * 2 + si;
+                const double sigma = si ? 14.0 : 3.0;
+                const unsigned planes = slot % 3 ? 15 : 11;
+                kiv rle = random_image(b.w, b.h, 1, static_cast<std::uint64_t>(b.h * 5 + si));
+                if (!rle_want[slot]) {
+                    rle_want[slot] = std::make_unique<kiv>(rle);
+                    ref_rle(*rle_want[slot], rp, sigma, planes);
+                }
+                ASSERT_EQ(rle.blur_gauss_rle_plane(rp, sigma, planes), 1);
+                EXPECT_TRUE(images_equal(rle, *rle_want[slot]))
+                    << "rle " << b.w << "x" << b.h << " sigma " << sigma << " path " << path << " threads " << threads;
+            }
+            if (b.h >= 1000) continue;
+            // Blocks of 64 pixels with tails of every parity, columns outside the image.
+            const double radius = threads == 2 ? 3.5 : 2.0;
+            const int threshold = threads == 3 ? 0 : 60;
+            kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
+            ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);
+            ref_sel(sel_want, rp, radius, threshold);
+            EXPECT_TRUE(images_equal(sel, sel_want))
+                << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
         }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+    });
 }
 
 namespace {
@@ -451,22 +441,15 @@ TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
         tagRECT r;
     };
     const Big bigs[] = {{277, 45, {-5, 3, 270, 60}}, {45, 291, {2, -4, 40, 280}}, {300, 262, {0, 0, 300, 262}}};
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            kivfilter::set_force_scalar(path == 2);
-            kivcore::allow_avx2(path == 0);
-            kiv::setthreads(threads);
-            for (const Big& b : bigs)
-                for (int grey = 0; grey < 2; ++grey) {
-                    tagRECT r = b.r;
-                    kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), want(got);
-                    ASSERT_EQ(grey ? got.unsharp_mask2(&r, 2.5, 170, 2) : got.unsharp_mask(&r, 2.5, 170, 2), 1);
-                    ref_unsharp(want, &r, 2.5, 170, 2, grey != 0);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
-                }
-        }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (const Big& b : bigs)
+            for (int grey = 0; grey < 2; ++grey) {
+                tagRECT r = b.r;
+                kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), want(got);
+                ASSERT_EQ(grey ? got.unsharp_mask2(&r, 2.5, 170, 2) : got.unsharp_mask(&r, 2.5, 170, 2), 1);
+                ref_unsharp(want, &r, 2.5, 170, 2, grey != 0);
+                EXPECT_TRUE(images_equal(got, want))
+                    << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
+            }
+    });
 }

@@ -9,6 +9,7 @@
 #include "core/kmath.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
+#include "support/paths.h"
 
 using namespace kivtest;
 using namespace kivfiltertest;
@@ -165,31 +166,6 @@ TEST(FilterKernel3x3, EveryModeMatchesReference) {
 
 namespace {
 
-// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-void use_path(int path) {
-    kivfilter::set_force_scalar(path == 2);
-    kivcore::allow_avx2(path == 0);
-}
-
-void restore_paths() {
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
-}
-
-// check(path, threads) on every path at one to three threads (band boundaries differ), with
-// the paths and the thread count restored after.
-template <class Check>
-void on_every_path(Check check) {
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            use_path(path);
-            kiv::setthreads(threads);
-            check(path, threads);
-        }
-    restore_paths();
-}
-
 struct Shape {
     int w, h;
     tagRECT r;
@@ -223,7 +199,7 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
     const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
                             {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
                             {21, 19, {0, 0, 21, 19}}};
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (unsigned mode = 0; mode <= 15; ++mode) {
             if (mode == 2) continue;
             for (const Shape& sh : shapes) {
@@ -240,15 +216,14 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
 }
 
 TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    for (int path = 0; path < 3; ++path)
+    on_every_path([](int path) {
         for (unsigned mode : {14u, 15u}) {
-            use_path(path);
             kiv got = smooth_image(61, 43, mode), want(got);
             got.filter_3x3(nullptr, mode);
             ref_3x3(want, nullptr, mode);
             EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
         }
-    restore_paths();
+    });
 }
 
 TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
@@ -363,7 +338,7 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
         {{32767, 32767, 260, 0, 0, 0, 0, 0, -1}, {1, 9}},  // sums reach 2^24: the 64-bit way
         {{-32768, 1, 1, 1, 1, 1, 1, 1, 1}, {-2}},
     };
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes) {
             const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
             for (const auto& kr : kernels)
@@ -432,7 +407,7 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    on_every_path([](int path, int threads) {
+    on_every_path(3, [](int path, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (double s : {7.0, 0.5}) {
                 tagRECT r = sh.r;
@@ -473,7 +448,7 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
         }
     // Lights from every side and from below, depths that give flat shades of 0 and Nz = 0.
     const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
-    on_every_path([&](int path, int threads) {
+    on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (const tagKIV_EMBOSS& p : lights) {
                 tagRECT r = sh.r;

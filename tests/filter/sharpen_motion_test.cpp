@@ -11,6 +11,7 @@
 #include "core/simd.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
+#include "support/paths.h"
 
 using namespace kivtest;
 using namespace kivfiltertest;
@@ -185,11 +186,7 @@ TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
         tagRECT r;
     };
     const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {33, 5, {0, 0, 33, 5}}};
-    for (int path = 0; path < 3; ++path)
-    for (int threads = 1; threads <= 3; ++threads) {
-        kiv::setthreads(threads);
-        kivfilter::set_force_scalar(path == 2);
-        kivcore::allow_avx2(path == 0);
+    kivtest::on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes)
             for (int radius : {1, 3, 17, 1000})
                 for (int amount : {100, 37}) {
@@ -203,10 +200,7 @@ TEST(FilterSharpenMotion, EnhanceMatchesThePerPixelReference) {
                     EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " radius " << radius << " amount " << amount
                                                          << " path " << path << " threads " << threads;
                 }
-    }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+    });
 }
 
 namespace {
@@ -374,49 +368,48 @@ TEST(FilterSharpenMotion, MotionBlursMatchThePerPixelReferences) {
         tagRECT r;
     };
     const Shape shapes[] = {{61, 47, {-3, 2, 55, 60}}, {9, 40, {1, 0, 8, 40}}, {37, 5, {0, 0, 37, 5}}, {1, 1, {0, 0, 1, 1}}};
-    for (int path = 0; path < 3; ++path)
-        for (int threads = 1; threads <= 3; ++threads) {
-            kivfilter::set_force_scalar(path == 2);
-            kivcore::allow_avx2(path == 0);
-            kiv::setthreads(threads);
-            for (const Shape& sh : shapes) {
-                const std::uint64_t seed = static_cast<std::uint64_t>(sh.w * 5 + threads + path);
-                const int centres[][2] = {{sh.w / 2, sh.h / 3}, {0, sh.h - 1}, {-70, 2 * sh.h + 9}};
-                auto check = [&](const char* what, auto run, auto ref) {
-                    tagRECT r = sh.r;
-                    kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
-                    ASSERT_EQ(run(got, &r), 1) << what;
-                    ref(want, &r);
-                    EXPECT_TRUE(images_equal(got, want))
-                        << what << " " << sh.w << "x" << sh.h << " path " << path << " threads " << threads;
-                };
-                for (double angle : {0.0, 33.0, 90.0, -147.5})
-                    for (int d : {1, 9, 40, 300}) {
-                        check("linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
-                              [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
-                    }
-                for (auto& c : centres) {
-                    for (double angle : {5.0, 40.0, 360.0})
-                        check("radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
-                              [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
-                    for (int amount : {1, 7, 60})
-                        check("round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
-                              [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
-                    for (int amount : {3, 60, 100})
-                        check("zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
-                              [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (const Shape& sh : shapes) {
+            const std::uint64_t seed = static_cast<std::uint64_t>(sh.w * 5 + threads + path);
+            const int centres[][2] = {{sh.w / 2, sh.h / 3}, {0, sh.h - 1}, {-70, 2 * sh.h + 9}};
+            auto check = [&](const char* what, auto run, auto ref) {
+                tagRECT r = sh.r;
+                kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
+                ASSERT_EQ(run(got, &r), 1) << what;
+                ref(want, &r);
+                EXPECT_TRUE(images_equal(got, want))
+                    << what << " " << sh.w << "x" << sh.h << " path " << path << " threads " << threads;
+            };
+            for (double angle : {0.0, 33.0, 90.0, -147.5})
+                for (int d : {1, 9, 40, 300}) {
+                    check(
+                        "linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
                 }
-                for (int direction = 0; direction < 4; ++direction)
-                    for (int strength : {1, 12, 300})
-                        for (int blast = 0; blast < 2; ++blast)
-                            check(blast ? "blast" : "wind",
-                                  [&](kiv& i, tagRECT* r) {
-                                      return blast ? i.sblur_blast(r, direction, strength) : i.sblur_wind(r, direction, strength);
-                                  },
-                                  [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
+            for (auto& c : centres) {
+                for (double angle : {5.0, 40.0, 360.0})
+                    check(
+                        "radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
+                for (int amount : {1, 7, 60})
+                    check(
+                        "round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
+                for (int amount : {3, 60, 100})
+                    check(
+                        "zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
+                        [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
             }
+            for (int direction = 0; direction < 4; ++direction)
+                for (int strength : {1, 12, 300})
+                    for (int blast = 0; blast < 2; ++blast)
+                        check(
+                            blast ? "blast" : "wind",
+                            [&](kiv& i, tagRECT* r) {
+                                return blast ? i.sblur_blast(r, direction, strength)
+                                             : i.sblur_wind(r, direction, strength);
+                            },
+                            [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
         }
-    kivfilter::set_force_scalar(false);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
+    });
 }

@@ -9,8 +9,9 @@
 #include "filter/sharpen_reference.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
-#include "geometry/resample_kernels.h"
+#include "geometry/resample_simd.h"
 #include "kiv.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -95,20 +96,6 @@ kiv reference_resample(kiv& src, int w, int h, int method) {
     return out;
 }
 
-// Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable scalar.
-constexpr int kPaths = 3;
-const char* const kPathName[kPaths] = {"best", "sse2", "scalar"};
-struct Path {
-    explicit Path(int path) {
-        kivgeom::set_force_scalar(path == 2);
-        kivcore::allow_avx2(path == 0);
-    }
-    ~Path() {
-        kivgeom::set_force_scalar(false);
-        kivcore::allow_avx2(true);
-    }
-};
-
 }  // namespace
 
 TEST(ResampleFilters, ValuesAtChosenPointsFollowTheFormulas) {
@@ -146,31 +133,28 @@ TEST(Resample, MatchesThePlainModelForEveryFilterAndDirection) {
     const int shapes[][4] = {{17, 13, 7, 13},  {17, 13, 29, 13}, {17, 13, 17, 5},  {17, 13, 17, 31},
                              {17, 13, 9, 29},  {17, 13, 31, 6},  {23, 19, 11, 9},  {9, 11, 40, 37},
                              {37, 9, 36, 10}};
-    for (int path = 0; path < kPaths; ++path) {
-        Path use(path);
+    kivtest::on_every_path([&](int path) {
         for (int method = 0; method < 14; ++method)
             for (auto& s : shapes) {
                 kiv src = random_image(s[0], s[1], 32, 1000 + method * 31 + s[2]);
                 kiv before(src), got;
                 ASSERT_TRUE(kivgeom::resample(src, s[2], s[3], method, false, got));
                 kiv expect = reference_resample(src, s[2], s[3], method);
-                ASSERT_TRUE(images_equal(expect, got))
-                    << "method " << method << " " << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << " "
-                    << kPathName[path];
+                ASSERT_TRUE(images_equal(expect, got)) << "method " << method << " " << s[0] << "x" << s[1] << " -> "
+                                                       << s[2] << "x" << s[3] << " " << kivtest::path_name(path);
                 ASSERT_TRUE(images_equal(before, src));  // the source is only read
             }
-    }
+    });
 }
 
 TEST(Resample, LongRowsCrossTheStripBoundary) {
-    for (int path = 0; path < kPaths; ++path) {
-        Path use(path);
+    kivtest::on_every_path([](int path) {
         kiv src = random_image(601, 5, 24, 77);
         kiv got;
         ASSERT_TRUE(kivgeom::resample(src, 603, 3, 11, false, got));
         kiv expect = reference_resample(src, 603, 3, 11);
-        EXPECT_TRUE(images_equal(expect, got)) << kPathName[path];
-    }
+        EXPECT_TRUE(images_equal(expect, got)) << kivtest::path_name(path);
+    });
 }
 
 TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
@@ -184,23 +168,17 @@ TEST(Resample, BlocksStripsAndThreadCountsGiveTheSameBytes) {
     } shapes[] = {{77, 130, 45, 31, 11}, {50, 41, 131, 97, 10}, {203, 70, 13, 33, 1},  {31, 9, 29, 75, 13},
                   {5, 2500, 3, 2, 10},   {1100, 3, 7, 1, 1},    {613, 37, 251, 19, 13}, {90, 23, 333, 71, 0},
                   {141, 300, 1131, 37, 6}};
-    struct Threads {
-        ~Threads() { kiv::setthreads(0); }
-    } restore;
-    for (int threads : {1, 2, 3})
-        for (int path = 0; path < kPaths; ++path) {
-            kiv::setthreads(threads);
-            Path use(path);
-            for (const Shape& s : shapes) {
-                kiv src = random_image(s.w, s.h, 24, 500 + static_cast<std::uint64_t>(s.tw) * 7 + s.method);
-                kiv got;
-                ASSERT_TRUE(kivgeom::resample(src, s.tw, s.th, s.method, false, got));
-                kiv expect = reference_resample(src, s.tw, s.th, s.method);
-                ASSERT_TRUE(images_equal(expect, got)) << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th
-                                                       << " method " << s.method << ", " << threads << " threads "
-                                                       << kPathName[path];
-            }
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (const Shape& s : shapes) {
+            kiv src = random_image(s.w, s.h, 24, 500 + static_cast<std::uint64_t>(s.tw) * 7 + s.method);
+            kiv got;
+            ASSERT_TRUE(kivgeom::resample(src, s.tw, s.th, s.method, false, got));
+            kiv expect = reference_resample(src, s.tw, s.th, s.method);
+            ASSERT_TRUE(images_equal(expect, got))
+                << s.w << "x" << s.h << " -> " << s.tw << "x" << s.th << " method " << s.method << ", " << threads
+                << " threads " << kivtest::path_name(path);
         }
+    });
 }
 
 #if KIV_HAVE_AVX2

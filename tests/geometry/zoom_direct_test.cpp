@@ -8,6 +8,7 @@
 #include "core/simd.h"
 #include "geometry/geometry.h"
 #include "kiv.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -154,29 +155,17 @@ TEST(ZoomDirect, LinearMatchesThePlainModel) {
     // boundaries at several thread counts); shorter ones read pixels directly.
     const int shapes[][4] = {{13, 11, 29, 5}, {13, 11, 4, 23}, {1, 7, 5, 3},    {7, 1, 3, 4},
                              {1, 1, 6, 2},    {2, 2, 3, 3},    {37, 23, 101, 97}, {41, 60, 18, 61}};
-    struct Restore {
-        ~Restore() {
-            kivgeom::set_force_scalar(false);
-            kivcore::allow_avx2(true);
-            kiv::setthreads(0);
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (auto& s : shapes) {
+            kiv src = random_image(s[0], s[1], 8, 40 + s[2]);
+            kiv expect = model_linear(src, s[2], s[3]);
+            kiv img(src);
+            ASSERT_EQ(1, img.zoom_linear(s[2], s[3]));
+            EXPECT_EQ(24, img.bits());
+            EXPECT_TRUE(images_equal(expect, img))
+                << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << ", " << threads << " threads, path " << path;
         }
-    } restore;
-    // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable scalar.
-    for (int threads : {1, 2, 3})
-        for (int path = 0; path < 3; ++path) {
-            kivgeom::set_force_scalar(path == 2);
-            kivcore::allow_avx2(path == 0);
-            kiv::setthreads(threads);
-            for (auto& s : shapes) {
-                kiv src = random_image(s[0], s[1], 8, 40 + s[2]);
-                kiv expect = model_linear(src, s[2], s[3]);
-                kiv img(src);
-                ASSERT_EQ(1, img.zoom_linear(s[2], s[3]));
-                EXPECT_EQ(24, img.bits());
-                EXPECT_TRUE(images_equal(expect, img)) << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3] << ", "
-                                                       << threads << " threads, path " << path;
-            }
-        }
+    });
 }
 
 TEST(ZoomDirect, ReplicationKeepsDepthMapAndIndexes) {

@@ -14,6 +14,7 @@
 #include "core/simd.h"
 #include "kiv.h"
 #include "quantize/hq.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -48,21 +49,6 @@ void expect_palettized(const kiv& img, int limit) {
         const tagRGBA m = img.m_map[p.a];
         ASSERT_TRUE(p.r == m.r && p.g == m.g && p.b == m.b) << "pixel " << i;
     }
-}
-
-// Runs f on every kernel path and thread count, restoring the defaults.
-void each_path(const std::function<void(const char*)>& f) {
-    const char* names[] = {"scalar", "sse2", "best"};
-    for (int level = 0; level <= 2; ++level)
-        for (int threads : {1, 2, 5}) {
-            kivhq::force_kernels(level);
-            kivcore::allow_avx2(level == 2);
-            kiv::setthreads(threads);
-            f(names[level]);
-        }
-    kivhq::force_kernels(2);
-    kivcore::allow_avx2(true);
-    kiv::setthreads(0);
 }
 
 }  // namespace
@@ -214,11 +200,12 @@ TEST(QuantizeHq, SameBytesOnEveryPathAndThreadCount) {
     for (int flags : {0, int(KIV_QUANT_ALPHA)})
         for (int dither : {0, 100}) {
             std::unique_ptr<kiv> ref;
-            each_path([&](const char* path) {
+            kivtest::on_every_path(3, [&](int path, int threads) {
                 kiv img = scene(157, 93, flags != 0);
                 ASSERT_EQ(1, img.quantize_hq(200, dither, flags));
                 if (!ref) ref = std::make_unique<kiv>(img);
-                EXPECT_TRUE(images_equal(*ref, img)) << path << " flags " << flags << " dither " << dither;
+                EXPECT_TRUE(images_equal(*ref, img))
+                    << kivtest::path_name(path) << " threads " << threads << " flags " << flags << " dither " << dither;
                 ASSERT_EQ(ref->m_colors, img.m_colors);
                 EXPECT_EQ(0, std::memcmp(ref->m_map, img.m_map, sizeof(tagRGBA) * ref->m_colors)) << path;
             });
@@ -234,15 +221,16 @@ TEST(QuantizeHq, KernelsMatchTheReference) {
         idx[j] = 255 - j;
         for (int c = 0; c < 4; ++c) pal.c[j][c] = rng.below(256);
     }
-    const kivhq::KernelSet sets[] = {kivhq::kernels_scalar(), kivhq::kernels()};
+    kivtest::on_every_path([&](int path) {
     for (int i = 0; i < 2000; ++i) {
         const int count = 1 + rng.below(256);
         std::vector<kivhq::Chunk> chunks;
         kivhq::add_chunks(pal, idx + rng.below(257 - count), count, &chunks);
         const kivhq::Packed q = kivhq::pack(rng.below(256), rng.below(256), rng.below(256), rng.below(256));
         const std::int32_t want = kivhq::nearest_reference(chunks.data(), count, q);
-        for (const kivhq::KernelSet& k : sets) ASSERT_EQ(want, k.nearest(chunks.data(), count, q)) << count;
+        ASSERT_EQ(want, kivhq::kernels().nearest(chunks.data(), count, q)) << kivtest::path_name(path) << " " << count;
     }
+    });
 }
 
 TEST(QuantizeHq, SharedPaletteForSeveralImages) {

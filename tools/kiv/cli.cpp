@@ -8,16 +8,7 @@
 
 #include "image_io.h"
 #include "ops.h"
-
-#ifdef _WIN32
-#include <io.h>
-#define KIV_ISATTY(fd) _isatty(fd)
-#define KIV_FILENO(f) _fileno(f)
-#else
-#include <unistd.h>
-#define KIV_ISATTY(fd) isatty(fd)
-#define KIV_FILENO(f) fileno(f)
-#endif
+#include "platform/files.h"
 
 namespace kivcli {
 
@@ -175,9 +166,13 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
                 return kExitUsage;
             }
             double v = 0;
-            if (!parse_arg(args[k + 1], spec.kind, &v)) {
+            if (!parse_value(args[k + 1], spec, &v)) {
                 err << "kiv: " << a << ": argument " << spec.name << " expects " << kind_name(spec.kind) << ", got '"
                     << args[k + 1] << "'\n";
+                return kExitUsage;
+            }
+            if (std::string why = out_of_range(args[k + 1], spec, v); !why.empty()) {
+                err << "kiv: " << a << ": " << why << "\n";
                 return kExitUsage;
             }
             s.call.args.push_back(v);
@@ -205,7 +200,7 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
 }
 
 int run_pipeline(Pipeline& p, kiv& img, std::ostream& err) {
-    const bool tty = KIV_ISATTY(KIV_FILENO(stderr));
+    const bool tty = kivplat::is_terminal(stderr);
     tagRECT current{0, 0, 0, 0};
     bool have_rect = false;
     for (Step& s : p.steps) {

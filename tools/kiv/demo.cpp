@@ -154,7 +154,7 @@ int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
             std::size_t k = 0;
             while (words >> w) {
                 double v = 0;
-                if (k >= op.args.size() || !parse_arg(w, op.args[k].kind, &v)) {
+                if (k >= op.args.size() || !parse_value(w, op.args[k], &v)) {
                     err << "kiv: demo arguments of " << op.name << " do not parse\n";
                     return kExitFailed;
                 }

@@ -2,92 +2,36 @@
 #include "image_io.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <random>
 
+#include "interchange/bmpfile.h"
+#include "platform/files.h"
+#include "platform/global_memory.h"
 #include "stb_image.h"
 #include "stb_image_write.h"
 
 namespace kivcli {
 
-namespace fs = std::filesystem;
-
 std::vector<unsigned char> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw CliError("cannot open '" + path + "'");
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) throw CliError("cannot read '" + path + "'");
+    std::vector<unsigned char> bytes;
+    if (!kivplat::read_file(path.c_str(), SIZE_MAX, &bytes)) throw CliError("cannot read '" + path + "'");
     return bytes;
 }
 
 void write_file_atomic(const std::string& path, const std::vector<unsigned char>& bytes) {
-    fs::path target(path);
-    std::random_device rd;
-    fs::path tmp = target;
-    tmp += ".tmp" + std::to_string(rd() % 1000000u);
-    {
-        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-        if (!out) throw CliError("cannot write '" + path + "'");
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        out.close();
-        if (!out) {
-            std::error_code ec;
-            fs::remove(tmp, ec);
-            throw CliError("cannot write '" + path + "'");
-        }
-    }
-    std::error_code ec;
-    fs::rename(tmp, target, ec);
-    if (ec) {
-        fs::remove(tmp, ec);
-        throw CliError("cannot write '" + path + "'");
-    }
+    if (!kivplat::replace_file(path.c_str(), bytes.data(), bytes.size())) throw CliError("cannot write '" + path + "'");
 }
 
 namespace {
 
-std::uint32_t le32(const unsigned char* p) {
-    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-
-// Bytes of the colour table as the library's DIB code places it: biClrUsed entries at any
-// depth, or a full table when that is 0 at 8 bits or fewer.
-std::size_t colour_table_bytes(std::uint32_t bits, std::uint32_t used) {
-    if (used) return 4u * static_cast<std::size_t>(used);
-    return bits <= 8 ? 4u * (std::size_t{1} << bits) : 0;
-}
-
+// Every form of BMP file, through the library's full reader (a 32-bit file keeps its alpha).
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
-    // A BMP file is a 14-byte file header and a packed DIB whose colour table follows the
-    // info header (40 bytes or longer) and whose rows start at bfOffBits. The library's DIB
-    // reader takes the table from byte 40 and the rows from right after the table, so the
-    // DIB is re-packed as a 40-byte header, the table and the rows. Sizes are checked here
-    // only as far as the re-packing needs; the reader checks the rest against the block.
-    if (bytes.size() < 14 + 40) throw CliError("truncated BMP file");
-    const unsigned char* dib = bytes.data() + 14;
-    const std::size_t avail = bytes.size() - 14;
-    const std::uint32_t bi_size = le32(dib);
-    const std::uint32_t bits = dib[14] | (dib[15] << 8);
-    const std::uint32_t off = le32(bytes.data() + 10);
-    if (bi_size < 40 || bi_size > avail) throw CliError("malformed BMP header");
-    const std::size_t table = std::min(colour_table_bytes(bits, le32(dib + 32)), avail - bi_size);
-    const std::size_t rows_from = off >= 14 && off - 14 <= avail ? off - 14 : bi_size + table;
-    std::vector<unsigned char> packed(dib, dib + 40);
-    packed[0] = 40;
-    packed[1] = packed[2] = packed[3] = 0;
-    packed.insert(packed.end(), dib + bi_size, dib + bi_size + table);
-    packed.insert(packed.end(), dib + rows_from, dib + avail);
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, packed.size());
-    if (!h) throw CliError("out of memory");
-    void* p = GlobalLock(h);
-    std::memcpy(p, packed.data(), packed.size());
-    GlobalUnlock(h);
-    int ok = img.attachdib(h);
-    GlobalFree(h);
-    if (!ok) throw CliError("unsupported or malformed BMP file");
+    const char* why = nullptr;
+    if (!img.loadbmp_bytes(bytes.data(), bytes.size(), &why))
+        throw CliError(std::string("unreadable BMP file: ") + why);
 }
 
 void decode_stb(const std::vector<unsigned char>& bytes, kiv& img) {
@@ -127,28 +71,12 @@ void load_image(const std::string& path, kiv& img) {
 }
 
 std::vector<unsigned char> encode_bmp(kiv& img) {
-    HGLOBAL h = img.createdib();
-    if (!h) throw CliError("cannot encode the image as BMP");
-    const unsigned char* dib = static_cast<const unsigned char*>(GlobalLock(h));
-    std::uint32_t bits = dib[14] | (dib[15] << 8);
-    std::uint32_t used = le32(dib + 32);
-    std::size_t table = colour_table_bytes(bits, used);
-    std::size_t stride = ((static_cast<std::size_t>(img.m_width) * bits + 31) / 32) * 4;
-    // The library's DIBs carry slack rows past the image: the file takes only the image.
-    std::size_t dib_size = 40 + table + stride * static_cast<std::size_t>(img.m_height);
-    dib_size = std::min<std::size_t>(dib_size, GlobalSize(h));
-    std::vector<unsigned char> out(14 + dib_size);
-    std::uint32_t file_size = static_cast<std::uint32_t>(out.size());
-    std::uint32_t off = static_cast<std::uint32_t>(14 + 40 + table);
-    out[0] = 'B';
-    out[1] = 'M';
-    for (int i = 0; i < 4; ++i) {
-        out[2 + i] = static_cast<unsigned char>(file_size >> (8 * i));
-        out[10 + i] = static_cast<unsigned char>(off >> (8 * i));
-    }
-    std::memcpy(out.data() + 14, dib, dib_size);
-    GlobalUnlock(h);
-    GlobalFree(h);
+    // An image with alpha as a 32-bit V5 file whose bit fields keep it.
+    void* dib = img.m_bits == 32 ? img.createdib_alpha(0) : img.createdib();
+    std::vector<unsigned char> out;
+    const bool ok = dib && kivdib::bmp_from_dib(dib, &out);
+    kivplat::global_free(dib);
+    if (!ok) throw CliError("cannot encode the image as BMP");
     return out;
 }
 
@@ -176,7 +104,7 @@ std::vector<unsigned char> encode_png(kiv& img) {
 }
 
 void save_image(const std::string& path, kiv& img) {
-    std::string ext = fs::path(path).extension().string();
+    std::string ext = std::filesystem::path(path).extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     if (ext == ".bmp")
         write_file_atomic(path, encode_bmp(img));

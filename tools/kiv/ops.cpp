@@ -2,13 +2,32 @@
 // argument parsing.
 #include "ops.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <stdexcept>
 
 namespace kivcli {
 
 namespace {
+
+// The table's argument types the command line writes as one number or colour.
+bool asked(int type) {
+    return type == KIV_T_INT || type == KIV_T_UINT || type == KIV_T_REAL || type == KIV_T_BOOL || type == KIV_T_CHOICE ||
+           type == KIV_T_COLOR;
+}
+
+// "new width (pixels; >= 1)", and the named choices.
+std::string help_of(const kiv_argdesc& a) {
+    std::string h = a.help, more = a.unit;
+    if (*a.range) more += (more.empty() ? "" : "; ") + std::string(a.range);
+    if (!more.empty()) h += " (" + more + ")";
+    for (int k = 0; k < a.nchoices; ++k) h += (k ? ", " : ": ") + std::to_string(a.choices[k].value) + " " + a.choices[k].name;
+    return h;
+}
+
 std::vector<OpSpec> build_table() {
     std::vector<OpSpec> ops;
     OpTable t{&ops};
@@ -22,6 +41,26 @@ std::vector<OpSpec> build_table() {
     return ops;
 }
 }  // namespace
+
+void OpTable::add(const char* name, std::string demo, std::function<int(kiv&, const OpCall&)> run,
+                  std::vector<Supplied> supplied) {
+    const kiv_opdesc* row = kiv_op_info(kiv_op_find(name));
+    if (!row) throw std::logic_error(std::string("the library has no operation ") + name);
+    std::vector<ArgSpec> args;
+    for (int k = 0; k < row->nargs; ++k) {
+        const kiv_argdesc& a = row->args[k];
+        auto it = std::find_if(supplied.begin(), supplied.end(), [&](const Supplied& s) { return s.arg == a.name; });
+        if (it != supplied.end()) {
+            args.insert(args.end(), it->instead.begin(), it->instead.end());
+        } else if (asked(a.type)) {
+            std::string upper = a.name;
+            for (char& ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+            ArgKind kind = a.type == KIV_T_REAL ? ArgKind::Real : a.type == KIV_T_COLOR ? ArgKind::Color : ArgKind::Int;
+            args.push_back(ArgSpec{upper, kind, help_of(a), &a});
+        }
+    }
+    ops->push_back(OpSpec{name, row, std::move(args), row->summary, std::move(demo), std::move(run)});
+}
 
 const std::vector<OpSpec>& all_ops() {
     static const std::vector<OpSpec> table = build_table();
@@ -60,6 +99,29 @@ bool parse_arg(const std::string& text, ArgKind kind, double* out) {
     if (kind == ArgKind::Color ? (v < 0 || v > 0xFFFFFFFFLL) : (v < INT32_MIN || v > INT32_MAX)) return false;
     *out = static_cast<double>(v);
     return true;
+}
+
+bool parse_value(const std::string& text, const ArgSpec& a, double* out) {
+    for (int k = 0; a.table && k < a.table->nchoices; ++k)
+        if (text == a.table->choices[k].name) {
+            *out = a.table->choices[k].value;
+            return true;
+        }
+    return parse_arg(text, a.kind, out);
+}
+
+std::string out_of_range(const std::string& text, const ArgSpec& a, double v) {
+    if (!a.table) return "";
+    // Reals keep their value in d alone: a huge one has no long long.
+    const bool real = a.table->type == KIV_T_REAL;
+    kiv_value x{a.table->type, 0, real ? 0 : static_cast<long long>(v), v, nullptr};
+    // The program hands integers on as int; unsigned parameters take them modulo 2^32.
+    if (a.table->type == KIV_T_UINT) x.i = static_cast<unsigned>(static_cast<int>(v));
+    // Beyond refusals, a value the library would quietly replace (an unlisted blend mode, a
+    // strength of 50 taken as 10) is more likely a slip than meant; clamping is not.
+    const int o = kiv_arg_outcome(a.table, &x);
+    if (o == KIV_OUT_NONE || o == KIV_OUT_CLAMPED) return "";
+    return a.name + " must be " + a.table->range + " (got " + text + ")";
 }
 
 }  // namespace kivcli

@@ -1,4 +1,5 @@
-// The operations the kiv program knows: each a library member with its arguments.
+// The operations the kiv program knows: each a library member, its arguments and their ranges
+// read from the library's operation table (kivc.h).
 #ifndef KIV_CLI_OPS_H
 #define KIV_CLI_OPS_H
 
@@ -7,15 +8,19 @@
 #include <vector>
 
 #include "kiv.h"
+#include "kivc.h"
 
 namespace kivcli {
 
 enum class ArgKind { Int, Real, Color };
 
+// One command-line argument: a table argument (table non-null, its name in upper case), or one
+// only the program has (the colours of a shade, the weights of a kernel...).
 struct ArgSpec {
-    const char* name;
+    std::string name;
     ArgKind kind;
-    const char* help;
+    std::string help;
+    const kiv_argdesc* table = nullptr;
 };
 
 // What an operation sees: its parsed arguments and the rectangle set by `rect` (null for the
@@ -30,19 +35,27 @@ struct OpCall {
 
 struct OpSpec {
     std::string name;
+    const kiv_opdesc* row;  // the library's description
     std::vector<ArgSpec> args;
     std::string summary;
     std::string demo;  // representative arguments for the demo gallery; "-" = not shown there
     std::function<int(kiv&, const OpCall&)> run;
 };
 
-// Collects a family's operations; each family's table lives in its own ops_<family>.cpp.
+// A table argument the program supplies itself, and what the command line gives instead (the
+// rectangle, second images and records are supplied without asking).
+struct Supplied {
+    std::string arg;
+    std::vector<ArgSpec> instead;
+};
+
+// Collects a family's operations; each family's list lives in its own ops_<family>.cpp.
 struct OpTable {
     std::vector<OpSpec>* ops;
-    void add(std::string name, std::vector<ArgSpec> args, std::string summary, std::string demo,
-             std::function<int(kiv&, const OpCall&)> run) {
-        ops->push_back(OpSpec{std::move(name), std::move(args), std::move(summary), std::move(demo), std::move(run)});
-    }
+    // The library operation `name`, whose command-line arguments are the table's in order, less
+    // the rectangle, second images and `supplied`; `run` gets them in that order.
+    void add(const char* name, std::string demo, std::function<int(kiv&, const OpCall&)> run,
+             std::vector<Supplied> supplied = {});
 };
 void add_geometry_ops(OpTable& t);
 void add_palette_ops(OpTable& t);
@@ -58,6 +71,11 @@ const OpSpec* find_op(const std::string& name);
 // Parses one argument: integers and reals in decimal, colours as #RRGGBB or a COLORREF number
 // (0x00BBGGRR). Returns false when the text is not of that kind.
 bool parse_arg(const std::string& text, ArgKind kind, double* out);
+// parse_arg for one operation's argument, which also takes a choice by its name ("lanczos3").
+bool parse_value(const std::string& text, const ArgSpec& a, double* out);
+// "" when v lies in the table's range or the operation clamps it, else the reason from the table
+// ("METHOD must be 0..13 (got 99)"; text is the argument as written).
+std::string out_of_range(const std::string& text, const ArgSpec& a, double v);
 
 }  // namespace kivcli
 
