@@ -123,6 +123,8 @@ KIV_API HBITMAP kiv_createbitmap(kiv_image* img, HPALETTE* palette);
 KIV_API void kiv_quantize(kiv_image* img, int mode, int colors, tagLOGPALETTE* pal);
 KIV_API void kiv_quantize_wpal(kiv_image* img, int mode, const tagSYSCOL* cols, int n);
 KIV_API int kiv_quantize_wdp(kiv_image* img, int mode, int which);
+KIV_API int kiv_quantize_hq(kiv_image* img, int colors, int dither, int flags);
+KIV_API int kiv_quantize_shared(kiv_image** images, int n, int colors, int dither, int flags);
 
 /* ---- Fills and gradients ------------------------------------------------------------- */
 KIV_API int kiv_solidfill(kiv_image* img, tagRECT* r, COLORREF color, int op, int mode);
@@ -256,7 +258,8 @@ enum {
     KIV_T_DIB = 15,     /* a packed DIB in movable global memory (HGLOBAL), in p */
     KIV_T_PALETTE = 16, /* tagLOGPALETTE*, in p */
     KIV_T_ULONG = 17,   /* result only: unsigned long, in i */
-    KIV_T_DEFAULT = 18  /* an argument value: use the argument's default (KIV_ARG_DEFAULT) */
+    KIV_T_DEFAULT = 18, /* an argument value: use the argument's default (KIV_ARG_DEFAULT) */
+    KIV_T_IMAGES = 19   /* kiv_image*[n], in p and n */
 };
 
 /* kiv_argdesc.flags */

@@ -138,6 +138,19 @@ namespace Kiv
         /// <param name="which">the fixed palette (0..8); vga16=0, system256=1, web_ramps=2, web216=3, hue_wheel=4, pastel_wheel=5, heat=6, cold=7, warm=8</param>
         public void QuantizeWdp(int mode, int which) { Call("quantize_wdp", mode, which); }
 
+        /// <summary>Reduce to a palette refined by k-means in a perceptual space (beside the median cut).</summary>
+        /// <param name="colors">most palette entries (an image with no more colours keeps each exactly) (colours, 1..256)</param>
+        /// <param name="dither">strength of the edge-aware Floyd-Steinberg diffusion; 0 maps to the nearest entry (percent, 0..100)</param>
+        /// <param name="flags">alpha: byte 3 of a 24/32-bit image is straight alpha, entries carry it (0, 1); opaque=0, alpha=1</param>
+        public void QuantizeHq(int colors = 256, int dither = 100, int flags = 0) { Call("quantize_hq", colors, dither, flags); }
+
+        /// <summary>One refined palette for several images (animation frames, icon sets), each mapped to it.</summary>
+        /// <param name="images">the images, each non-empty and listed once (entries, &gt;= 1 entries)</param>
+        /// <param name="colors">most palette entries (an image with no more colours keeps each exactly) (colours, 1..256)</param>
+        /// <param name="dither">strength of the edge-aware Floyd-Steinberg diffusion; 0 maps to the nearest entry (percent, 0..100)</param>
+        /// <param name="flags">alpha: byte 3 of a 24/32-bit image is straight alpha, entries carry it (0, 1); opaque=0, alpha=1</param>
+        public static void QuantizeShared(KivImage[] images, int colors = 256, int dither = 100, int flags = 0) { CallStatic("quantize_shared", images, colors, dither, flags); }
+
         /// <summary>A new packed DIB quantized to a palette chosen from the DIB.</summary>
         /// <param name="dib">a packed DIB in movable global memory; only read</param>
         /// <param name="mode">how pixels are mapped to the palette (0..4); nearest=0, floyd_steinberg=1, exact=2, floyd_steinberg_limited=3, ordered=4</param>

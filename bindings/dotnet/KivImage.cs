@@ -37,7 +37,8 @@ namespace Kiv
     {
         // Table types (KIV_T_* of kivc.h).
         internal const int TInt = 1, TUint = 2, TReal = 3, TBool = 4, TChoice = 5, TColor = 6, TRect = 7, TImage = 8,
-            TString = 9, TColors = 10, TStops = 11, TSysCols = 12, TInts = 13, TBytes = 14, TDib = 15, TPalette = 16, TUlong = 17;
+            TString = 9, TColors = 10, TStops = 11, TSysCols = 12, TInts = 13, TBytes = 14, TDib = 15, TPalette = 16, TUlong = 17,
+            TImages = 19;
 
         sealed class Handle : SafeHandle
         {
@@ -327,6 +328,19 @@ namespace Kiv
                     if (!images.Contains(img)) images.Add(img);
                     v.P = ih.DangerousGetHandle();
                     return v;
+                case TImages:
+                    KivImage[] list = x as KivImage[];
+                    if (list == null) throw Wrong(op, a, x, "a KivImage[]");
+                    foreach (KivImage e in list)
+                    {
+                        Handle eh = e == null ? null : e.h;
+                        if (e != null && eh == null) throw new ObjectDisposedException("KivImage");
+                        if (e != null && !images.Contains(e)) images.Add(e);
+                        bytes.AddRange(IntPtr.Size == 8 ? BitConverter.GetBytes((eh == null ? IntPtr.Zero : eh.DangerousGetHandle()).ToInt64())
+                                                        : BitConverter.GetBytes((eh == null ? IntPtr.Zero : eh.DangerousGetHandle()).ToInt32()));
+                    }
+                    v.N = list.Length;
+                    break;
                 case TString:
                     string s = x as string;
                     if (s == null) throw Wrong(op, a, x, "a string");

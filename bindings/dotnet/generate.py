@@ -17,7 +17,7 @@ from kivlib import _capi as C  # noqa: E402
 CS_TYPES = {C.T_INT: "int", C.T_UINT: "uint", C.T_REAL: "double", C.T_BOOL: "bool", C.T_CHOICE: "int",
             C.T_COLOR: "uint", C.T_RECT: "Rect?", C.T_IMAGE: "KivImage", C.T_STRING: "string", C.T_COLORS: "uint[]",
             C.T_STOPS: "GradColor[]", C.T_SYSCOLS: "Rgb[]", C.T_INTS: "int[]", C.T_BYTES: "byte[]", C.T_DIB: "byte[]",
-            C.T_PALETTE: "Rgb[]"}
+            C.T_PALETTE: "Rgb[]", C.T_IMAGES: "KivImage[]"}
 RESULTS = {C.T_ULONG: "ulong", C.T_DIB: "byte[]", C.T_PALETTE: "Rgb[]"}
 KEYWORDS = {"base", "checked", "decimal", "event", "fixed", "in", "lock", "object", "operator", "out", "params", "ref",
             "string", "this", "is", "as", "char", "byte", "default", "new", "out", "unsafe"}

@@ -8,7 +8,7 @@ from ctypes import (POINTER, Structure, c_char_p, c_double, c_int, c_longlong, c
 
 # KIV_T_* of kivc.h
 (T_VOID, T_INT, T_UINT, T_REAL, T_BOOL, T_CHOICE, T_COLOR, T_RECT, T_IMAGE, T_STRING, T_COLORS, T_STOPS,
- T_SYSCOLS, T_INTS, T_BYTES, T_DIB, T_PALETTE, T_ULONG, T_DEFAULT) = range(19)
+ T_SYSCOLS, T_INTS, T_BYTES, T_DIB, T_PALETTE, T_ULONG, T_DEFAULT, T_IMAGES) = range(20)
 # KIV_ARG_* and KIV_OP_*
 ARG_LO, ARG_HI, ARG_DEFAULT, ARG_NULL, ARG_FIELD = 1, 2, 32, 64, 128
 OP_STATIC, OP_FREE = 1, 2

@@ -12,7 +12,7 @@ from . import _capi as C
 _TYPE_NAMES = {C.T_INT: "int", C.T_UINT: "int >= 0", C.T_REAL: "float", C.T_BOOL: "bool", C.T_CHOICE: "choice",
                C.T_COLOR: "colour", C.T_RECT: "rect", C.T_IMAGE: "Image", C.T_STRING: "path",
                C.T_COLORS: "colours", C.T_STOPS: "stops", C.T_SYSCOLS: "rgb list", C.T_INTS: "ints",
-               C.T_BYTES: "bytes", C.T_DIB: "DIB bytes", C.T_PALETTE: "palette"}
+               C.T_BYTES: "bytes", C.T_DIB: "DIB bytes", C.T_PALETTE: "palette", C.T_IMAGES: "images"}
 # How each type is given from Python (the docstrings' closing lines).
 _TYPE_HELP = {
     C.T_CHOICE: "a choice is given by its name (a str) or its number",
@@ -24,6 +24,7 @@ _TYPE_HELP = {
     C.T_SYSCOLS: "rgb list: a sequence of (r, g, b) tuples",
     C.T_DIB: "DIB bytes: a packed DIB (header, colour table, rows bottom-up), as Image.to_dib gives",
     C.T_PALETTE: "palette: a sequence of (r, g, b) tuples",
+    C.T_IMAGES: "images: a sequence of Image",
 }
 _INT64 = (-(1 << 63), (1 << 63) - 1)
 _INT32 = (-(1 << 31), (1 << 31) - 1)
@@ -206,6 +207,15 @@ def to_value(op, a, x, keep):
         h = x._live()
         keep.append(h)
         v.p = h.ptr
+    elif t == C.T_IMAGES:
+        items = _items(op, a, x)
+        if not all(hasattr(e, "_live") for e in items):
+            raise _bad_type(op, a, x, "a sequence of Image")
+        handles = [e._live() for e in items]
+        keep.extend(handles)
+        arr = (ctypes.c_void_p * max(len(handles), 1))(*[h.ptr for h in handles])
+        keep.append(arr)
+        v.p, v.n = ctypes.addressof(arr), len(handles)
     elif t == C.T_STRING:
         if not isinstance(x, (str, bytes, os.PathLike)):
             raise _bad_type(op, a, x, "a path")
@@ -293,15 +303,26 @@ def error(reason):
     return MemoryError(reason) if reason.endswith("out of memory") else ValueError(reason)
 
 
+def _listed_images(op, values):
+    """The images of the list arguments, whose locks a static call holds like a method's."""
+    out = []
+    for a, x in zip(op.args, values):
+        if a.type == C.T_IMAGES and isinstance(x, (list, tuple)):
+            out += [e for e in x if hasattr(e, "_live") and hasattr(e, "_lock")]
+    return out
+
+
 def call_static(op, values):
+    from ._image import _Locks
     keep = []
-    try:
-        vals = (C.Value * max(len(values), 1))(*[to_value(op, a, x, keep) for a, x in zip(op.args, values)])
-        res = C.Value()
-        ok = C.lib.kiv_op_call(None, op.index, vals, len(values), ctypes.byref(res))
-        reason = C.last_error()
-    finally:
-        release(keep)
+    with _Locks(_listed_images(op, values)):
+        try:
+            vals = (C.Value * max(len(values), 1))(*[to_value(op, a, x, keep) for a, x in zip(op.args, values)])
+            res = C.Value()
+            ok = C.lib.kiv_op_call(None, op.index, vals, len(values), ctypes.byref(res))
+            reason = C.last_error()
+        finally:
+            release(keep)
     if not ok:
         raise error(reason)
     return result_of(op, res)

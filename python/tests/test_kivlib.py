@@ -63,6 +63,21 @@ def test_same_bytes_as_the_c_functions(py, c):
     assert np.array_equal(a.palette, b.palette)
 
 
+def test_quantize_shared_takes_a_list_of_images_as_the_c_function_does():
+    a, b, c, d = card(seed=1), card(9, 7, seed=2), card(seed=1), card(9, 7, seed=2)
+    kivlib.quantize_shared([a, b], 16, 100)
+    pair = (ctypes.c_void_p * 2)(c._live().ptr, d._live().ptr)
+    assert C.lib.kiv_quantize_shared(pair, 2, 16, 100, 0) == 1
+    for x, y in ((a, c), (b, d)):
+        assert (x.bits, x.colors) == (y.bits, y.colors) and np.array_equal(x.array, y.array)
+    assert np.array_equal(a.palette, b.palette)
+    e = card(seed=3)
+    bits, before = e.bits, e.array.copy()
+    with pytest.raises(ValueError, match="quantize_shared"):
+        kivlib.quantize_shared([e, e], 16)
+    assert e.bits == bits and np.array_equal(e.array, before)
+
+
 def test_views_write_through_follow_in_place_operations_and_never_dangle():
     img = card()
     ref, a = img.copy(), img.array
@@ -153,7 +168,8 @@ def test_any_argument_gives_an_exception_or_a_result(tmp_path, monkeypatch):
             continue
         good = [a.choices and next(iter(a.choices)) or GOOD.get(a.type) for a in op.args]
         for k, a in enumerate(op.args):
-            good[k] = card(4, 3) if a.type == C.T_IMAGE else dib if a.type == C.T_DIB else good[k]
+            good[k] = (card(4, 3) if a.type == C.T_IMAGE else [card(4, 3), card(3, 2)] if a.type == C.T_IMAGES
+                       else dib if a.type == C.T_DIB else good[k])
         for k in range(-1, len(op.args)):
             for bad in BAD if k >= 0 else [None]:
                 args = good[:k] + [bad] + good[k + 1:] if k >= 0 else good

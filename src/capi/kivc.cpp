@@ -214,6 +214,9 @@ OP(void, blt_dib, (kiv_image* img, int x, int y, int w, int h, void* dib, int sx
 OP(void, quantize, (kiv_image* img, int mode, int colors, tagLOGPALETTE* pal), V(mode), V(colors), V(pal))
 OP(void, quantize_wpal, (kiv_image* img, int mode, const tagSYSCOL* cols, int n), V(mode), Arr(cols, n))
 OP(int, quantize_wdp, (kiv_image* img, int mode, int which), V(mode), V(which))
+OP(int, quantize_hq, (kiv_image* img, int colors, int dither, int flags), V(colors), V(dither), V(flags))
+STATIC_OP(int, quantize_shared, (kiv_image** images, int n, int colors, int dither, int flags), Arr(images, n), V(colors),
+          V(dither), V(flags))
 
 // ---- Fills and gradients --------------------------------------------------------------------
 #define XYWH V(x), V(y), V(w), V(h)

@@ -18,7 +18,7 @@ thread_local char t_error[256];
 bool is_int_type(int t) {
     return t == KIV_T_INT || t == KIV_T_UINT || t == KIV_T_BOOL || t == KIV_T_CHOICE || t == KIV_T_COLOR;
 }
-bool is_array(int t) { return t >= KIV_T_COLORS && t <= KIV_T_BYTES; }
+bool is_array(int t) { return (t >= KIV_T_COLORS && t <= KIV_T_BYTES) || t == KIV_T_IMAGES; }
 bool is_pointer(int t) { return t == KIV_T_RECT || t == KIV_T_IMAGE || t == KIV_T_STRING || t == KIV_T_DIB || t == KIV_T_PALETTE; }
 
 std::string num(double v) {

@@ -98,6 +98,7 @@ constexpr kiv_choice kDirs[] = {{0, "top_left"}, {1, "top"},         {2, "top_ri
 constexpr kiv_choice kSpaces[] = {{0, "rgb"}, {1, "hsv"}, {2, "hls"}, {3, "ycbcr"}, {4, "yiq"}, {5, "cmy"}, {6, "lab"}};
 constexpr kiv_choice kQuantModes[] = {
     {0, "nearest"}, {1, "floyd_steinberg"}, {2, "exact"}, {3, "floyd_steinberg_limited"}, {4, "ordered"}};
+constexpr kiv_choice kQuantFlags[] = {{0, "opaque"}, {KIV_QUANT_ALPHA, "alpha"}};
 constexpr kiv_choice kFixed[] = {{0, "vga16"},     {1, "system256"},    {2, "web_ramps"}, {3, "web216"}, {4, "hue_wheel"},
                                  {5, "pastel_wheel"}, {6, "heat"},      {7, "cold"},      {8, "warm"}};
 constexpr kiv_choice k3x3[] = {{0, "mean"},          {1, "median"},         {3, "sharpen"},     {4, "soft_blur"},
@@ -273,6 +274,24 @@ void quantize(Rows& t) {
         .refuses("an empty image");
     t.op("quantize_wdp", I, "reduce to one of nine fixed palettes",
          {QuantMode(), Choice("which", kFixed, "the fixed palette")}, RUN(m->quantize_wdp(a.i(0), a.i(1))));
+    // The refined quantizer: the same three settings for one image and for several.
+    const std::vector<A> hq = {
+        Int("colors", "colours", "most palette entries (an image with no more colours keeps each exactly)").range(1, 256).def(256),
+        Int("dither", "percent", "strength of the edge-aware Floyd-Steinberg diffusion; 0 maps to the nearest entry")
+            .range(0, 100)
+            .def(100),
+        Choice("flags", kQuantFlags, "alpha: byte 3 of a 24/32-bit image is straight alpha, entries carry it").def(0)};
+    t.op("quantize_hq", I, "reduce to a palette refined by k-means in a perceptual space (beside the median cut)", hq,
+         RUN(m->quantize_hq(a.i(0), a.i(1), a.i(2))))
+        .refuses("an empty image");
+    std::vector<A> shared = {Array("images", KIV_T_IMAGES, "the images, each non-empty and listed once").min(1)};
+    shared.insert(shared.end(), hq.begin(), hq.end());
+    t.op("quantize_shared", I, "one refined palette for several images (animation frames, icon sets), each mapped to it",
+         shared,
+         RUN(kiv::quantize_shared(reinterpret_cast<kiv**>(a.ptr<kiv_image*>(0, KIV_T_IMAGES)), a.n(0), a.i(1), a.i(2),
+                                  a.i(3))))
+        .flags(KIV_OP_STATIC)
+        .refuses("a null or empty image in the list, an image listed twice");
     const char* dib_refuses = "a DIB that cannot be read, too little memory";
     t.op("kivQuantize", KIV_T_DIB, "a new packed DIB quantized to a palette chosen from the DIB",
          {Dib(), QuantMode(), Int("colors", "colours", "palette size").range(1, 256)},

@@ -42,6 +42,7 @@ struct State {
 };
 
 char kFresh;  // a pointer argument's marker: a fresh second image or DIB for every call
+bool is_array(int type) { return (type >= KIV_T_COLORS && type <= KIV_T_BYTES) || type == KIV_T_IMAGES; }
 std::vector<unsigned char> kZeros(4096);
 
 std::vector<unsigned char> result_bytes(int type, const kiv_value& r) {
@@ -67,8 +68,13 @@ struct Bench {
     State run(int op, std::vector<kiv_value> v) const {
         kiv img = kivtest::random_image(5, 4, bits, 7), second = kivtest::random_image(6, 3, bits, 8);
         std::vector<void*> dibs;
+        kiv* list[] = {&img};  // a list of images holds the image itself, so refusals show on it
         for (kiv_value& x : v) {
             if (x.p != &kFresh) continue;
+            if (x.type == KIV_T_IMAGES) {
+                x.p = list;
+                continue;
+            }
             if (x.type == KIV_T_DIB) dibs.push_back(img.createdib());
             x.p = x.type == KIV_T_IMAGE ? static_cast<void*>(&second) : dibs.back();
         }
@@ -92,8 +98,8 @@ kiv_value sample(const kiv_opdesc& d, const kiv_argdesc& a, const std::map<std::
     if (auto it = own.find(std::string(d.name) + "." + a.name); it != own.end()) x = it->second;
     v.i = static_cast<long long>(x);
     v.d = x;
-    if (a.type >= KIV_T_COLORS && a.type <= KIV_T_BYTES) {
-        v.p = kZeros.data();
+    if (is_array(a.type)) {
+        v.p = a.type == KIV_T_IMAGES ? static_cast<const void*>(&kFresh) : kZeros.data();
         v.n = a.type == KIV_T_BYTES ? 4 : static_cast<int>(x);
     }
     if (auto it = bytes.find(d.name); a.type == KIV_T_BYTES && it != bytes.end())
@@ -109,7 +115,7 @@ kiv_value sample(const kiv_opdesc& d, const kiv_argdesc& a, const std::map<std::
 std::vector<kiv_value> outside(const kiv_argdesc& a) {
     std::vector<kiv_value> v;
     const double inf = std::numeric_limits<double>::infinity();
-    const bool array = a.type >= KIV_T_COLORS && a.type <= KIV_T_BYTES;
+    const bool array = is_array(a.type);
     auto add = [&](double x) {
         v.push_back(kiv_value{a.type, 0, 0, x, nullptr});
         if (a.type != KIV_T_REAL) v.back().i = static_cast<long long>(x), v.back().n = array ? static_cast<int>(x) : 0;

@@ -24,6 +24,7 @@ static class BadInput
             case 13: return new int[9];
             case 14: return new byte[64];
             case 15: return dib;
+            case 19: return new[] { new KivImage(4, 3), new KivImage(3, 2) };
         }
         return null;
     }
@@ -33,7 +34,8 @@ static class BadInput
         var gone = new KivImage(2, 2);
         gone.Dispose();
         object[] bad = { null, "x", 1.5, double.NaN, new object(), long.MaxValue, -1, ulong.MaxValue, new int[0],
-                         new byte[0], new Rect(5, 5, -5, -5), new KivImage(0, 0, 0), gone };
+                         new byte[0], new Rect(5, 5, -5, -5), new KivImage(0, 0, 0), gone,
+                         new KivImage[] { null }, new KivImage[] { gone } };
         byte[] dib = new KivImage(4, 3).ToDib();
         int calls = 0;
         foreach (var op in KivImage.Operations.Values.Where(o => o.Name != "free_gradtable"))

@@ -11,6 +11,15 @@ void add_quantize_ops(OpTable& t) {
         return im.m_pixels && im.m_bits <= 8 ? 1 : 0;
     }, {{"pal", {}}});
     t.add("quantize_wdp", "4 0", [](kiv& im, const OpCall& c) { return im.quantize_wdp(c.i(0), c.i(1)); });
+    t.add("quantize_hq", "64 100 0", [](kiv& im, const OpCall& c) { return im.quantize_hq(c.i(0), c.i(1), c.i(2)); });
+    // The program holds one image: its mirror stands in for a second frame, so the palette
+    // serves both and the image keeps the one it shares.
+    t.add("quantize_shared", "64 100 0", [](kiv& im, const OpCall& c) {
+        kiv other(im);
+        other.mirror(0, 0, 0, 0);
+        kiv* images[] = {&im, &other};
+        return kiv::quantize_shared(images, 2, c.i(0), c.i(1), c.i(2));
+    });
 }
 
 }  // namespace kivcli

@@ -33,7 +33,7 @@ static void put(Buf* b, const char* fmt, ...) {
 static const char* type_name(int t) {
     static const char* names[] = {"void", "int", "unsigned", "real", "bool", "choice", "COLORREF", "tagRECT*",
                                   "image", "path", "COLORREF[]", "tagGRADCOLORS[]", "tagSYSCOL[]", "int[]",
-                                  "bytes", "DIB", "tagLOGPALETTE*", "unsigned long"};
+                                  "bytes", "DIB", "tagLOGPALETTE*", "unsigned long", "default", "image[]"};
     return t >= 0 && t < (int)(sizeof names / sizeof names[0]) ? names[t] : "?";
 }
 
