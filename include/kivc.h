@@ -42,6 +42,9 @@ KIV_API void kiv_image_free(kiv_image* img); /* null is ignored */
 /* The progress callback (kiv::m_progressproc; null: none) and whether the pixels live in a
  * mapped temporary file. */
 KIV_API void kiv_image_set_progress(kiv_image* img, kivProgressProc proc);
+/* Progress with cancellation (kiv::set_progress): fn(user, done, total) on the calling
+ * thread; a nonzero result stops the call, which fails and leaves the image as it was. */
+KIV_API void kiv_set_progress(kiv_image* img, kivProgressFn fn, void* user);
 KIV_API int kiv_image_mapped(kiv_image* img);
 
 /* The reason for the calling thread's last failed call.  Each operation (a function of the

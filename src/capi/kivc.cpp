@@ -147,6 +147,7 @@ MEMBER(void, progress_init, (kiv_image* img, int steps), NOTHING, m->progress_in
 MEMBER(void, progress_continue, (kiv_image* img), NOTHING, m->progress_continue())
 MEMBER(void, progress_term, (kiv_image* img), NOTHING, m->progress_term())
 MEMBER(void, progress_reset, (kiv_image* img), NOTHING, m->progress_reset())
+MEMBER(void, set_progress, (kiv_image* img, kivProgressFn fn, void* user), NOTHING, m->set_progress(fn, user))
 #ifdef _WIN32
 MEMBER(HPALETTE, createpalette, (kiv_image* img), nullptr, m->createpalette())
 MEMBER(int, replace_palette, (kiv_image* img, HPALETTE palette), 0, m->replace_palette(palette))

@@ -8,6 +8,7 @@
 #include "core/mapstore.h"
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "kiv.h"
 
 kiv::kiv() { clearparam(); }
@@ -22,7 +23,10 @@ kiv::kiv(const kiv& src) {
     copyfrom(const_cast<kiv*>(&src));
 }
 
-kiv::~kiv() { destroy(); }
+kiv::~kiv() {
+    destroy();
+    kivcore::drop_hook(this);
+}
 
 kiv& kiv::operator=(const kiv& other) {
     // Shallow on purpose: hosts rely on sharing the buffers (and on nothing being freed).

@@ -27,6 +27,7 @@ using kivcore::clamp_trunc_byte;
 using kivcore::clip_rect;
 using kivcore::raise_depth_24;
 using kivcore::row_ptr;
+using kivcore::UnzeroedBlock;
 
 // Filters work on full colour: the image is declared 24-bit whatever it was (a palettized
 // image's pixels already hold the colours; the map is kept for whoever reads it).
@@ -120,25 +121,6 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     });
 }
 
-// A block of n bytes that its user writes whole before reading: a large one may be a block
-// freed shortly before, which spares the page faults of fresh memory. Throws std::bad_alloc.
-class UnzeroedBlock {
-public:
-    explicit UnzeroedBlock(std::size_t n) : p_(kivcore::alloc_pixels_unzeroed(n == 0 ? 1 : n)) {
-        if (!p_) throw std::bad_alloc();
-    }
-    ~UnzeroedBlock() { kivcore::free_pixels(p_); }
-    UnzeroedBlock(const UnzeroedBlock&) = delete;
-    UnzeroedBlock& operator=(const UnzeroedBlock&) = delete;
-    template <class T>
-    T* as() const {
-        return static_cast<T*>(p_);
-    }
-
-private:
-    void* p_;
-};
-
 // Copy of a rectangle's pixels, row-major at width w.
 inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {
     std::vector<tagRGBA> buf(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
@@ -160,6 +142,9 @@ bool iir_sigma_ok(double s);
 // kernel run instead of four lines of three channels.
 bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigned char* dst, std::ptrdiff_t dst_stride,
                     int w, int h, double sx, double sy, LineProgress* progress);
+// The same in place on a plane of 16-bit values (stride in elements), each result rounded:
+// the weighted blurs' intermediates.
+bool iir_blur_plane16(std::uint16_t* p, std::ptrdiff_t stride, int w, int h, double sx, double sy);
 
 }  // namespace kivfilter
 
