@@ -382,7 +382,8 @@ struct WideKernels {
     decltype(&wide_hsum_scalar) hsum =
         or_scalar(kivcore::pick(KIV_AVX2_KERNEL(wide_hsum_avx2), KIV_SSE2_KERNEL(wide_hsum_sse2)), &wide_hsum_scalar);
     decltype(&wide_load_bytes_scalar) load_bytes =
-        or_scalar(kivcore::pick_sse2(KIV_SSE2_KERNEL(wide_load_bytes_sse2)), &wide_load_bytes_scalar);
+        or_scalar(kivcore::pick(KIV_AVX2_KERNEL(wide_load_bytes_avx2), KIV_SSE2_KERNEL(wide_load_bytes_sse2)),
+                  &wide_load_bytes_scalar);
     decltype(&wide_load_words_scalar) load_words =
         or_scalar(kivcore::pick_sse2(KIV_SSE2_KERNEL(wide_load_words_sse2)), &wide_load_words_scalar);
     decltype(&wide_store_words_scalar) store_words =

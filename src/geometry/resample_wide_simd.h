@@ -1,7 +1,7 @@
 // The weighted resampler's kernels (zoom_rgba, resample_passes.cpp): the passes of zoom on
 // four channels of floats (core/wide_pixels.h), 16-bit intermediates between them. The sums
 // are written once over an operations set (resample_wide_sse2.cpp, resample_wide_avx2.cpp);
-// the conversions in and out are SSE2 alone. Every lane does the scalar twin's sequence of
+// the conversions in and out are SSE2 (and AVX2 for the bytes in). Every lane does the scalar twin's sequence of
 // float operations (resample_passes.cpp), so each path gives the same bytes.
 #ifndef KIV_GEOMETRY_RESAMPLE_WIDE_SIMD_H
 #define KIV_GEOMETRY_RESAMPLE_WIDE_SIMD_H
@@ -39,6 +39,7 @@ void wide_hsum_avx2(const WideHsumArgs& a);
 // np pixels in, four floats each at out + stride * p: RGBA bytes through WideFormat::load,
 // or 16-bit intermediates as they are.
 void wide_load_bytes_sse2(const unsigned char* s, int np, const WideFormat& f, float* out, int stride);
+void wide_load_bytes_avx2(const unsigned char* s, int np, const WideFormat& f, float* out, int stride);
 void wide_load_words_sse2(const std::uint16_t* s, int np, float* out, int stride);
 // np pixels of four floats at v + stride * p out: to 16-bit intermediates (to_word), or to
 // bytes through WideFormat::store.

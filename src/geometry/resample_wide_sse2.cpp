@@ -10,42 +10,49 @@ namespace kivgeom {
 
 namespace {
 
-// Lanes 0..2 of a, lane 3 of b.
-inline __m128 colour_then(__m128 a, __m128 b) {
-    const __m128 m = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
-    return _mm_or_ps(_mm_and_ps(m, a), _mm_andnot_ps(m, b));
-}
-
 inline __m128 lane3(__m128 v) { return _mm_shuffle_ps(v, v, 0xFF); }
 
-// One pixel's dwords (r g b a) to its four values, as WideFormat::load.
-inline __m128 load_pixel(__m128i px, const WideFormat& f, const unsigned char* bytes) {
-    const __m128 v = _mm_cvtepi32_ps(px);
-    const __m128 a257 = _mm_mul_ps(v, _mm_set1_ps(257.0f));  // exact: c * 257 < 2^24
-    __m128 c = f.to_srgb ? _mm_setr_ps(f.to_wide[bytes[0]], f.to_wide[bytes[1]], f.to_wide[bytes[2]], 0.0f) : a257;
+// Four pixels' dwords (r g b a each in q[t]) to their four values, as WideFormat::load:
+// colour to_wide[c] (c * 257, exact, or the table's) times a / 255 under alpha, and a * 257.
+inline void load_four(const __m128i* q, __m128i alphas, const WideFormat& f, const unsigned char* bytes, float* out,
+                      long long stride) {
     const __m128 one = _mm_set1_ps(1.0f);
-    const __m128 scale = f.alpha ? colour_then(_mm_div_ps(lane3(v), _mm_set1_ps(255.0f)), one) : one;
-    return _mm_mul_ps(colour_then(c, a257), scale);
+    __m128 scale[4] = {one, one, one, one};
+    if (f.alpha) {  // (f f f 1) for each pixel
+        const __m128 fa = _mm_div_ps(_mm_cvtepi32_ps(alphas), _mm_set1_ps(255.0f));
+        const __m128 x01 = _mm_unpacklo_ps(fa, one), x23 = _mm_unpackhi_ps(fa, one);
+        scale[0] = _mm_shuffle_ps(x01, x01, _MM_SHUFFLE(1, 0, 0, 0));
+        scale[1] = _mm_shuffle_ps(x01, x01, _MM_SHUFFLE(3, 2, 2, 2));
+        scale[2] = _mm_shuffle_ps(x23, x23, _MM_SHUFFLE(1, 0, 0, 0));
+        scale[3] = _mm_shuffle_ps(x23, x23, _MM_SHUFFLE(3, 2, 2, 2));
+    }
+    for (int t = 0; t < 4; ++t) {
+        const unsigned char* b = bytes + 4 * t;
+        const __m128 c = f.to_srgb ? _mm_setr_ps(f.to_wide[b[0]], f.to_wide[b[1]], f.to_wide[b[2]], static_cast<float>(b[3]) * 257.0f)
+                                   : _mm_mul_ps(_mm_cvtepi32_ps(q[t]), _mm_set1_ps(257.0f));  // exact: < 2^24
+        _mm_storeu_ps(out + stride * t, _mm_mul_ps(c, scale[t]));
+    }
 }
 
 }  // namespace
 
 void wide_load_bytes_sse2(const unsigned char* s, int np, const WideFormat& f, float* out, int stride) {
     const __m128i z = _mm_setzero_si128();
-    int p = 0;
-    for (; p + 4 <= np; p += 4) {
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * p));
+    auto four = [&](const unsigned char* px, float* o, long long st) {
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(px));
         const __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
         const __m128i q[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z), _mm_unpacklo_epi16(hi, z),
                               _mm_unpackhi_epi16(hi, z)};
-        for (int t = 0; t < 4; ++t)
-            _mm_storeu_ps(out + static_cast<long long>(stride) * (p + t), load_pixel(q[t], f, s + 4 * (p + t)));
-    }
-    for (; p < np; ++p) {
-        int u;
-        std::memcpy(&u, s + 4 * p, 4);
-        const __m128i px = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u), z), z);
-        _mm_storeu_ps(out + static_cast<long long>(stride) * p, load_pixel(px, f, s + 4 * p));
+        load_four(q, _mm_srli_epi32(b, 24), f, px, o, st);
+    };
+    int p = 0;
+    for (; p + 4 <= np; p += 4) four(s + 4 * p, out + static_cast<long long>(stride) * p, stride);
+    if (p < np) {  // the last one to three pixels through a copy
+        unsigned char tail[16] = {};
+        float o[16];
+        std::memcpy(tail, s + 4 * p, 4 * static_cast<std::size_t>(np - p));
+        four(tail, o, 4);
+        for (int t = 0; t < np - p; ++t) std::memcpy(out + static_cast<long long>(stride) * (p + t), o + 4 * t, 4 * sizeof(float));
     }
 }
 
