@@ -358,14 +358,16 @@ bool iir_blur_plane16(std::uint16_t* p, std::ptrdiff_t stride, int w, int h, dou
 }  // namespace kivfilter
 
 int kiv::blur_gauss_iir(tagRECT* rect, double sx, double sy) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a)) return 0;
-    if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
-    raise_depth_24(*this);
-    LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
-    tagRGBA* base = row_ptr(*this, a.top) + a.left;
-    iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
-    progress.term();
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a)) return 0;
+        if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
+        raise_depth_24(*this);
+        LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
+        tagRGBA* base = row_ptr(*this, a.top) + a.left;
+        iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
+        progress.term();
+        return 1;
+    });
 }
