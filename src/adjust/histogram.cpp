@@ -174,7 +174,10 @@ int kiv::autocontrast(tagRECT* rect) {
         if (!clip_rect(*this, rect, &rc)) return 0;
         Tables t;
         if (m_bits > 8) {
-            stretch_tables(rect_range(*this, rc), t);
+            kivcore::Stages stages({1, 1});
+            const Range r = rect_range(*this, rc);
+            stages.next();
+            stretch_tables(r, t);
             tables_rect(*this, rc, t);
         } else {
             Range r;
@@ -191,7 +194,9 @@ int kiv::equalize(tagRECT* rect) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
         Area rc;
         if (!clip_rect(*this, rect, &rc)) return 0;
+        kivcore::Stages stages({1, 1});
         const Histogram hist = luminance_histogram(*this);  // of the whole image
+        stages.next();
         u32 cum[256];
         u32 run = 0;
         for (int i = 0; i < 256; ++i) cum[i] = run += hist[i];
@@ -215,7 +220,9 @@ int kiv::normalize(tagRECT* rect) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
         Area rc;
         if (!clip_rect(*this, rect, &rc)) return 0;
+        kivcore::Stages stages({1, 1});
         const Histogram hist = luminance_histogram(*this);  // of the whole image
+        stages.next();
         int lo = 255, hi = 0;
         // The first level from below and from above at which the running count exceeds
         // `limit`; lo stays 255 and hi 0 when none does.
@@ -261,6 +268,7 @@ int kiv::autocolorenhance(tagRECT* rect) {
             // Extremes are exact whatever the order, so rows are scanned in parallel.
             ValueRange total;
             std::mutex mu;
+            kivcore::Stages stages({1, 3});
             kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
                 ValueRange part;
                 for (int y = y0; y < y1; ++y) {
@@ -271,6 +279,7 @@ int kiv::autocolorenhance(tagRECT* rect) {
                 total.add(part.vmax);
                 total.add(part.vmin);
             });
+            stages.next();
             map_rect_cached(*this, rc, [&](u32 w) { return enhance_word(w, total); });
         } else {
             ValueRange vr;

@@ -176,6 +176,7 @@ static int create_for_copy(kiv* d, kiv* s) {
 // where operations that raised a palettized image keep it), D gets a map of S's entries.
 static int deep_copy(kiv* d, kiv* s) {
     if (!d || !s) return 0;
+    const kivcore::Quiet quiet;  // a copy is no progress of the operation that makes it
     if (d == s) return 1;
     if (!s->m_pixels) {
         d->destroy();

@@ -87,6 +87,9 @@ void restore(kiv& img, kiv& before) {
 
 Watch* current_watch() { return t_watch; }
 
+Quiet::Quiet() : w_(t_watch) { t_watch = nullptr; }
+Quiet::~Quiet() { t_watch = w_; }
+
 bool Watch::call(int done) {
     // The host's callback may use the library on other images: those calls are not part of
     // this one.
@@ -168,22 +171,30 @@ Part::~Part() {
     w_->hi = hi_;
 }
 
+int watched_pieces(int usual, int most) {
+    if (!active_watch()) return usual;
+    constexpr int kPerThread = 32;
+    return std::max(usual, std::min(most, parallel_threads() * kPerThread));
+}
+
 int watched_call(kiv& img, Keep keep, int (*body)(void*), void* ctx) {
     Hook hook{};
     if (t_watch || !find_hook(&img, &hook)) return body(ctx);
+    Watch w(hook.fn, hook.user);
+    if (!w.start()) {
+        t_cancelled = true;
+        return 0;
+    }
     kiv before;
     // Without memory for the copy the call could not be undone: refuse it.
     if (keep == Keep::kCopy && img.m_pixels && !img.copyto(&before)) return 0;
-    Watch w(hook.fn, hook.user);
     int result = 0;
     {
         const Installed on(w);
-        if (w.start()) {
-            try {
-                result = body(ctx);
-            } catch (const Cancelled&) {
-                // the loops stopped; w knows it was cancelled
-            }
+        try {
+            result = body(ctx);
+        } catch (const Cancelled&) {
+            // the loops stopped; w knows it was cancelled
         }
     }
     if (w.cancelled()) {

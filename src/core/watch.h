@@ -40,8 +40,22 @@ private:
 
 // Watched calls running on any thread: when 0, poll() and the loops skip all of this.
 extern std::atomic<int> g_watching;
-// The calling thread's watched call, or null (also inside the host's callback).
+// The calling thread's watched call, or null (also inside the host's callback and in
+// quiet loops).
 Watch* current_watch();
+
+// Loops that run while one lives report nothing: copies of whole images and the like, which
+// would otherwise fill the share of the work the stage around them owns.
+class Quiet {
+public:
+    Quiet();
+    ~Quiet();
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+private:
+    Watch* w_;
+};
 inline Watch* active_watch() { return g_watching.load(std::memory_order_relaxed) ? current_watch() : nullptr; }
 
 // A serial loop's progress: `done` of `n` steps of the current stage. Throws Cancelled when
@@ -81,6 +95,11 @@ private:
     Watch* w_;
     double lo_ = 0.0, hi_ = 1.0;
 };
+
+// The pieces a loop that cuts its work itself (bands, segments, strips) should use: usual,
+// or while a call is watched more of them (up to most), so the calling thread reports often
+// and a cancel waits for little.
+int watched_pieces(int usual, int most);
 
 // How a member keeps the image restorable under cancellation: kCopy keeps a copy of the
 // image made before the call (members that change pixels in place); kAside relies on the

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "core/parallel.h"
-#include "effect/effect.h"
 #include "core/watch.h"
+#include "effect/effect.h"
 
 int kiv::pixelize(tagRECT* rect, int size) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {

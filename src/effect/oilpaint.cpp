@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "core/parallel.h"
-#include "effect/effect.h"
 #include "core/watch.h"
+#include "effect/effect.h"
 
 namespace kiveffect {
 namespace {

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "core/parallel.h"
-#include "effect/effect.h"
 #include "core/watch.h"
+#include "effect/effect.h"
 
 namespace kiveffect {
 namespace {

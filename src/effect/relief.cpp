@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "effect/effect.h"
 #include "fill/blend.h"
-#include "core/watch.h"
 
 namespace kiveffect {
 
@@ -49,12 +49,15 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
     const int w = a->w(), h = a->h(), mw = map->m_width, mh = map->m_height;
     const int left = a->left, top = a->top;
     // Heights are read before anything is written, so map may be the image itself.
+    kivcore::Stages stages({1, 2, 1});
     const std::vector<int> heights = height_plane(
         map, w, h, p.invert != 0, [&](int i) { return kivcore::clamp_index(left + i, mw); },
         [&](int j) { return kivcore::clamp_index(top + j, mh); });
+    stages.next();
     std::vector<BYTE> shade;
     shade_block(light, heights, w, h, &shade);
     out->resize(shade.size());
+    stages.next();
     kivcore::parallel_for(0, h, [&](int j) {
         const tagRGBA* s = row_ptr(*img, top + j) + left;
         const BYTE* sh = shade.data() + static_cast<std::size_t>(j) * w;
@@ -130,7 +133,9 @@ int kiv::bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode,
         if (opacity == 0) return 0;
         kiveffect::Area a;
         std::vector<tagRGBA> out;
+        kivcore::Stages stages({4, 1});
         if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
+        stages.next();
         kiveffect::raise_depth_24(*this);
         const int w = a.w();
         kivcore::parallel_for(a.top, a.bottom, [&](int y) {

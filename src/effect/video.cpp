@@ -1,7 +1,7 @@
 // Video display look: darkened scan lines and an RGB aperture-grille mask.
 #include "core/parallel.h"
-#include "effect/effect.h"
 #include "core/watch.h"
+#include "effect/effect.h"
 
 int kiv::video(tagRECT* rect, int darken, int stripes) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {

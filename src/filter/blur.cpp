@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/int_conv.h"
-#include "core/watch.h"
 
 int kiv::blur(tagRECT* rect, int dx, int dy) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {

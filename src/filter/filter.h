@@ -16,6 +16,7 @@
 #include "core/pixel_memory.h"
 #include "core/simd.h"
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "kiv.h"
 
 namespace kivfilter {
@@ -96,7 +97,8 @@ template <class Band, class ImageRow>
 void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     const int threads = kivcore::parallel_threads();
     const long long seg_min = std::max<long long>(64, 4LL * z);
-    const int nseg = threads > 1 ? static_cast<int>(std::max<long long>(1, std::min<long long>(2LL * threads, h / seg_min))) : 1;
+    const int most = static_cast<int>(std::max<long long>(1, h / seg_min));
+    const int nseg = kivcore::watched_pieces(threads > 1 ? std::min(2 * threads, most) : 1, most);
     if (nseg == 1) {
         band(0, h, static_cast<tagRGBA*>(nullptr));
         return;
@@ -107,7 +109,9 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     std::vector<tagRGBA> zones(static_cast<std::size_t>(nseg - 1) * zone_px);
     auto zone = [&](int s) { return zones.data() + static_cast<std::size_t>(s - 1) * zone_px; };
     auto at = [&](int s) { return cut[static_cast<std::size_t>(s)]; };
+    kivcore::Stages stages({2.0 * z * (nseg - 1), static_cast<double>(h)});  // rows made in each loop
     kivcore::parallel_for(1, nseg, [&](int s) { band(at(s) - z, at(s) + z, zone(s)); });
+    stages.next();
     kivcore::parallel_for(0, nseg, [&](int s) {
         band(at(s) + (s > 0 ? z : 0), at(s + 1) - (s + 1 < nseg ? z : 0), static_cast<tagRGBA*>(nullptr));
         auto copy_in = [&](int c, int j0, int j1) {

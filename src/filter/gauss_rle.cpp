@@ -15,11 +15,11 @@
 #include <utility>
 #include <vector>
 
+#include "core/kmath.h"
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/int_conv.h"
-#include "core/kmath.h"
-#include "core/watch.h"
 
 namespace kivfilter {
 

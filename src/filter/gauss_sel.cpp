@@ -13,9 +13,9 @@
 #include "core/kmath.h"
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/gauss_sel_simd.h"
-#include "core/watch.h"
 
 namespace {
 
@@ -62,6 +62,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             const double thr = threshold;
             for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
                 const int y1 = std::min(a.bottom, y0 + kProgressBatch);
+                const kivcore::Part part(static_cast<double>(y0 - a.top) / a.h(), static_cast<double>(y1 - a.top) / a.h());
                 kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
                     std::vector<double> tile(3 * static_cast<std::size_t>(2 * n - 1) * static_cast<std::size_t>(tw));
                     std::vector<double> sum(3 * kSelBlock), wsum(sum.size());
@@ -109,6 +110,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         }
         for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
             const int y1 = std::min(a.bottom, y0 + kProgressBatch);
+            const kivcore::Part part(static_cast<double>(y0 - a.top) / a.h(), static_cast<double>(y1 - a.top) / a.h());
             kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
                 std::vector<double> sum(3 * static_cast<std::size_t>(w)), wsum(sum.size());
                 std::vector<int> centre(sum.size());

@@ -8,9 +8,9 @@
 #include <cstdint>
 
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/kernel3x3_simd.h"
-#include "core/watch.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include "core/kmath.h"
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/motion_blur.h"
 #include "filter/motion_blur_simd.h"
-#include "core/watch.h"
 
 using namespace kivfilter;
 

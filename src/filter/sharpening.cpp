@@ -7,10 +7,10 @@
 #include "core/color_models.h"
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/kernel3x3_simd.h"
 #include "filter/sharpening_simd.h"
-#include "core/watch.h"
 
 namespace {
 
@@ -108,10 +108,12 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
         const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * sizeof(tagRGBA));
         tagRGBA* const blurred = block.as<tagRGBA>();
         const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
+        kivcore::Stages stages({4, 1});
         LineProgress progress(this, static_cast<long long>(w) + h);
         iir_blur_block(row_ptr(*this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
                        &progress);
         progress.term();
+        stages.next();
         kivcore::parallel_for(0, h, [&](int j) {
             tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
             const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
@@ -136,10 +138,13 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
         // planes are written whole before they are read.
         const UnzeroedBlock block(2 * n);
         unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
+        kivcore::Stages stages({1, 4, 1});
         kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
+        stages.next();
         LineProgress progress(this, static_cast<long long>(w) + h);
         iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
         progress.term();
+        stages.next();
         const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
         kivcore::parallel_for(0, h, [&](int j) {
             tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
@@ -160,8 +165,10 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
         // Lightness of every pixel first: the pass below changes the pixels it reads it from.
         const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
         const unsigned char* const L = block.as<unsigned char>();
+        kivcore::Stages stages({1, 8});
         kivcore::parallel_for(
             0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+        stages.next();
         const double gain_scale = amount / 100.0;
         // The widest kernel first, then the SSE2 one for a last pair it leaves.
         const auto span = kivcore::pick(KIV_AVX2_KERNEL(enhance_span_avx2), KIV_SSE2_KERNEL(enhance_span_sse2));
@@ -170,7 +177,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
         // column sums over the box's rows slide down one row at a time (a column of 2001
         // squares stays below 2^31), and prefix sums along the row give each box.
         const int threads = kivcore::parallel_threads();
-        const int nb = std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads));
+        const int nb = kivcore::watched_pieces(std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads)), h);
         kivcore::parallel_for(0, nb, [&](int k) {
             const int jb = static_cast<int>(static_cast<long long>(h) * k / nb),
                       je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);

@@ -6,9 +6,9 @@
 
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/streak_simd.h"
-#include "core/watch.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ void per_wind_line(kiv* img, const Area& a, int direction, LineFn line_fn) {
 template <class Body>
 void for_strips(int w, int group, Body body) {
     const int groups = (w + group - 1) / group;
-    const int strips = std::max(1, std::min(groups, kivcore::parallel_threads()));
+    const int strips = kivcore::watched_pieces(std::max(1, std::min(groups, kivcore::parallel_threads())), groups);
     kivcore::parallel_for(0, strips, [&](int k) {
         body(static_cast<int>(static_cast<long long>(groups) * k / strips),
              static_cast<int>(static_cast<long long>(groups) * (k + 1) / strips));

@@ -3,8 +3,8 @@
 #include <new>
 
 #include "core/parallel.h"
-#include "geometry/geometry.h"
 #include "core/watch.h"
+#include "geometry/geometry.h"
 
 namespace {
 
@@ -103,8 +103,10 @@ int kiv::tile_divide(tagRECT* rect, int n) {
             kiv part, tiled;
             if (!crop_copy(*this, rect, part)) return 0;
             part.m_bits = 24;
+            kivcore::Stages stages({4, 1});
             // Mitchell filter, heap result; a side shorter than n leaves nothing to repeat.
             if (!part.zoom(part.m_width / n, part.m_height / n, 10, 0)) return 0;
+            stages.next();
             if (!repeat_into(part, n, n, tiled)) return 0;
             movefrom(&tiled);
             return 1;

@@ -18,9 +18,9 @@
 
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
-#include "core/watch.h"
 
 namespace kivgeom {
 namespace {

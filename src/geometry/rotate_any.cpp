@@ -2,8 +2,8 @@
 #include <cmath>
 #include <new>
 
-#include "core/parallel.h"
 #include "core/kmath.h"
+#include "core/parallel.h"
 #include "core/watch.h"
 #include "geometry/geometry.h"
 

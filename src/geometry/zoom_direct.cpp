@@ -6,9 +6,9 @@
 
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "geometry/geometry.h"
 #include "geometry/zoom_direct_simd.h"
-#include "core/watch.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include "core/color_models.h"
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "kiv.h"
 #include "palette/colorspace.h"
 
@@ -317,5 +318,9 @@ int convert_rect(kiv* img, tagRECT* rect, int colorspace, bool forward) {
 
 }  // namespace
 
-int kiv::convert_colorspace(tagRECT* rect, int colorspace) { return convert_rect(this, rect, colorspace, true); }
-int kiv::convert_rgb(tagRECT* rect, int colorspace) { return convert_rect(this, rect, colorspace, false); }
+int kiv::convert_colorspace(tagRECT* rect, int colorspace) {
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int { return convert_rect(this, rect, colorspace, true); });
+}
+int kiv::convert_rgb(tagRECT* rect, int colorspace) {
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int { return convert_rect(this, rect, colorspace, false); });
+}

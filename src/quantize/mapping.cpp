@@ -6,6 +6,7 @@
 
 #include "core/parallel.h"
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "quantize/quantize.h"
 
 namespace kivquant {
@@ -183,7 +184,7 @@ struct Mapper {
     void exact(bool parallel) {
         ExactTable table(pal);
         const long long n = static_cast<long long>(width) * height;
-        const int segs = parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1;
+        const int segs = kivcore::watched_pieces(parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1, height);
         std::vector<long long> first_hit(static_cast<std::size_t>(segs));
         std::vector<int> last_index(static_cast<std::size_t>(segs));
         auto seg_begin = [&](int s) { return static_cast<long long>(height) * s / segs * width; };
@@ -237,6 +238,7 @@ struct Mapper {
         int* cur = store.data();
         int* nxt = cur + span;
         for (int y = 0; y < height; ++y) {
+            kivcore::poll(y, height);  // serial: the watched call's only chance to report
             std::fill(nxt, nxt + span, 0);
             const int dir = (y & 1) ? -1 : 1, step = 3 * dir;
             tagRGBA* p = row(y);

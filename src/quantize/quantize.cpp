@@ -5,8 +5,8 @@
 #include <new>
 
 #include "core/checked.h"
-#include "quantize/quantize.h"
 #include "core/watch.h"
+#include "quantize/quantize.h"
 
 // Callers pass colour lists as packed three-byte records.
 static_assert(sizeof(tagSYSCOL) == 3, "tagSYSCOL records follow one another every three bytes");
