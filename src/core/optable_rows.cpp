@@ -114,7 +114,8 @@ constexpr kiv_choice kNoise[] = {{0, "uniform"}, {1, "gaussian"}};
 
 // The flags of the weighted members (KIV_FILTER_ALPHA, KIV_FILTER_LINEAR).
 A Flags() {
-    return Int("flags", "bits", "1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light")
+    return Int("flags", "bits",
+               "1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light")
         .range(0, 3)
         .def(0);
 }
@@ -387,8 +388,10 @@ void geometry(Rows& t) {
           Choice("method", kSampling, "sampling")},
          RUN(m->rotate_any(a.d(0), a.c(1), a.i(2))))
         .refuses("a result too large");
-    t.op("rotate_any_rgba", I, "turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light",
-         {Real("degrees", "degrees", "angle, counter-clockwise").finite(), Choice("method", kSampling, "sampling"), Flags()},
+    t.op("rotate_any_rgba", I,
+         "turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light",
+         {Real("degrees", "degrees", "angle, counter-clockwise").finite(), Choice("method", kSampling, "sampling"),
+          Flags()},
          RUN(m->rotate_any_rgba(a.d(0), a.i(1), a.i(2))))
         .refuses("a result too large, " KIV_PALETTIZED_ALPHA);
 
@@ -558,7 +561,8 @@ void filter(Rows& t) {
              light ? Invoke(RUN(m->unsharp_mask2(a.rect(0), a.d(1), a.i(2), a.i(3))))
                    : Invoke(RUN(m->unsharp_mask(a.rect(0), a.d(1), a.i(2), a.i(3)))));
     t.op("unsharp_mask_rgba", I, "unsharp mask, colour weighted by alpha and/or in linear light",
-         {Rect(), Real("radius", "pixels", "blur sigma").gt(0).max(1000), Int("amount", "percent", "strength").range(0, 1000),
+         {Rect(), Real("radius", "pixels", "blur sigma").gt(0).max(1000),
+          Int("amount", "percent", "strength").range(0, 1000),
           Int("threshold", "levels", "smallest difference sharpened").range(0, 255), Flags()},
          RUN(m->unsharp_mask_rgba(a.rect(0), a.d(1), a.i(2), a.i(3), a.i(4))))
         .refuses(KIV_PALETTIZED_ALPHA);

@@ -25,7 +25,8 @@ int kiv::pixelize(tagRECT* rect, int size) {
             for (int y = y0; y < y1; ++y) {
                 const tagRGBA* p = row_ptr(*this, y) + a.left;
                 for (int c = 0; c < cells; ++c) {
-                    const int x0 = c * size, x1 = static_cast<int>(std::min<long long>(w, static_cast<long long>(x0) + size));
+                    const int x0 = c * size,
+                              x1 = static_cast<int>(std::min<long long>(w, static_cast<long long>(x0) + size));
                     std::uint64_t r = 0, g = 0, b = 0;
                     for (int x = x0; x < x1; ++x) r += p[x].r, g += p[x].g, b += p[x].b;
                     std::uint64_t* s = sum.data() + static_cast<std::size_t>(c) * 3;
@@ -36,7 +37,8 @@ int kiv::pixelize(tagRECT* rect, int size) {
                 const int x0 = c * size, x1 = static_cast<int>(std::min<long long>(w, static_cast<long long>(x0) + size));
                 const std::uint64_t n = static_cast<std::uint64_t>(x1 - x0) * static_cast<std::uint64_t>(y1 - y0);
                 const std::uint64_t* s = sum.data() + static_cast<std::size_t>(c) * 3;
-                const BYTE r = static_cast<BYTE>(s[0] / n), g = static_cast<BYTE>(s[1] / n), b = static_cast<BYTE>(s[2] / n);
+                const BYTE r = static_cast<BYTE>(s[0] / n), g = static_cast<BYTE>(s[1] / n),
+                           b = static_cast<BYTE>(s[2] / n);
                 for (int y = y0; y < y1; ++y) {
                     tagRGBA* p = row_ptr(*this, y) + a.left;
                     for (int x = x0; x < x1; ++x) p[x].r = r, p[x].g = g, p[x].b = b;

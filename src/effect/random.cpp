@@ -64,8 +64,10 @@ int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
                     for (int x = a.left; x < a.right; ++x) {
                         const int px0 = std::max(a.left, x - d), px1 = a.right - 1 - x > d ? x + d : a.right - 1;
                         const std::uint64_t r = pixel_random(seed, x, y, 0);
-                        const int px = px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
-                        const int py = py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
+                        const int px =
+                            px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
+                        const int py =
+                            py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
                         std::swap(row_ptr(*this, y)[x], row_ptr(*this, py)[px]);
                     }
                 }

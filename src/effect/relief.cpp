@@ -91,9 +91,9 @@ int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
         // One period of the tiling at most: shade column i stands for texture column u0 + i.
         const int sw = std::min(a.w(), tw), sh = std::min(a.h(), th);
         const int u0 = wrap(a.left - ox, tw), v0 = wrap(a.top - oy, th);
-        const std::vector<int> heights =
-            height_plane(texture, sw, sh, false, [&](int i) { return wrap(static_cast<long long>(u0) + i, tw); },
-                         [&](int j) { return wrap(static_cast<long long>(v0) + j, th); });
+        const std::vector<int> heights = height_plane(
+            texture, sw, sh, false, [&](int i) { return wrap(static_cast<long long>(u0) + i, tw); },
+            [&](int j) { return wrap(static_cast<long long>(v0) + j, th); });
         std::vector<BYTE> shade;
         shade_block(light, heights, sw, sh, &shade);
         // Gain in 1/256 steps: a flat texture gives exactly 256, the identity.

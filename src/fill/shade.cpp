@@ -56,9 +56,8 @@ int shade_fill(kiv& img, long long x, long long y, long long w, long long h, con
 }  // namespace
 
 int kiv::shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op, int mode) {
-    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
-        return shade_fill(*this, x, y, w, h, colors, n, dir, op, mode);
-    });
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return shade_fill(*this, x, y, w, h, colors, n, dir, op, mode); });
 }
 
 int kiv::shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode) {

@@ -25,9 +25,8 @@ int kivfill::solid_fill(kiv& img, long long x, long long y, long long w, long lo
 }
 
 int kiv::solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode) {
-    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
-        return kivfill::solid_fill(*this, x, y, w, h, color, op, mode);
-    });
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return kivfill::solid_fill(*this, x, y, w, h, color, op, mode); });
 }
 
 int kiv::solidfill(tagRECT* r, COLORREF color, int op, int mode) {

@@ -5,10 +5,10 @@
 // lane of the inner loops is one channel of one line and runs exactly the scalar sequence
 // of operations, which keeps the result identical to filtering the lines one by one.
 #include <algorithm>
-#include <cstdint>
-#include <type_traits>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "core/kmath.h"
@@ -255,7 +255,8 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch<T>& s, In in, O
         lanes, [&](int i) { return &in(q0, i); }, get, get_run);
     const int groups = lanes / kRun;
     // Two groups at once for bytes (the 16-bit lines have only the one-group kernels).
-    const auto lanes2 = std::is_same_v<T, unsigned char> ? kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2)) : nullptr;
+    const auto lanes2 =
+        std::is_same_v<T, unsigned char> ? kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2)) : nullptr;
     for (int g = 0; g < groups; ++g) {
         if (g + 1 < groups && lanes2) {
             lanes2(c, n, reinterpret_cast<const unsigned char*>(s.x.data() + static_cast<std::size_t>(g) * plane),
@@ -346,12 +347,12 @@ bool iir_blur_plane16(std::uint16_t* p, std::ptrdiff_t stride, int w, int h, dou
     auto at = [&](std::ptrdiff_t row, std::ptrdiff_t col) -> std::uint16_t& { return p[row * stride + col]; };
     kivcore::Stages stages({1, 1});
     iir_pass<true, 1, std::uint16_t>(
-        cy, h, w, [&](int q, int i) -> const std::uint16_t& { return at(i, q); }, [&](int q, int i) -> std::uint16_t& { return at(i, q); },
-        nullptr);
+        cy, h, w, [&](int q, int i) -> const std::uint16_t& { return at(i, q); },
+        [&](int q, int i) -> std::uint16_t& { return at(i, q); }, nullptr);
     stages.next();
     iir_pass<false, 1, std::uint16_t>(
-        cx, w, h, [&](int q, int i) -> const std::uint16_t& { return at(q, i); }, [&](int q, int i) -> std::uint16_t& { return at(q, i); },
-        nullptr);
+        cx, w, h, [&](int q, int i) -> const std::uint16_t& { return at(q, i); },
+        [&](int q, int i) -> std::uint16_t& { return at(q, i); }, nullptr);
     return true;
 }
 

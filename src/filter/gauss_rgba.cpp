@@ -29,7 +29,10 @@ bool plain_will_do(kiv& img, const Area& a, int flags) {
 class Planes {
 public:
     Planes(kiv& img, const Area& a, const WideFormat& f)
-        : img_(img), a_(a), n_(f.alpha ? 4 : 3), size_(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h())),
+        : img_(img),
+          a_(a),
+          n_(f.alpha ? 4 : 3),
+          size_(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h())),
           block_(size_ * static_cast<std::size_t>(n_) * sizeof(std::uint16_t)) {
         kivcore::parallel_for(0, a.h(), [&](int j) {
             const tagRGBA* s = row_ptr(img, a.top + j) + a.left;
@@ -63,7 +66,9 @@ public:
 
 private:
     std::uint16_t* plane(int c) const { return block_.as<std::uint16_t>() + static_cast<std::size_t>(c) * size_; }
-    std::size_t at(int i, int j) const { return static_cast<std::size_t>(j) * static_cast<std::size_t>(a_.w()) + static_cast<std::size_t>(i); }
+    std::size_t at(int i, int j) const {
+        return static_cast<std::size_t>(j) * static_cast<std::size_t>(a_.w()) + static_cast<std::size_t>(i);
+    }
     kiv& img_;
     Area a_;
     int n_;

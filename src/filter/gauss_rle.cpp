@@ -4,11 +4,11 @@
 // sum of tap times clamped sample, whatever the evaluation order.  That lets the lines be
 // computed as plain vectorised convolutions (int_conv.h), in parallel, instead of one run at
 // a time.
-#include <cmath>
 #include "filter/gauss_rle.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -361,12 +361,18 @@ int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
             if (std::this_thread::get_id() == caller) report();
         };
         auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
-        run_in_segments(h, w, k.h, [&](int lo, int hi, tagRGBA* buf) {
-            if (buf)
-                plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); }, done);
-            else
-                plan.run(lo, hi, image_row, done);
-        }, image_row);
+        run_in_segments(
+            h, w, k.h,
+            [&](int lo, int hi, tagRGBA* buf) {
+                if (buf)
+                    plan.run(
+                        lo, hi,
+                        [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); },
+                        done);
+                else
+                    plan.run(lo, hi, image_row, done);
+            },
+            image_row);
         report();
         progress.term();
         return 1;

@@ -33,7 +33,7 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         Area a;
         if (!clip_rect(*this, rect, &a)) return 0;
         if (!(radius <= 127.0)) return 0;  // also refuses NaN
-        const kiv copy(*this);  // reads come from the copy, writes go to the image
+        const kiv copy(*this);             // reads come from the copy, writes go to the image
         if (!copy.m_pixels) return 0;
         set_depth_24(this);
         const int n = radius + 1.0 >= 1.0 ? static_cast<int>(radius + 1.0) : 0;
@@ -52,7 +52,8 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
         std::vector<double> K(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
         for (int i = 0; i < n; ++i)
             for (int j = 0; j < n; ++j)
-                K[static_cast<std::size_t>(i) * n + j] = kivcore::kmath::exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
+                K[static_cast<std::size_t>(i) * n + j] =
+                    kivcore::kmath::exp((i * i + j * j) / (-2 * (sigma * sigma))) * norm;
 
         const int W = m_width, H = m_height;
         if (const auto block = kivcore::pick(KIV_AVX2_KERNEL(sel_block_avx2), KIV_SSE2_KERNEL(sel_block_sse2))) {
@@ -62,7 +63,8 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
             const double thr = threshold;
             for (int y0 = a.top; y0 < a.bottom; y0 += kProgressBatch) {
                 const int y1 = std::min(a.bottom, y0 + kProgressBatch);
-                const kivcore::Part part(static_cast<double>(y0 - a.top) / a.h(), static_cast<double>(y1 - a.top) / a.h());
+                const kivcore::Part part(static_cast<double>(y0 - a.top) / a.h(),
+                                         static_cast<double>(y1 - a.top) / a.h());
                 kivcore::parallel_chunks(y0, y1, [&](int yb, int ye) {
                     std::vector<double> tile(3 * static_cast<std::size_t>(2 * n - 1) * static_cast<std::size_t>(tw));
                     std::vector<double> sum(3 * kSelBlock), wsum(sum.size());
@@ -130,8 +132,8 @@ int kiv::blur_gauss_sel(tagRECT* rect, double radius, int threshold) {
                         for (int dy = -(n - 1); dy <= n - 1; ++dy) {
                             if (y + dy < 0 || y + dy >= H) continue;
                             const double wt = K[static_cast<std::size_t>(dx < 0 ? -dx : dx) * n + (dy < 0 ? -dy : dy)];
-                            const unsigned char* nb = reinterpret_cast<const unsigned char*>(
-                                row_ptr(copy, y + dy) + (a.left + dx));
+                            const unsigned char* nb =
+                                reinterpret_cast<const unsigned char*>(row_ptr(copy, y + dy) + (a.left + dx));
                             for (int c = 0; c < 3; ++c) {
                                 double* s = sum.data() + static_cast<std::size_t>(c) * w;
                                 double* ws = wsum.data() + static_cast<std::size_t>(c) * w;

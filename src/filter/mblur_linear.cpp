@@ -18,7 +18,8 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
         if (!clip_rect(*this, rect, &a) || !std::isfinite(angle) || distance < 0 || distance > kMaxDistance) return 0;
         raise_depth_24(*this);
         if (distance == 0) return 1;
-        const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad), s = kivcore::kmath::sin(rad);
+        const double rad = angle * kivcore::kmath::kDegToRad, c = kivcore::kmath::cos(rad),
+                     s = kivcore::kmath::sin(rad);
         std::vector<long long> dx, dy;
         for (int k = 0; k <= distance; ++k) {
             const double t = k - distance / 2.0;
@@ -40,10 +41,12 @@ int kiv::mblur_linear(tagRECT* rect, double angle, int distance) {
             const int n = static_cast<int>(dx.size());
             per_row(this, a, [&](int y, tagRGBA* o) {
                 std::vector<const unsigned char*> rows(dx.size());
-                for (std::size_t k = 0; k < dx.size(); ++k) rows[k] = bytes(row_ptr(*this, clamp_ll(y + dy[k], m_height)));
+                for (std::size_t k = 0; k < dx.size(); ++k)
+                    rows[k] = bytes(row_ptr(*this, clamp_ll(y + dy[k], m_height)));
                 int x = a.left;
                 for (; x < std::min(x0, a.right); ++x) o[x - a.left] = one(x, y);
-                if (x < x1) x = span(rows.data(), dx.data(), n, x, x1, bytes(row_ptr(*this, y)), bytes(o + (x - a.left)));
+                if (x < x1)
+                    x = span(rows.data(), dx.data(), n, x, x1, bytes(row_ptr(*this, y)), bytes(o + (x - a.left)));
                 for (; x < a.right; ++x) o[x - a.left] = one(x, y);
             });
             return 1;

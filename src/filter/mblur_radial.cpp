@@ -38,8 +38,8 @@ int kiv::mblur_radial(tagRECT* rect, int cx, int cy, double angle) {
             const MotionSrc msrc = motion_src(this, cx, cy);
             per_row(this, a, [&](int y, tagRGBA* o) {
                 const int whole = a.w() / 4 * 4;
-                spin(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(), n, whole,
-                     reinterpret_cast<const unsigned char*>(row_ptr(*this, y) + a.left),
+                spin(&msrc, static_cast<double>(a.left) - cx, static_cast<double>(y) - cy, cs.data(), sn.data(), n,
+                     whole, reinterpret_cast<const unsigned char*>(row_ptr(*this, y) + a.left),
                      reinterpret_cast<unsigned char*>(o));
                 for (int x = a.left + whole; x < a.right; ++x) o[x - a.left] = one(x, y);
             });

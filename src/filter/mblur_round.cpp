@@ -86,12 +86,13 @@ int kiv::mblur_round(tagRECT* rect, int cx, int cy, int amount) {
                             lanes[2 * whole + i] = go ? t.c : 1.0;
                             lanes[3 * whole + i] = go ? t.s : 0.0;
                         }
-                        arc(&msrc, lanes.data(), lanes.data() + whole, lanes.data() + 2 * whole, lanes.data() + 3 * whole,
-                            whole, n, reinterpret_cast<const unsigned char*>(src + a.left),
+                        arc(&msrc, lanes.data(), lanes.data() + whole, lanes.data() + 2 * whole,
+                            lanes.data() + 3 * whole, whole, n, reinterpret_cast<const unsigned char*>(src + a.left),
                             reinterpret_cast<unsigned char*>(o));
                         for (int i = 0; i < whole; ++i) {
                             const long long ax = a.left + i - static_cast<long long>(cx);
-                            if (turn[static_cast<std::size_t>((ax < 0 ? -ax : ax) - amin)].still) o[i] = src[a.left + i];
+                            if (turn[static_cast<std::size_t>((ax < 0 ? -ax : ax) - amin)].still)
+                                o[i] = src[a.left + i];
                         }
                         x += whole;
                     }

@@ -21,7 +21,8 @@ int kiv::mblur_zoom(tagRECT* rect, int cx, int cy, int amount) {
         const double reach = amount / 100.0;
         // The scale of sample k of a pixel with n samples, f[n][k] = 1 - reach k / (n - 1), for
         // every count a pixel can have; zeros to pair with them in the vector kernel.
-        std::vector<double> f(static_cast<std::size_t>(kMaxArcSamples + 1) * kMaxArcSamples), zeros(kMaxArcSamples, 0.0);
+        std::vector<double> f(static_cast<std::size_t>(kMaxArcSamples + 1) * kMaxArcSamples),
+            zeros(kMaxArcSamples, 0.0);
         for (int n = 2; n <= kMaxArcSamples; ++n)
             for (int k = 0; k < n; ++k) f[static_cast<std::size_t>(n) * kMaxArcSamples + k] = 1.0 - reach * k / (n - 1);
         auto count = [&](double ox, double oy) {

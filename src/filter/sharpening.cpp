@@ -139,7 +139,8 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
         const UnzeroedBlock block(2 * n);
         unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
         kivcore::Stages stages({1, 4, 1});
-        kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
+        kivcore::parallel_for(0, h,
+                              [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
         stages.next();
         LineProgress progress(this, static_cast<long long>(w) + h);
         iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
@@ -157,7 +158,8 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
 int kiv::enhance(tagRECT* rect, int radius, int amount) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
         Area a;
-        if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100) return 0;
+        if (!clip_rect(*this, rect, &a) || radius < 1 || radius > kMaxEnhanceRadius || amount < 0 || amount > 100)
+            return 0;
         raise_depth_24(*this);
         if (amount == 0) return 1;
         const int w = a.w(), h = a.h();
@@ -166,8 +168,9 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
         const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
         const unsigned char* const L = block.as<unsigned char>();
         kivcore::Stages stages({1, 8});
-        kivcore::parallel_for(
-            0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+        kivcore::parallel_for(0, h, [&](int j) {
+            lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw);
+        });
         stages.next();
         const double gain_scale = amount / 100.0;
         // The widest kernel first, then the SSE2 one for a last pair it leaves.

@@ -168,26 +168,26 @@ int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
 
 int kiv::sblur_blast(tagRECT* rect, int direction, int strength) {
     return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
-        return streak(this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2)),
-                      KIV_SSE2_KERNEL(blast_columns_sse2), blast_vector,
-                      [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
-                          // Running mean over the last `len` pixels upwind (fewer at the line's start).
-                          const int len = streak_length(line, strength);
-                          int sr = 0, sg = 0, sb = 0;
-                          for (int k = 0; k < n; ++k) {
-                              sr += in[k].r;
-                              sg += in[k].g;
-                              sb += in[k].b;
-                              if (k >= len) {
-                                  sr -= in[k - len].r;
-                                  sg -= in[k - len].g;
-                                  sb -= in[k - len].b;
-                              }
-                              const int cnt = std::min(k + 1, len);
-                              out[k] = tagRGBA{static_cast<BYTE>(std::max<int>(in[k].r, (sr + cnt / 2) / cnt)),
-                                               static_cast<BYTE>(std::max<int>(in[k].g, (sg + cnt / 2) / cnt)),
-                                               static_cast<BYTE>(std::max<int>(in[k].b, (sb + cnt / 2) / cnt)), in[k].a};
-                          }
-                      });
+        return streak(
+            this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2)),
+            KIV_SSE2_KERNEL(blast_columns_sse2), blast_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
+                // Running mean over the last `len` pixels upwind (fewer at the line's start).
+                const int len = streak_length(line, strength);
+                int sr = 0, sg = 0, sb = 0;
+                for (int k = 0; k < n; ++k) {
+                    sr += in[k].r;
+                    sg += in[k].g;
+                    sb += in[k].b;
+                    if (k >= len) {
+                        sr -= in[k - len].r;
+                        sg -= in[k - len].g;
+                        sb -= in[k - len].b;
+                    }
+                    const int cnt = std::min(k + 1, len);
+                    out[k] = tagRGBA{static_cast<BYTE>(std::max<int>(in[k].r, (sr + cnt / 2) / cnt)),
+                                     static_cast<BYTE>(std::max<int>(in[k].g, (sg + cnt / 2) / cnt)),
+                                     static_cast<BYTE>(std::max<int>(in[k].b, (sb + cnt / 2) / cnt)), in[k].a};
+                }
+            });
     });
 }

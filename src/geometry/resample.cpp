@@ -134,7 +134,8 @@ Shares shares(const kiv& src, int w, int h, int method) {
     const ResampleFilter* f = resample_filter(method);
     const double S = f ? f->support : 1.0, W = src.m_width, H = src.m_height;
     const double tx = 2 * S * std::max(1.0, W / w) + 1, ty = 2 * S * std::max(1.0, H / h) + 1;
-    const double vfirst = W * h * ty + static_cast<double>(w) * h * tx, hfirst = w * H * tx + static_cast<double>(w) * h * ty;
+    const double vfirst = W * h * ty + static_cast<double>(w) * h * tx,
+                 hfirst = w * H * tx + static_cast<double>(w) * h * ty;
     const bool vertical_first = h < H;
     const double first = vertical_first ? W * h * ty : w * H * tx;
     return Shares{0.02 * (vertical_first ? vfirst : hfirst), first, (vertical_first ? vfirst : hfirst) - first};

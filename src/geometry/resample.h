@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "core/wide_pixels.h"
-
 #include "kiv.h"
 
 namespace kivgeom {

@@ -400,14 +400,16 @@ struct WideEnds {
     const WideFormat& f;
     const WideKernels& k;
     void in(int y, int x, int np, float* out, int stride) const {
-        const std::size_t o = static_cast<std::size_t>(y) * static_cast<std::size_t>(src.width) + static_cast<std::size_t>(x);
+        const std::size_t o =
+            static_cast<std::size_t>(y) * static_cast<std::size_t>(src.width) + static_cast<std::size_t>(x);
         if (src.bytes)
             k.load_bytes(reinterpret_cast<const BYTE*>(src.bytes + o), np, f, out, stride);
         else
             k.load_words(src.words + 4 * o, np, out, stride);
     }
     void out(int y, int x, int np, const float* v, int stride) const {
-        const std::size_t o = static_cast<std::size_t>(y) * static_cast<std::size_t>(dst.width) + static_cast<std::size_t>(x);
+        const std::size_t o =
+            static_cast<std::size_t>(y) * static_cast<std::size_t>(dst.width) + static_cast<std::size_t>(x);
         if (dst.bytes)
             k.store_bytes(v, np, stride, f, reinterpret_cast<BYTE*>(dst.bytes + o));
         else
@@ -444,8 +446,10 @@ struct WideV {
     int width;
     int source_bytes() const { return e.src.bytes ? 4 : 8; }
     const char* source(int r, int x) const {
-        const std::size_t o = static_cast<std::size_t>(r) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
-        return e.src.bytes ? reinterpret_cast<const char*>(e.src.bytes + o) : reinterpret_cast<const char*>(e.src.words + 4 * o);
+        const std::size_t o =
+            static_cast<std::size_t>(r) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
+        return e.src.bytes ? reinterpret_cast<const char*>(e.src.bytes + o)
+                           : reinterpret_cast<const char*>(e.src.words + 4 * o);
     }
     void convert(int r, int x0, int np, float* slot) const { e.in(r, x0, np, slot, 4); }
     void sums(int y, const float* const* rows, int n, int x0, int np, float* out) const {
@@ -454,7 +458,9 @@ struct WideV {
     }
 };
 
-std::vector<float> float_weights(const Contributions& c) { return std::vector<float>(c.weight.begin(), c.weight.end()); }
+std::vector<float> float_weights(const Contributions& c) {
+    return std::vector<float>(c.weight.begin(), c.weight.end());
+}
 
 }  // namespace
 

@@ -28,7 +28,8 @@ inline void load_four(const __m128i* q, __m128i alphas, const WideFormat& f, con
     }
     for (int t = 0; t < 4; ++t) {
         const unsigned char* b = bytes + 4 * t;
-        const __m128 c = f.to_srgb ? _mm_setr_ps(f.to_wide[b[0]], f.to_wide[b[1]], f.to_wide[b[2]], static_cast<float>(b[3]) * 257.0f)
+        const __m128 c = f.to_srgb ? _mm_setr_ps(f.to_wide[b[0]], f.to_wide[b[1]], f.to_wide[b[2]],
+                                                 static_cast<float>(b[3]) * 257.0f)
                                    : _mm_mul_ps(_mm_cvtepi32_ps(q[t]), _mm_set1_ps(257.0f));  // exact: < 2^24
         _mm_storeu_ps(out + stride * t, _mm_mul_ps(c, scale[t]));
     }
@@ -52,7 +53,8 @@ void wide_load_bytes_sse2(const unsigned char* s, int np, const WideFormat& f, f
         float o[16];
         std::memcpy(tail, s + 4 * p, 4 * static_cast<std::size_t>(np - p));
         four(tail, o, 4);
-        for (int t = 0; t < np - p; ++t) std::memcpy(out + static_cast<long long>(stride) * (p + t), o + 4 * t, 4 * sizeof(float));
+        for (int t = 0; t < np - p; ++t)
+            std::memcpy(out + static_cast<long long>(stride) * (p + t), o + 4 * t, 4 * sizeof(float));
     }
 }
 

@@ -82,7 +82,8 @@ int kiv::rotate_any(double degrees, COLORREF background, int method) {
                 double sx, sy;
                 t.source(X, Y, &sx, &sy);
                 if (method == 0) {
-                    d[X] = at(static_cast<long long>(std::floor(sx + 0.5)), static_cast<long long>(std::floor(sy + 0.5)));
+                    d[X] =
+                        at(static_cast<long long>(std::floor(sx + 0.5)), static_cast<long long>(std::floor(sy + 0.5)));
                     continue;
                 }
                 const double fx0 = std::floor(sx), fy0 = std::floor(sy);
@@ -94,7 +95,8 @@ int kiv::rotate_any(double degrees, COLORREF background, int method) {
                 const BYTE* p11 = &at(x0 + 1, y0 + 1).r;
                 BYTE out[4];
                 for (int k = 0; k < 4; ++k) {
-                    const double v = (p00[k] * (1.0 - fx) + p01[k] * fx) * (1.0 - fy) + (p10[k] * (1.0 - fx) + p11[k] * fx) * fy;
+                    const double v =
+                        (p00[k] * (1.0 - fx) + p01[k] * fx) * (1.0 - fy) + (p10[k] * (1.0 - fx) + p11[k] * fx) * fy;
                     out[k] = static_cast<BYTE>(std::fmin(v + 0.5, 255.0));
                 }
                 d[X] = tagRGBA{out[0], out[1], out[2], out[3]};
@@ -139,7 +141,8 @@ int kiv::rotate_any_rgba(double degrees, int method, int flags) {
                 load(x0, y0 + 1, p10);
                 load(x0 + 1, y0 + 1, p11);
                 for (int k = 0; k < 4; ++k)
-                    v[k] = (p00[k] * (1.0f - gx) + p01[k] * gx) * (1.0f - gy) + (p10[k] * (1.0f - gx) + p11[k] * gx) * gy;
+                    v[k] =
+                        (p00[k] * (1.0f - gx) + p01[k] * gx) * (1.0f - gy) + (p10[k] * (1.0f - gx) + p11[k] * gx) * gy;
                 d[X] = f.store(v);
             }
         });

@@ -152,7 +152,8 @@ int kiv::zoom_linear(int w, int h) {
                 std::vector<Tap> t(static_cast<std::size_t>(m));
                 for (int x = 0; x < m; ++x) {
                     Sample s = sample_at(x, n, m);
-                    t[static_cast<std::size_t>(x)] = Tap{clamp_index(s.i, n), clamp_index(static_cast<long long>(s.i) + 1, n), s.frac};
+                    t[static_cast<std::size_t>(x)] =
+                        Tap{clamp_index(s.i, n), clamp_index(static_cast<long long>(s.i) + 1, n), s.frac};
                 }
                 return t;
             };

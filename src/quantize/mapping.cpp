@@ -184,7 +184,8 @@ struct Mapper {
     void exact(bool parallel) {
         ExactTable table(pal);
         const long long n = static_cast<long long>(width) * height;
-        const int segs = kivcore::watched_pieces(parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1, height);
+        const int segs =
+            kivcore::watched_pieces(parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1, height);
         std::vector<long long> first_hit(static_cast<std::size_t>(segs));
         std::vector<int> last_index(static_cast<std::size_t>(segs));
         auto seg_begin = [&](int s) { return static_cast<long long>(height) * s / segs * width; };

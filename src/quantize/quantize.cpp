@@ -1,4 +1,6 @@
 // kiv::quantize and its fixed- and given-palette forms.
+#include "quantize/quantize.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
@@ -6,7 +8,6 @@
 
 #include "core/checked.h"
 #include "core/watch.h"
-#include "quantize/quantize.h"
 
 // Callers pass colour lists as packed three-byte records.
 static_assert(sizeof(tagSYSCOL) == 3, "tagSYSCOL records follow one another every three bytes");
@@ -37,9 +38,10 @@ void kiv::quantize(int mode, int colors, tagLOGPALETTE* pal) {
         if (pal) {
             palette->count = pal->palNumEntries;
             for (int i = 0; i < palette->count; ++i)
-                palette->entry[i] = kivquant::Rgb{pal->palPalEntry[i].peRed, pal->palPalEntry[i].peGreen,
-                                                  pal->palPalEntry[i].peBlue};
-        } else if (std::fill_n(cells.get(), kivquant::kCells, 0u), kivquant::prescan(m_pixels, m_packets, colors, cells.get(), palette.get())) {
+                palette->entry[i] =
+                    kivquant::Rgb{pal->palPalEntry[i].peRed, pal->palPalEntry[i].peGreen, pal->palPalEntry[i].peBlue};
+        } else if (std::fill_n(cells.get(), kivquant::kCells, 0u),
+                   kivquant::prescan(m_pixels, m_packets, colors, cells.get(), palette.get())) {
             mode = kivquant::kExact;  // the palette holds every colour: nothing to dither
         } else {
             kivquant::median_cut(cells.get(), colors, palette.get());
