@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -19,6 +20,8 @@ namespace {
 
 std::atomic<int> g_thread_cap{0};  // 0 = all cores
 thread_local bool t_inside_body = false;
+// How long the caller of a watched loop waits for its workers between two reports.
+constexpr std::chrono::milliseconds kWatchedWait{5};
 
 // One call of parallel_range. Lives on the caller's stack; the caller leaves only when no
 // worker holds it any more.
@@ -61,6 +64,13 @@ public:
         work_on(job, true);  // the caller takes chunks too
         std::unique_lock<std::mutex> lk(mu);
         jobs_.remove(&job);  // no new worker may join once its range is spent
+        // A watched call's caller keeps reporting (and hearing a cancel) while the last
+        // chunks finish on the workers.
+        while (job.watch && !cv_done_.wait_for(lk, kWatchedWait, [&] { return job.helpers_in == 0; })) {
+            lk.unlock();
+            report(job, 0, true);
+            lk.lock();
+        }
         cv_done_.wait(lk, [&] { return job.helpers_in == 0; });
     }
 
@@ -184,6 +194,8 @@ void watched_range(int first, int last, RangeFn fn, void* ctx, Watch& w) {
 }
 
 }  // namespace
+
+bool inside_parallel_body() { return t_inside_body; }
 
 int parallel_threads() {
     int cap = g_thread_cap.load(std::memory_order_relaxed);

@@ -124,7 +124,10 @@ void Watch::finish() {
 }
 
 void poll_slow(Watch& w, long long done, long long n) {
-    if (!w.stage(n > 0 ? static_cast<double>(done) / static_cast<double>(n) : 1.0)) throw Cancelled{};
+    // Inside a chunk of a loop the loop reports; a serial stretch reports for itself.
+    const bool go_on = inside_parallel_body() ? !w.cancelled()
+                                              : w.stage(n > 0 ? static_cast<double>(done) / static_cast<double>(n) : 1.0);
+    if (!go_on) throw Cancelled{};
 }
 
 Stages::Stages(std::initializer_list<double> weights) : w_(active_watch()) {

@@ -58,8 +58,9 @@ private:
 };
 inline Watch* active_watch() { return g_watching.load(std::memory_order_relaxed) ? current_watch() : nullptr; }
 
-// A serial loop's progress: `done` of `n` steps of the current stage. Throws Cancelled when
-// the host has cancelled. Costs a load of one atomic when nothing is watched.
+// A serial loop's progress: `done` of `n` steps of the current stage (inside a chunk of a
+// parallel loop, which reports for itself, only the cancel is looked at). Throws Cancelled
+// when the host has cancelled. Costs a load of one atomic when nothing is watched.
 void poll_slow(Watch& w, long long done, long long n);
 inline void poll(long long done, long long n) {
     if (Watch* w = active_watch()) poll_slow(*w, done, n);

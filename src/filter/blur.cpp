@@ -162,6 +162,7 @@ public:
                 const int sw = std::min(kTentStrip, w_ - x0);
                 for (int j = y0; j < y1; ++j) column(j, x0, sw, out(j) + x0, *sc);
             }
+            kivcore::poll(y1 - lo, hi - lo);
         }
         pool_.give(std::move(sc));
     }

@@ -165,6 +165,7 @@ public:
             for (int x0 = 0; x0 < w_; x0 += kRleStrip) columns(y0, y1, x0, std::min(kRleStrip, w_ - x0), *sc);
             for (int j = y0; j < y1; ++j) row(sc->band.data() + static_cast<std::size_t>(j - y0) * w_, out(j), *sc);
             done(y1 - y0);
+            kivcore::poll(y1 - lo, hi - lo);
         }
         pool_.give(std::move(sc));
     }

@@ -76,10 +76,12 @@ void kiv::quantize_wpal(int mode, const tagSYSCOL* cols, int n) {
 }
 
 int kiv::quantize_wdp(int mode, int which) {
-    int n = 0;
-    const tagSYSCOL* cols = kivquant::fixed_palette(which, &n);
-    if (!cols || !valid_mode(mode)) return 0;
-    if (!has_pixels(*this)) return 1;  // nothing to map: a colour map without pixels would be a lie
-    quantize_wpal(mode, cols, n);
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        int n = 0;
+        const tagSYSCOL* cols = kivquant::fixed_palette(which, &n);
+        if (!cols || !valid_mode(mode)) return 0;
+        if (!has_pixels(*this)) return 1;  // nothing to map: a colour map without pixels would be a lie
+        quantize_wpal(mode, cols, n);
+        return 1;
+    });
 }
