@@ -419,7 +419,8 @@ public:
      * blue into linear light (exact tables, 16-bit intermediates), filters there and turns
      * the result back, so fine detail keeps its brightness (a one-pixel black and white
      * checkerboard shrinks to 187..188, not 128).  Without KIV_FILTER_ALPHA the fourth byte
-     * is treated as the plain member treats it.  Other flag bits are refused.  Where the
+     * is treated as the plain member treats it.  Other flag bits are refused, and so is
+     * KIV_FILTER_ALPHA on a palettized image (its fourth byte is a colour index).  Where the
      * weighting changes nothing (no KIV_FILTER_LINEAR, and no KIV_FILTER_ALPHA or alpha 255
      * throughout what is read) the plain member's arithmetic runs and gives its bytes; the
      * weighted path rounds each byte to nearest from 16-bit intermediates.  Progress. */

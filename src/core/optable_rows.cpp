@@ -345,7 +345,7 @@ void geometry(Rows& t) {
     t.op("zoom_rgba", I, "resample as zoom (no sharpening), colour weighted by alpha and/or in linear light",
          {Size("w", "new width"), Size("h", "new height"), Choice("method", kZoom, "the filter"), Flags()},
          RUN(m->zoom_rgba(a.i(0), a.i(1), a.i(2), a.i(3))))
-        .refuses("the same size, too little memory");
+        .refuses("the same size, too little memory, " KIV_PALETTIZED_ALPHA);
     t.op("zoom_pixel", I, "resize to w x h by replicating pixels (keeps depth and map)",
          {Size("w", "new width"), Size("h", "new height")}, RUN(m->zoom_pixel(a.i(0), a.i(1))));
     t.op("zoom_near", I, "resize to w x h taking the nearest pixel (keeps depth and map)",

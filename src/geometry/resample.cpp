@@ -229,7 +229,7 @@ int kiv::zoom(int w, int h, int method, int mapped) {
 int kiv::zoom_rgba(int w, int h, int method, int flags) {
     if (!m_pixels || w < 1 || h < 1 || (w == m_width && h == m_height)) return 0;
     if (static_cast<unsigned>(method) >= static_cast<unsigned>(kivgeom::kResampleMethods)) return 0;
-    if (flags & ~kivcore::kWideFlags) return 0;
+    if ((flags & ~kivcore::kWideFlags) || ((flags & KIV_FILTER_ALPHA) && m_bits < 24)) return 0;
     kiv result;
     return kivcore::watched(*this, kivcore::Keep::kAside, [&] {
         const kivcore::WideFormat f = kivcore::WideFormat::of(flags, (flags & KIV_FILTER_ALPHA) != 0);
