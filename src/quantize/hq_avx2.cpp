@@ -1,5 +1,5 @@
 // The refined quantizer's kernels on AVX2: eight candidates a step.
-#include "core/simd.h"
+#include "core/simd_avx2.h"
 #include "quantize/hq_simd.h"
 
 #if KIV_HAVE_AVX2
@@ -12,23 +12,7 @@ namespace kivhq {
 namespace {
 
 // Eight pixels as 32 bytes.
-struct Avx2Bytes {
-    using V = __m256i;
-    static constexpr int kPixels = 8;
-    static V load(const unsigned char* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-    static V absdiff(V a, V b) { return _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a)); }
-    static V max8(V a, V b) { return _mm256_max_epu8(a, b); }
-    static V drop_alpha(V a) { return _mm256_and_si256(a, _mm256_set1_epi32(0x00FFFFFF)); }
-    static V lane_max(V a) {
-        a = _mm256_max_epu8(a, _mm256_srli_epi32(a, 8));
-        return _mm256_max_epu8(a, _mm256_srli_epi32(a, 16));
-    }
-    static V strength(V a) {
-        const V c = _mm256_and_si256(a, _mm256_set1_epi32(0xFF));
-        const V t = _mm256_slli_epi16(_mm256_subs_epu16(_mm256_set1_epi32(kFullUpTo + 16), c), 3);
-        const V flat = _mm256_and_si256(_mm256_cmpeq_epi32(c, _mm256_setzero_si256()), _mm256_set1_epi32(128));
-        return _mm256_or_si256(_mm256_min_epi16(t, _mm256_set1_epi32(127)), flat);
-    }
+struct Avx2Bytes : BytesOver<kivcore::Avx2> {
     static void store(std::uint8_t* out, V a) {
         const __m128i lo = _mm256_castsi256_si128(a), hi = _mm256_extracti128_si256(a, 1);
         const __m128i mask = _mm_set1_epi32(0xFF);

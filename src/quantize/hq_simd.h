@@ -10,14 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
-// Kernels inline their per-pixel steps into the loops that call them.
-#if defined(_MSC_VER)
-#  define KIV_HQ_INLINE __forceinline
-#elif defined(__GNUC__)
-#  define KIV_HQ_INLINE inline __attribute__((always_inline))
-#else
-#  define KIV_HQ_INLINE inline
-#endif
+#include "core/simd.h"
 
 namespace kivhq {
 
@@ -116,6 +109,31 @@ using DiffuseFn = void (*)(const DiffuseParams& p, DiffuseRow* rows, int n, int 
 // unit, 0 from kFullUpTo + 16 on: edges and texture hide banding, and diffusion would only
 // smear them.  Plus 128 where c is 0 (a flat area).
 constexpr int kFullUpTo = 2;
+
+// The pixels of a register as bytes (Kernels' Bytes), over a core operations set S
+// (core/simd_sse2.h, core/simd_avx2.h); each vector file adds its own store.
+template <class S>
+struct BytesOver {
+    using V = typename S::V;
+    static constexpr int kPixels = S::kBytes / 4;
+    static V load(const unsigned char* p) { return S::load(p); }
+    static V absdiff(V a, V b) { return S::or_(S::subs_u8(a, b), S::subs_u8(b, a)); }
+    static V max8(V a, V b) { return S::max_u8(a, b); }
+    static V drop_alpha(V a) { return S::and_(a, S::set32(0x00FFFFFF)); }
+    // The largest byte of each pixel, in the pixel's low byte (the others left as they fall).
+    static V lane_max(V a) {
+        a = S::max_u8(a, S::template shr32<8>(a));
+        return S::max_u8(a, S::template shr32<16>(a));
+    }
+    // hold_strength of each pixel's low byte, in its low 16 bits.  kFullUpTo + 16 - c stays
+    // inside the signed word range, so the floor at 0 is the saturating subtraction.
+    static V strength(V a) {
+        const V c = S::and_(a, S::set32(0xFF));
+        const V t = S::template shl16<3>(S::max16(S::sub16(S::set32(kFullUpTo + 16), c), S::zero()));
+        const V flat = S::and_(S::cmpeq32(c, S::zero()), S::set32(128));
+        return S::or_(S::min16(t, S::set32(127)), flat);
+    }
+};
 // The rule for one pixel (a template so that each instruction set's file has its own copy).
 template <class Tag>
 struct HoldRule {
@@ -263,7 +281,7 @@ struct Kernels {
     // below.  Channels are the four 32-bit lanes of L (red, green, blue, alpha; an opaque
     // pixel's alpha lane never carries error).
     template <bool SrcAlpha, bool GridAlpha>
-    KIV_HQ_INLINE static void diffuse_pixel(const DiffuseParams& p, RowState& row, int x) {
+    KIV_SIMD_INLINE static void diffuse_pixel(const DiffuseParams& p, RowState& row, int x) {
         using L = typename Ops::Lanes;
         using W = typename L::V;
         std::uint32_t w;

@@ -1,5 +1,5 @@
 // The refined quantizer's kernels on SSE2: four candidates a step.
-#include "core/simd.h"
+#include "core/simd_sse2.h"
 #include "quantize/hq_simd.h"
 
 #if KIV_HAVE_SSE2
@@ -9,25 +9,7 @@ namespace kivhq {
 namespace {
 
 // Four pixels as sixteen bytes.
-struct Sse2Bytes {
-    using V = __m128i;
-    static constexpr int kPixels = 4;
-    static V load(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-    static V absdiff(V a, V b) { return _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a)); }
-    static V max8(V a, V b) { return _mm_max_epu8(a, b); }
-    static V drop_alpha(V a) { return _mm_and_si128(a, _mm_set1_epi32(0x00FFFFFF)); }
-    // The largest byte of each pixel, in the pixel's low byte (the others left as they fall).
-    static V lane_max(V a) {
-        a = _mm_max_epu8(a, _mm_srli_epi32(a, 8));
-        return _mm_max_epu8(a, _mm_srli_epi32(a, 16));
-    }
-    // hold_strength of each pixel's low byte, in its low 16 bits.
-    static V strength(V a) {
-        const V c = _mm_and_si128(a, _mm_set1_epi32(0xFF));
-        const V t = _mm_slli_epi16(_mm_subs_epu16(_mm_set1_epi32(kFullUpTo + 16), c), 3);
-        const V flat = _mm_and_si128(_mm_cmpeq_epi32(c, _mm_setzero_si128()), _mm_set1_epi32(128));
-        return _mm_or_si128(_mm_min_epi16(t, _mm_set1_epi32(127)), flat);
-    }
+struct Sse2Bytes : BytesOver<kivcore::Sse2> {
     static void store(std::uint8_t* out, V a) {
         const V lo = _mm_and_si128(a, _mm_set1_epi32(0xFF));
         const V p = _mm_packus_epi16(_mm_packs_epi32(lo, lo), _mm_setzero_si128());
