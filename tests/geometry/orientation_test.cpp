@@ -69,19 +69,9 @@ TEST(Orientation, RectangleOperationsMatchTheModel) {
             }
 }
 
-TEST(Orientation, Quirks) {
-    kiv img = random_image(5, 3, 24, 8);
-    kiv before(img);
-    ASSERT_EQ(1, img.rotate180(0, 0, 5, 3));
-    for (int x = 0; x < 5; ++x) {
-        EXPECT_TRUE(kivtest::same_rgba(px(before, x, 1), px(img, x, 1)));  // middle row unreversed
-        EXPECT_TRUE(kivtest::same_rgba(px(before, x, 0), px(img, 4 - x, 2)));
-    }
-    kiv one(before);
-    EXPECT_EQ(1, one.rotate180(0, 1, 5, 1));  // one row: nothing moves
-    EXPECT_EQ(1, one.mirror(2, 0, 1, 3));     // one column wide
-    EXPECT_EQ(1, one.flip(0, 2, 5, 1));       // one row high
-    EXPECT_TRUE(images_equal(before, one));
+// The model test holds the odd middle row and the clipping; here, round trips.
+TEST(Orientation, MirrorAndFlipTwiceAreTheIdentity) {
+    kiv before = random_image(5, 3, 24, 8);
     kiv twice(before);
     twice.mirror(0, 0, 0, 0);  // empty rectangle: whole image
     twice.mirror(0, 0, 5, 3);
