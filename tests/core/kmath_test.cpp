@@ -197,6 +197,7 @@ TEST(KMath, SpecialValuesAndExactCases) {
         double x, y, want;
         bool sign;
     };
+    // clang-format off
     const Case cases[] = {
         {"exp", 0.0, 0, 1.0, 0}, {"exp", -0.0, 0, 1.0, 0}, {"exp", kInf, 0, kInf, 0}, {"exp", -kInf, 0, 0.0, 0},
         {"exp", 710.0, 0, kInf, 0}, {"exp", -746.0, 0, 0.0, 0}, {"exp", 1.0, 0, 2.718281828459045, 0}, {"exp", kNaN, 0, kNaN, 0},
@@ -218,6 +219,7 @@ TEST(KMath, SpecialValuesAndExactCases) {
         {"j1", 0.0, 0, 0.0, 0}, {"j1", -0.0, 0, -0.0, 1}, {"j1", kInf, 0, 0.0, 0}, {"j1", -kInf, 0, 0.0, 0},
         {"j1", kNaN, 0, kNaN, 0}, {"j1", 1e-10, 0, 5e-11, 0},
     };
+    // clang-format on
     for (const Case& c : cases) {
         const double got = call(c.f, c.x, c.y);
         if (std::isnan(c.want)) {
