@@ -384,6 +384,7 @@ TEST(BadInput, ResamplingOrientationLayout) {
     ROW("zoom_rgba palettized alpha", "RDR", im.zoom_rgba(3, 2, 11, 1));
     ROW("rotate_any_rgba NaN", "RRR", im.rotate_any_rgba(kNaN, 1, 1));
     ROW("rotate_any_rgba palettized alpha", "RDR", im.rotate_any_rgba(30, 1, 3));
+    ROW("rotate_any_rgba method 2", "RRR", im.rotate_any_rgba(10.0, 2, 1));
     for (int d : {INT_MIN, -1, 0, 7}) VROW("rotate" + sp(d), "Rvv", im.rotate(d));
     struct Box { int x, y, w, h; };
     for (Box b : {Box{1000000, 0, 5, 5}, Box{-10, -10, 5, 5}, Box{INT_MAX, INT_MAX, INT_MAX, INT_MAX}, Box{INT_MIN, INT_MIN, 5, 5},
@@ -529,6 +530,7 @@ TEST(BadInput, BlursKernelsSharpening) {
     ROW("blur_gauss_rgba sigma NaN", "RRR", im.blur_gauss_rgba(nullptr, kNaN, 1, 3));
     ROW("unsharp_mask_rgba amount", "RRR", im.unsharp_mask_rgba(nullptr, 2, 1001, 0, 1));
     ROW("blur_gauss_rgba palettized alpha", "RDR", im.blur_gauss_rgba(nullptr, 1, 1, 1));
+    ROW("unsharp_mask_rgba palettized alpha", "RDR", im.unsharp_mask_rgba(nullptr, 1.0, 100, 0, KIV_FILTER_ALPHA));
     RECTS("blur_gauss_rgba", false, im.blur_gauss_rgba(r, 1e9, 1e-300, 2));
     RECTS("unsharp_mask_rgba", false, im.unsharp_mask_rgba(r, 1000, 1000, 0, 2));
     ROW("blur_gauss_rle 10000.5", "RRR", im.blur_gauss_rle_plane(nullptr, 10000.5, 7));
