@@ -291,17 +291,11 @@ TEST(HistogramAdjust, PathsAndRefusals) {
         for (int i = 0; i < 256; ++i) changed += pal.m_map[i].r != before.m_map[i].r;
         EXPECT_GT(changed, 0) << m.name;
     }
-    // Every member: a rectangle wholly outside a true-colour image and an empty image refuse.
+    // Indices beyond a short map must not be followed (refusals are rows of the bad-input table).
     for (const Member& m : kMembers) {
-        kiv img = random_image(9, 9, 24, 5), before(img);
-        tagRECT outside{-20, 0, -1, 9};
-        EXPECT_EQ(0, m.fast(img, &outside)) << m.name;
-        EXPECT_TRUE(images_equal(before, img)) << m.name;
-        kiv empty;
-        EXPECT_EQ(0, m.fast(empty, nullptr)) << m.name;
         tagRECT huge{INT_MIN, INT_MIN, INT_MAX, INT_MAX};
         kiv short_map = random_image(9, 9, 8, 6);
-        short_map.m_colors = 2;  // indices beyond the map must not be followed
+        short_map.m_colors = 2;
         EXPECT_GE(m.fast(short_map, &huge), 0);
     }
 }
