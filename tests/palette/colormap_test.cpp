@@ -91,11 +91,13 @@ TEST(ColorMap, ValidateRgbRefreshesFromTheMapAndGuardsTheIndex) {
 TEST(ColorMap, GrayscaleTakesTruncatedLightness) {
     kiv img = random_image(9, 5, 24, 5);
     img.pixels()[0] = tagRGBA{10, 200, 50, 77};
+    img.pixels()[1] = tagRGBA{255, 0, 9, 77};  // an odd sum: truncated
     img.grayscale();
     EXPECT_EQ(8, img.bits());
     ASSERT_EQ(256, img.colors());
     for (int i = 0; i < 256; ++i) ASSERT_TRUE(kivtest::same_rgba(tagRGBA{BYTE(i), BYTE(i), BYTE(i), 0}, img.map()[i]));
     EXPECT_TRUE(kivtest::same_rgba(tagRGBA{105, 105, 105, 105}, img.pixels()[0]));
+    EXPECT_TRUE(kivtest::same_rgba(tagRGBA{127, 127, 127, 127}, img.pixels()[1]));
 }
 
 namespace {
