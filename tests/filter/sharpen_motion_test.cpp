@@ -11,6 +11,7 @@
 #include "core/simd.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
+#include "support/checks.h"
 #include "support/paths.h"
 
 using namespace kivtest;
@@ -50,17 +51,12 @@ TEST(FilterSharpenMotion, FlatImagesStayFlatAndOutsideStaysUntouched) {
         tagRECT r{-3, 4, 11, 30};
         ASSERT_EQ(op.run(img, &r), 1) << op.name;
         EXPECT_EQ(img.m_bits, 24) << op.name;
+        EXPECT_TRUE(unchanged_outside(orig, img, tagRECT{0, 4, 11, 15})) << op.name;
         int changed = 0;
-        for (int y = 0; y < 15; ++y)
-            for (int x = 0; x < 17; ++x) {
-                const bool inside = x < 11 && y >= 4;
-                if (!inside) {
-                    ASSERT_TRUE(same_rgba(px(img, x, y), px(orig, x, y))) << op.name << " " << x << "," << y;
-                } else {
-                    ASSERT_EQ(px(img, x, y).a, px(orig, x, y).a) << op.name << " alpha";
-                    changed += !same_rgba(px(img, x, y), px(orig, x, y));
-                }
-            }
+        for (int i = 0; i < img.m_packets; ++i) {
+            ASSERT_EQ(img.m_pixels[i].a, orig.m_pixels[i].a) << op.name << " alpha";
+            changed += !same_rgba(img.m_pixels[i], orig.m_pixels[i]);
+        }
         EXPECT_GT(changed, 10) << op.name << " did nothing";
     }
 }
@@ -116,31 +112,6 @@ TEST(FilterSharpenMotion, HandCheckedValues) {
             ASSERT_EQ(b.b - a.b, d) << i;
         }
     }
-}
-
-TEST(FilterSharpenMotion, RefusalsLeaveTheImage) {
-    kiv img = random_image(9, 8, 8, 3), orig(img);
-    tagRECT outside{-9, -9, 0, 0};
-    const int results[] = {
-        img.sharpen2(nullptr, -1), img.sharpen2(nullptr, 1001), img.sharpen2(&outside, 50),
-        img.unsharp_mask(nullptr, 0.0, 50, 0), img.unsharp_mask(nullptr, std::nan(""), 50, 0),
-        img.unsharp_mask(nullptr, 2.0, -1, 0), img.unsharp_mask(nullptr, 2.0, 50, 256),
-        img.unsharp_mask2(nullptr, 1e9, 50, 0), img.enhance(nullptr, 0, 50), img.enhance(nullptr, 3, 101),
-        img.mblur_linear(nullptr, INFINITY, 5), img.mblur_linear(nullptr, 0, -1), img.mblur_linear(nullptr, 0, 1001),
-        img.mblur_radial(nullptr, 0, 0, 361.0), img.mblur_radial(nullptr, 0, 0, std::nan("")),
-        img.mblur_radial(nullptr, 0x7FFFFFFF, 0, 10.0), img.mblur_round(nullptr, 0, 0, -2),
-        img.mblur_zoom(nullptr, 0, 0, 101), img.mblur_zoom(nullptr, 0, -0x7FFFFFFF, 50),
-        img.sblur_wind(nullptr, 4, 10), img.sblur_wind(nullptr, 0, 0), img.sblur_blast(nullptr, -1, 10),
-        img.sblur_blast(nullptr, 3, 1001),
-    };
-    for (std::size_t i = 0; i < sizeof(results) / sizeof(results[0]); ++i) EXPECT_EQ(results[i], 0) << "case " << i;
-    EXPECT_TRUE(images_equal(img, orig));
-    EXPECT_EQ(img.m_bits, 8);
-    kiv empty;
-    for (const Op& op : smoothing_ops()) EXPECT_EQ(op.run(empty, nullptr), 0) << op.name;
-    EXPECT_EQ(empty.filter_3x3(nullptr, 0) + empty.edge(nullptr, 1) + empty.emboss(nullptr, nullptr) +
-                  empty.raise_edge(nullptr, 1) + empty.filter_sharpen(nullptr, 3),
-              0);
 }
 
 namespace {
