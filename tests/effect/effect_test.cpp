@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kiv.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -216,9 +217,10 @@ TEST(Spread, PermutesReproduciblyOnAnyThreadCount) {
         kiv src = kivtest::random_image(61, 97, 24, 7u + d);
         tagRECT r{3, 5, 58, 90};
         kiv a(src), b(src), c(src);
-        kiv::setthreads(1);
-        ASSERT_EQ(1, a.spread(&r, d, 1234u));
-        kiv::setthreads(0);
+        {
+            const kivtest::ThreadCap one(1);
+            ASSERT_EQ(1, a.spread(&r, d, 1234u));
+        }
         ASSERT_EQ(1, b.spread(&r, d, 1234u));
         ASSERT_EQ(1, c.spread(&r, d, 1235u));
         EXPECT_TRUE(images_equal(a, b)) << d;
@@ -277,9 +279,10 @@ TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
         for (int i = 0; i < grey.m_packets; ++i) grey.m_pixels[i] = tagRGBA{128, 128, 128, 5};
         tagKIV_NOISE p{c.amount, c.gaussian, c.mono, 42u};
         kiv a(grey), b(grey), other(grey);
-        kiv::setthreads(1);
-        ASSERT_EQ(1, a.noise(nullptr, &p));
-        kiv::setthreads(0);
+        {
+            const kivtest::ThreadCap one(1);
+            ASSERT_EQ(1, a.noise(nullptr, &p));
+        }
         ASSERT_EQ(1, b.noise(nullptr, &p));
         EXPECT_TRUE(images_equal(a, b));
         p.seed = 43u;
