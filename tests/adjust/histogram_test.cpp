@@ -260,6 +260,11 @@ TEST(HistogramAdjust, Anchors) {
     EXPECT_EQ(0, n.m_pixels[50].g);
     EXPECT_EQ(254, n.m_pixels[150].g);
 
+    // One pixel of 200 away from the rest: within 1%, so the outermost levels are used.
+    for (int i = 0; i < 200; ++i) n.m_pixels[i] = i ? tagRGBA{50, 50, 50, 0} : tagRGBA{150, 150, 150, 0};
+    ASSERT_EQ(1, n.normalize(nullptr));
+    EXPECT_TRUE(n.m_pixels[0].g == 254 && n.m_pixels[1].g == 0);
+
     // normalize of one flat colour destroys the image.
     kiv flat(6, 6, 24);
     for (int i = 0; i < 36; ++i) flat.m_pixels[i] = tagRGBA{40, 90, 12, 1};
