@@ -386,6 +386,18 @@ TEST(BadInput, ResamplingOrientationLayout) {
     ROW("zoom_linear INT_MAX x 3", "RRR", im.zoom_linear(INT_MAX, 3));
     for (int m : {-1, 14, 15, INT_MAX}) ROW("zoom method" + sp(m), "RRR", im.zoom(2, 2, m, 0));
     ROW("zoom same size", "RRR", im.zoom(1, 1, 0, 0));
+    // The weighted members: unknown flags, and alpha weighting of a palettized image (whose
+    // fourth byte is an index), are refused.
+    for (int f : {-1, 4, INT_MIN, INT_MAX}) {
+        ROW("zoom_rgba flags" + sp(f), "RRR", im.zoom_rgba(2, 2, 11, f));
+        ROW("rotate_any_rgba flags" + sp(f), "RRR", im.rotate_any_rgba(30, 1, f));
+    }
+    ROW("zoom_rgba 0x0", "RRR", im.zoom_rgba(0, 0, 11, 3));
+    ROW("zoom_rgba too large", "RRR", im.zoom_rgba(65536, 32768, 0, 3));
+    ROW("zoom_rgba method 14", "RRR", im.zoom_rgba(2, 2, 14, 1));
+    ROW("zoom_rgba palettized alpha", "RDR", im.zoom_rgba(3, 2, 11, 1));
+    ROW("rotate_any_rgba NaN", "RRR", im.rotate_any_rgba(kNaN, 1, 1));
+    ROW("rotate_any_rgba palettized alpha", "RDR", im.rotate_any_rgba(30, 1, 3));
     for (int d : {INT_MIN, -1, 0, 7}) VROW("rotate" + sp(d), "Rvv", im.rotate(d));
     struct Box { int x, y, w, h; };
     for (Box b : {Box{1000000, 0, 5, 5}, Box{-10, -10, 5, 5}, Box{INT_MAX, INT_MAX, INT_MAX, INT_MAX}, Box{INT_MIN, INT_MIN, 5, 5},
@@ -524,6 +536,15 @@ TEST(BadInput, BlursKernelsSharpening) {
         ROW("unsharp_mask radius" + sp(s), "RRR", im.unsharp_mask(nullptr, s, 100, 0));
         ROW("unsharp_mask2 radius" + sp(s), "RRR", im.unsharp_mask2(nullptr, s, 100, 0));
     }
+    for (int f : {-1, 4, INT_MIN}) {
+        ROW("blur_gauss_rgba flags" + sp(f), "RRR", im.blur_gauss_rgba(nullptr, 1, 1, f));
+        ROW("unsharp_mask_rgba flags" + sp(f), "RRR", im.unsharp_mask_rgba(nullptr, 1, 100, 0, f));
+    }
+    ROW("blur_gauss_rgba sigma NaN", "RRR", im.blur_gauss_rgba(nullptr, kNaN, 1, 3));
+    ROW("unsharp_mask_rgba amount", "RRR", im.unsharp_mask_rgba(nullptr, 2, 1001, 0, 1));
+    ROW("blur_gauss_rgba palettized alpha", "RDR", im.blur_gauss_rgba(nullptr, 1, 1, 1));
+    RECTS("blur_gauss_rgba", false, im.blur_gauss_rgba(r, 1e9, 1e-300, 2));
+    RECTS("unsharp_mask_rgba", false, im.unsharp_mask_rgba(r, 1000, 1000, 0, 2));
     ROW("blur_gauss_rle 10000.5", "RRR", im.blur_gauss_rle_plane(nullptr, 10000.5, 7));
     ROW("blur_gauss_rle 1e9", "RRR", im.blur_gauss_rle(nullptr, 1e9));
     ROW("blur_gauss_rle 1e-200 (no taps, total 0)", "RRR", im.blur_gauss_rle(nullptr, 1e-200));
