@@ -21,7 +21,7 @@ int kiv::blur(tagRECT* rect, int dx, int dy) {
     // Results go to a buffer, so every read sees the original image.
     // x + hx and y + hy are formed only once known to lie inside the image: on an image
     // wider or taller than 2^30 the sums could overflow.
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+    kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 4), [&](int y) {
         const bool up = y >= hy, down = hy < H - y;
         const tagRGBA* ru = up ? row_ptr(*this, y - hy) : nullptr;
         const tagRGBA* rd = down ? row_ptr(*this, y + hy) : nullptr;
@@ -277,7 +277,7 @@ void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
     const int w = a.w(), h = a.h();
     TentPlan plan(img, a, r);
     auto image_row = [&](int j) { return row_ptr(*img, a.top + j) + a.left; };
-    run_in_segments(h, w, r, [&](int lo, int hi, tagRGBA* buf) {
+    run_in_segments(h, w, r, r + 1.0, [&](int lo, int hi, tagRGBA* buf) {
         if (buf)
             plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); });
         else
@@ -294,7 +294,7 @@ int kiv::blur_simple(tagRECT* rect, int r) {
     raise_depth_24(*this);
     if (r == 0) {
         // Weight 1 alone: the colours stay, alpha becomes 0.
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(a.w(), 0.5), [&](int y) {
             tagRGBA* p = row_ptr(*this, y);
             for (int x = a.left; x < a.right; ++x) p[x].a = 0;
         });

@@ -90,10 +90,11 @@ private:
 // null, into image_row(j); it may write an image row only once it has read all it needs of
 // it. The rows are cut into segments; the 2z rows around each cut, which read their
 // neighbour's rows, are made first into buffers, then each segment makes the rest of its
-// rows and copies those in.
+// rows and copies those in. steps: the pixel steps of an output pixel (see kivcore::Work);
+// work that a second thread would not pay for runs as one segment.
 template <class Band, class ImageRow>
-void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
-    const int threads = kivcore::parallel_threads();
+void run_in_segments(int h, int w, int z, double steps, Band band, ImageRow image_row) {
+    const int threads = kivcore::threads_for(h, kivcore::row_work(w, steps), kivcore::parallel_threads());
     const long long seg_min = std::max<long long>(64, 4LL * z);
     const int nseg = threads > 1 ? static_cast<int>(std::max<long long>(1, std::min<long long>(2LL * threads, h / seg_min))) : 1;
     if (nseg == 1) {

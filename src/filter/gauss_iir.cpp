@@ -259,7 +259,8 @@ void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* 
     for (int b0 = 0; b0 < lines; b0 += kProgressBatch) {
         const int b1 = std::min(lines, b0 + kProgressBatch);
         const int sweeps = (b1 - b0 + kSpan - 1) / kSpan;
-        kivcore::parallel_chunks(0, sweeps, [&](int gb, int ge) {
+        // Both directions of a fourth-order recursion a sample: several pixel steps each.
+        kivcore::parallel_chunks(0, sweeps, kivcore::row_work(static_cast<long long>(kSpan) * n, 6), [&](int gb, int ge) {
             std::unique_ptr<Scratch> s = pool.take([&] { return std::make_unique<Scratch>(n); });
             for (int g = gb; g < ge; ++g) {
                 const int q0 = b0 + g * kSpan;

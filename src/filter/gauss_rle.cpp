@@ -359,7 +359,7 @@ int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
         if (std::this_thread::get_id() == caller) report();
     };
     auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
-    run_in_segments(h, w, k.h, [&](int lo, int hi, tagRGBA* buf) {
+    run_in_segments(h, w, k.h, k.h + 1.0, [&](int lo, int hi, tagRGBA* buf) {
         if (buf)
             plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); }, done);
         else

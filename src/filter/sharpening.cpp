@@ -108,7 +108,7 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
     iir_blur_block(row_ptr(*this, a.top) + a.left, static_cast<std::ptrdiff_t>(W), blurred, w, w, h, radius, radius,
                    &progress);
     progress.term();
-    kivcore::parallel_for(0, h, [&](int j) {
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
         tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
         const unsigned char* t = lut.data();
@@ -130,12 +130,13 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
     // planes are written whole before they are read.
     const UnzeroedBlock block(2 * n);
     unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
-    kivcore::parallel_for(0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 1),
+                          [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
     LineProgress progress(this, static_cast<long long>(w) + h);
     iir_blur_plane(light, w, blurred, w, w, h, radius, radius, &progress);
     progress.term();
     const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
-    kivcore::parallel_for(0, h, [&](int j) {
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
         tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
         add_changes_row(o, light + j * sw, blurred + j * sw, w, lut.data());
     });
@@ -153,7 +154,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
     const unsigned char* const L = block.as<unsigned char>();
     kivcore::parallel_for(
-        0, h, [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
+        0, h, kivcore::row_work(w, 1), [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw); });
     const double gain_scale = amount / 100.0;
     // The widest kernel first, then the SSE2 one for a last pair it leaves.
     const auto span = kivcore::pick(KIV_AVX2_KERNEL(enhance_span_avx2), KIV_SSE2_KERNEL(enhance_span_sse2));
@@ -161,7 +162,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
     // Box sums are exact integers, so any order gives the same values: per band of rows,
     // column sums over the box's rows slide down one row at a time (a column of 2001
     // squares stays below 2^31), and prefix sums along the row give each box.
-    const int threads = kivcore::parallel_threads();
+    const int threads = kivcore::threads_for(h, kivcore::row_work(w, 4), kivcore::parallel_threads());
     const int nb = std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads));
     kivcore::parallel_for(0, nb, [&](int k) {
         const int jb = static_cast<int>(static_cast<long long>(h) * k / nb),

@@ -18,6 +18,12 @@ namespace {
 // stays in L1 while every contributing row is added in.
 constexpr int kStripPixels = 256;
 
+// Work of one output row of either pass: every output pixel adds up to c.cap taps, and a
+// source row is converted to doubles once.
+kivcore::Work pass_work(const kiv& src, const kiv& dst, const Contributions& c) {
+    return kivcore::Work{static_cast<double>(dst.m_width) * static_cast<double>(c.cap) + src.m_width};
+}
+
 // The vector kernels of both passes, chosen once for a pass (all null on the scalar path).
 struct Kernels {
     decltype(&quad_to_pd_sse2) quad_to_pd =
@@ -127,11 +133,12 @@ void hpass(kiv& src, kiv& dst, const Contributions& c) {
     if (const Kernels k; k.hsum) {
         int widest = 1;
         const std::vector<ColumnBlock> blocks = column_blocks(c, dst.m_width, &widest);
-        kivcore::parallel_chunks(0, dst.m_height,
+        kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
                                  [&](int y0, int y1) { hpass_blocks(src, dst, c, blocks, widest, y0, y1, k); });
         return;
     }
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { hpass_rows_scalar(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                             [&](int y0, int y1) { hpass_rows_scalar(src, dst, c, y0, y1); });
 }
 
 namespace {
@@ -260,12 +267,13 @@ void vpass(kiv& src, kiv& dst, const Contributions& c) {
             ring = std::max(ring, *mm.second - *mm.first + 1);
         }
         if (ring <= kMaxRing) {
-            kivcore::parallel_chunks(0, dst.m_height,
+            kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
                                      [&](int y0, int y1) { vpass_ring(src, dst, c, ring, y0, y1, k); });
             return;
         }
     }
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                             [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
 }
 
 }  // namespace kivgeom

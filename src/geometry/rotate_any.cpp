@@ -44,7 +44,7 @@ int kiv::rotate_any(double degrees, COLORREF background, int method) {
         if (x < 0 || y < 0 || x >= W || y >= H) return bg;
         return kivcore::row_ptr(*this, static_cast<int>(y))[x];
     };
-    kivcore::parallel_for(0, nh, [&](int Y) {
+    kivcore::parallel_for(0, nh, kivcore::row_work(nw, 8), [&](int Y) {
         tagRGBA* d = kivcore::row_ptr(result, Y);
         const double v = Y + 0.5 - tcy;
         for (int X = 0; X < nw; ++X) {
