@@ -25,6 +25,15 @@ void same_for_all(Tables& t, const u8 (&one)[256]) {
     std::memcpy(t.b, one, 256);
 }
 
+// The tables below are rounded from kmath::pow. Its estimate is within 1e-9 of it once scaled
+// to 0..256, so an entry whose estimate lies farther than this from an integer has the floor
+// (and so the entry) the exact value would give; only the others pay for pow itself.
+constexpr double kSettled = 1e-6;
+bool settled(double v) {
+    const double f = v - std::floor(v);
+    return f > kSettled && f < 1.0 - kSettled;  // false for NaN
+}
+
 void bright_contrast_table(int brightness, int contrast, u8 (&out)[256]) {
     brightness = brightness < -127 ? -127 : brightness > 127 ? 127 : brightness;
     contrast = contrast < -127 ? -127 : contrast > 127 ? 127 : contrast;
@@ -37,15 +46,20 @@ void bright_contrast_table(int brightness, int contrast, u8 (&out)[256]) {
         const bool upper = y > 0.5;
         double t = upper ? 1.0 - y : y;
         if (t < 0.0) t = 0.0;
-        double r = kivcore::kmath::pow(2.0 * t, e) * 0.5;
-        if (upper) r = 1.0 - r;
-        out[i] = entry_from_double(r * 255.0 + 0.5);
+        auto scaled = [upper](double p) {
+            double r = p * 0.5;
+            if (upper) r = 1.0 - r;
+            return r * 255.0 + 0.5;
+        };
+        const double guess = scaled(kivcore::kmath::pow_estimate(2.0 * t, e));
+        out[i] = entry_from_double(settled(guess) ? guess : scaled(kivcore::kmath::pow(2.0 * t, e)));
     }
 }
 
 // Entry i of one gamma table: i^(1/p) on the unit scale, rounded half up.
 int gamma_entry(int i, double p) {
-    const double v = std::floor(kivcore::kmath::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
+    const double guess = kivcore::kmath::pow_estimate(i / 255.0, 1.0 / p) * 255.0 + 0.5;
+    const double v = std::floor(settled(guess) ? guess : kivcore::kmath::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
     if (!(v > 0.0)) return 0;  // also NaN
     return v >= 255.0 ? 255 : static_cast<int>(v);
 }

@@ -138,5 +138,49 @@ double pow(double x, double y) {
     return sign * exp_dd(t);
 }
 
+namespace {
+
+// The 64-point tables of pow_estimate, made once from the exact functions: log c_j for the
+// mantissa cells c_j = 1 + (j + 0.5) / 64, and 2^(j / 64).
+struct EstimateTables {
+    double log_c[64], exp2_j[64];
+    EstimateTables() {
+        for (int j = 0; j < 64; ++j) {
+            log_c[j] = log(1.0 + (j + 0.5) / 64.0);
+            exp2_j[j] = exp(j * (kLn2Hi / 64.0) + j * ((kLn2Mid + kLn2Lo) / 64.0));
+        }
+    }
+};
+const EstimateTables& estimate_tables() {
+    static const EstimateTables t;
+    return t;
+}
+
+}  // namespace
+
+double pow_estimate(double x, double y) {
+    constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+    if (!(x >= 0x1p-1022) || is_inf(x) || !(fabs_(y) < 1e300)) return kNaN;  // also 0, NaN, subnormals
+    const EstimateTables& t = estimate_tables();
+    // log x = e ln 2 + log c_j + 2 atanh(s), s = (m - c_j) / (m + c_j) with m in [1, 2) in
+    // cell j: |s| <= 1/256, and the series to s^5 leaves less than 1e-17.
+    const std::uint64_t bx = bits_of(x);
+    const int e = static_cast<int>(bx >> 52) - 1023;
+    const int j = static_cast<int>((bx >> 46) & 63);
+    const double m = from_bits((bx & 0xFFFFFFFFFFFFFull) | 0x3FF0000000000000ull);
+    const double c = 1.0 + (j + 0.5) / 64.0;
+    const double sd = (m - c) / (m + c), s2 = sd * sd;
+    const double lm = t.log_c[j] + 2.0 * sd * (1.0 + s2 * (1.0 / 3.0 + s2 * (1.0 / 5.0)));
+    const double z = y * (e * kLn2Hi + (e * (kLn2Mid + kLn2Lo) + lm));
+    if (!(fabs_(z) <= 700.0)) return kNaN;
+    // e^z = 2^(k / 64) e^r, |r| <= ln2 / 128: degree 5 leaves less than 1e-16.
+    const double k = std::floor(z * (64.0 * kInvLn2) + 0.5);
+    const double r = (z - k * (kLn2Hi / 64.0)) - k * ((kLn2Mid + kLn2Lo) / 64.0);
+    const double p = 1.0 + r * (1.0 + r * (0.5 + r * (1.0 / 6.0 + r * (1.0 / 24.0 + r * (1.0 / 120.0)))));
+    const int ki = static_cast<int>(k);
+    // |k / 64| <= 1010: a normal power of two.
+    return p * t.exp2_j[ki & 63] * pow2(ki >> 6);
+}
+
 }  // namespace kmath
 }  // namespace kivcore
