@@ -30,6 +30,7 @@ thread_local int t_sized_cap = 0;  // threads a sized loop chose for its call, 0
 // worker and gathering it back costs tens of microseconds, about what half of such a loop
 // takes. Each further thread needs about half as much again to pay for itself.
 constexpr double kSplitWork = 32768;
+std::atomic<double> g_split_work{kSplitWork};
 
 // One spin-wait step: tells the core (and a hyperthread sibling) that this thread is waiting.
 inline void spin_pause() {
@@ -209,11 +210,14 @@ int parallel_threads() {
 }
 
 int threads_for(long long n, Work work, int threads) {
-    const double total = static_cast<double>(n) * work.per_index;
-    if (threads <= 1 || !(total >= kSplitWork)) return 1;  // NaN and negative work too
-    const double shares = std::floor(total / (kSplitWork / 2));
+    const double total = static_cast<double>(n) * work.per_index, from = split_work();
+    if (threads <= 1 || n < 2 || !(total >= from)) return 1;  // NaN and negative work too
+    const double shares = from > 0 ? std::floor(total / (from / 2)) : threads;
     return shares >= threads ? threads : std::max(1, static_cast<int>(shares));
 }
+
+void set_split_work(double steps) { g_split_work.store(steps >= 0 ? steps : kSplitWork); }
+double split_work() { return g_split_work.load(std::memory_order_relaxed); }
 
 void parallel_range(int first, int last, Work work, RangeFn fn, void* ctx) {
     // The choice holds for this call only; a sized loop inside a body runs inline anyway.

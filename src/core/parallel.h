@@ -31,6 +31,10 @@ constexpr Work row_work(long long pixels, double steps = 1.0) { return Work{stat
 // alone while the whole loop costs less than handing part of it to another thread does, then
 // one more thread for each further share of about that size.
 int threads_for(long long n, Work work, int threads);
+// The work from which a loop splits (pixel steps; about what waking a worker costs). Tests
+// set 0 to run every sized loop of more than one index on all threads.
+void set_split_work(double steps);
+double split_work();
 
 // parallel_range for a loop whose work is known: a small loop runs on the calling thread
 // alone, a larger one on as many threads as threads_for gives. Same calls of fn otherwise.
