@@ -193,7 +193,14 @@ inline void tables_rect(kiv& img, const Area& rc, const Tables& t) {
     // Red and green looked up together (128 KB, held in the second-level cache): two loads a
     // pixel instead of three, four pixels a step. The entries are those of map_word.
     std::unique_ptr<std::uint16_t[]> rg(new std::uint16_t[65536]);
-    for (u32 i = 0; i < 65536; ++i) rg[i] = static_cast<std::uint16_t>(t.r[i & 0xFF] | t.g[i >> 8] << 8);
+    // A run of 256 entries a green value: each the red entries with that green above them.
+    std::uint16_t red[256];
+    for (int i = 0; i < 256; ++i) red[i] = t.r[i];
+    for (int g = 0; g < 256; ++g) {
+        const auto high = static_cast<std::uint16_t>(t.g[g] << 8);
+        std::uint16_t* run = rg.get() + 256 * g;
+        for (int i = 0; i < 256; ++i) run[i] = static_cast<std::uint16_t>(red[i] | high);
+    }
     const std::uint16_t* const pair_table = rg.get();
     for_rows(img, rc, [&](tagRGBA* p, int n) {
         // Table pointers in locals: the pixel stores could otherwise alias the captures and
