@@ -26,10 +26,11 @@ std::atomic<int> g_thread_cap{0};  // 0 = all cores
 thread_local bool t_inside_body = false;
 thread_local int t_sized_cap = 0;  // threads a sized loop chose for its call, 0 = no limit
 
-// Below this many pixel steps in all, a loop runs on the calling thread: waking a parked
-// worker and gathering it back costs tens of microseconds, about what half of such a loop
-// takes. Each further thread needs about half as much again to pay for itself.
-constexpr double kSplitWork = 32768;
+// Below this many pixel steps in all (about as many nanoseconds of one core), a loop runs
+// on the calling thread: a parked worker can take tens of microseconds to wake, and until it
+// does the caller works alone, so only a loop well past that gains. Each further thread
+// needs about half as much again to pay for itself.
+constexpr double kSplitWork = 65536;
 std::atomic<double> g_split_work{kSplitWork};
 
 // One spin-wait step: tells the core (and a hyperthread sibling) that this thread is waiting.
@@ -57,9 +58,10 @@ bool spin_while(Busy busy, std::chrono::microseconds budget) {
 }
 
 // How long an idle worker keeps looking for the next loop before it sleeps (operations
-// called back to back then find it awake), and how long a caller waits for the workers still
-// inside its loop before it sleeps (they finish at most one chunk each).
-constexpr std::chrono::microseconds kWorkerSpin{200};
+// called back to back then find it awake, and the system need not wake its core to have it
+// drop mappings the caller frees just after a loop), and how long a caller waits for the
+// workers still inside its loop before it sleeps (they finish at most one chunk each).
+constexpr std::chrono::microseconds kWorkerSpin{100};
 constexpr std::chrono::microseconds kCallerSpin{1000};
 
 // One call of parallel_range. Lives on the caller's stack; the caller leaves only when no
