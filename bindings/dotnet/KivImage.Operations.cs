@@ -92,6 +92,31 @@ namespace Kiv
         /// <param name="sy">source row (pixels)</param>
         public void BltDib(int x, int y, int w, int h, byte[] dib, int sx, int sy) { Call("blt_dib", x, y, w, h, dib, sx, sy); }
 
+        /// <summary>Read a packed DIB of any form: every header, depth 1..64, RLE, bit fields, top-down.</summary>
+        /// <param name="dib">a packed DIB in movable global memory; only read</param>
+        public void AttachdibAny(byte[] dib) { Call("attachdib_any", dib); }
+
+        /// <summary>Read a packed DIB of any form from bytes.</summary>
+        /// <param name="data">a packed DIB: header, masks, colour table, rows (bytes)</param>
+        public void AttachdibAnyBytes(byte[] data) { Call("attachdib_any_bytes", data); }
+
+        /// <summary>Read a BMP file of any form.</summary>
+        /// <param name="path">the BMP file read</param>
+        public void Loadbmp(string path) { Call("loadbmp", path); }
+
+        /// <summary>Read a BMP file of any form from its bytes.</summary>
+        /// <param name="data">the bytes of a BMP file (bytes)</param>
+        public void LoadbmpBytes(byte[] data) { Call("loadbmp_bytes", data); }
+
+        /// <summary>A new 32-bit V5 DIB with alpha (free with GlobalFree).</summary>
+        /// <param name="premultiplied">1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5) (0..1)</param>
+        public byte[] CreatedibAlpha(int premultiplied = 0) { return (byte[])Call("createdib_alpha", premultiplied); }
+
+        /// <summary>Write the image as a 32-bit V5 BMP file with alpha.</summary>
+        /// <param name="path">the file written (replaced only on success)</param>
+        /// <param name="premultiplied">1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5) (0..1)</param>
+        public void SavebmpAlpha(string path, int premultiplied = 0) { Call("savebmp_alpha", path, premultiplied); }
+
         /// <summary>A new packed DIB of the part of a packed DIB inside rect.</summary>
         /// <param name="dib">a packed DIB in movable global memory; only read</param>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
@@ -282,6 +307,13 @@ namespace Kiv
         /// <param name="mapped">nonzero: the result's pixels in a mapped temporary file (0..1)</param>
         public void Zoom(int w, int h, int method, bool mapped = false) { Call("zoom", w, h, method, mapped); }
 
+        /// <summary>Resample as zoom (no sharpening), colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="w">new width (pixels, &gt;= 1)</param>
+        /// <param name="h">new height (pixels, &gt;= 1)</param>
+        /// <param name="method">the filter (0..13); box=0, triangle=1, hermite=2, hanning=3, hamming=4, blackman=5, gaussian=6, quadratic=7, bspline=8, catmull_rom=9, mitchell=10, lanczos3=11, bessel=12, sinc=13</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void ZoomRgba(int w, int h, int method, int flags = 0) { Call("zoom_rgba", w, h, method, flags); }
+
         /// <summary>Resize to w x h by replicating pixels (keeps depth and map).</summary>
         /// <param name="w">new width (pixels, &gt;= 1)</param>
         /// <param name="h">new height (pixels, &gt;= 1)</param>
@@ -349,6 +381,12 @@ namespace Kiv
         /// <param name="background">colour of the uncovered corners</param>
         /// <param name="method">sampling (0, 1); nearest=0, bilinear=1</param>
         public void RotateAny(double degrees, uint background, int method) { Call("rotate_any", degrees, background, method); }
+
+        /// <summary>Turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="degrees">angle, counter-clockwise (degrees, finite)</param>
+        /// <param name="method">sampling (0, 1); nearest=0, bilinear=1</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void RotateAnyRgba(double degrees, int method, int flags = 0) { Call("rotate_any_rgba", degrees, method, flags); }
 
         /// <summary>Draw layer at (x, y) through a blend mode.</summary>
         /// <param name="layer">the layer (may be this image)</param>
@@ -526,6 +564,13 @@ namespace Kiv
         /// <param name="planes">channels: bit 0 red, 1 green, 2 blue, 3 alpha (bits)</param>
         public void BlurGaussRlePlane(double sigma, uint planes, Rect? rect = null) { Call("blur_gauss_rle_plane", rect, sigma, planes); }
 
+        /// <summary>Recursive Gaussian blur, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="rect">the part to work on; null or empty: the whole image</param>
+        /// <param name="sx">horizontal standard deviation (pixels, &gt; 0 and finite)</param>
+        /// <param name="sy">vertical standard deviation (pixels, &gt; 0 and finite)</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void BlurGaussRgba(double sx, double sy, int flags = 0, Rect? rect = null) { Call("blur_gauss_rgba", rect, sx, sy, flags); }
+
         /// <summary>Sampled Gaussian blur (alpha kept).</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
         /// <param name="sigma">standard deviation (pixels, &gt; 0 and &lt;= 10000)</param>
@@ -594,6 +639,14 @@ namespace Kiv
         /// <param name="amount">strength (percent, 0..1000)</param>
         /// <param name="threshold">smallest difference sharpened (levels, 0..255)</param>
         public void UnsharpMask2(double radius, int amount, int threshold, Rect? rect = null) { Call("unsharp_mask2", rect, radius, amount, threshold); }
+
+        /// <summary>Unsharp mask, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="rect">the part to work on; null or empty: the whole image</param>
+        /// <param name="radius">blur sigma (pixels, &gt; 0 and &lt;= 1000)</param>
+        /// <param name="amount">strength (percent, 0..1000)</param>
+        /// <param name="threshold">smallest difference sharpened (levels, 0..255)</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void UnsharpMaskRgba(double radius, int amount, int threshold, int flags = 0, Rect? rect = null) { Call("unsharp_mask_rgba", rect, radius, amount, threshold, flags); }
 
         /// <summary>Local contrast enhancement.</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
@@ -687,7 +740,7 @@ namespace Kiv
 
         /// <summary>Texturize with a texture read from a BMP file.</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
-        /// <param name="path">the BMP file</param>
+        /// <param name="path">the BMP file (any form loadbmp reads)</param>
         /// <param name="azimuth">light direction, counter-clockwise from the right (degrees, finite)</param>
         /// <param name="elevation">light elevation above the image plane (degrees, finite)</param>
         /// <param name="depth">relief depth (1..1530)</param>

@@ -67,6 +67,25 @@ namespace Kiv
         /// <summary>Cap the library's threads per operation: 0 all cores, 1 the calling thread.</summary>
         public static int Threads { get { return Native.kiv_getthreads(); } set { Native.kiv_setthreads(value); } }
 
+        Native.ProgressFn progressFn;  // held while the library may call it
+
+        /// <summary>Watch and stop this image's long operations: progress(done, total) is called on
+        /// the calling thread with total 100 and done rising from 0 to 100; true stops the call,
+        /// which throws OperationCanceledException and leaves the image as it was.  null removes
+        /// it.</summary>
+        public Func<int, int, bool> Progress
+        {
+            set
+            {
+                lock (gate)
+                {
+                    if (h == null) throw new ObjectDisposedException("KivImage");
+                    progressFn = value == null ? null : new Native.ProgressFn((u, done, total) => value(done, total) ? 1 : 0);
+                    Native.kiv_set_progress(h.DangerousGetHandle(), progressFn, IntPtr.Zero);
+                }
+            }
+        }
+
         T With<T>(Func<IntPtr, T> f)
         {
             lock (gate)
@@ -111,43 +130,36 @@ namespace Kiv
             });
         }
 
-        /// <summary>A new image of a packed DIB (header, colour table, rows bottom-up).</summary>
-        public static KivImage FromDib(byte[] dib)
+        /// <summary>A new image of a packed DIB (header, colour table, rows bottom-up) read by
+        /// attachdib; full: by the full reader (every header, depth and compression; CF_DIBV5).</summary>
+        public static KivImage FromDib(byte[] dib, bool full = false)
         {
             KivImage img = new KivImage(0, 0, 0);
-            try { img.Attachdib(dib); } catch { img.Dispose(); throw; }
+            try { if (full) img.AttachdibAnyBytes(dib); else img.Attachdib(dib); } catch { img.Dispose(); throw; }
             return img;
         }
 
         /// <summary>The image as a packed DIB.</summary>
         public byte[] ToDib() { return Createdib(); }
 
-        /// <summary>Read a BMP file through the library's DIB code.</summary>
+        /// <summary>Read a BMP file of any form (every header, depth and compression) through the
+        /// library's full reader; ArgumentException with its reason when it refuses the file.</summary>
         public static KivImage Open(string path)
         {
             byte[] f = File.ReadAllBytes(path);
-            if (f.Length < 54 || f[0] != 'B' || f[1] != 'M') throw new ArgumentException(path + ": not a BMP file");
-            // The DIB reader takes the table at byte 40 and the rows after it: a longer info
-            // header (V4, V5) is cut to 40 bytes and the rows taken from bfOffBits.
-            int size = BitConverter.ToInt32(f, 14), bits = BitConverter.ToInt16(f, 28), used = BitConverter.ToInt32(f, 46);
-            long off = BitConverter.ToUInt32(f, 10), avail = f.Length - 14;
-            if (size < 40 || size > avail) throw new ArgumentException(path + ": malformed BMP header");
-            long table = Math.Min(used != 0 ? 4L * (uint)used : bits <= 8 ? 4L << bits : 0, avail - size);
-            long rows = off >= 14 && off <= f.Length ? off : 14 + size + table;
-            MemoryStream dib = new MemoryStream();
-            dib.Write(BitConverter.GetBytes(40), 0, 4);
-            dib.Write(f, 18, 36);
-            dib.Write(f, 14 + size, (int)table);
-            dib.Write(f, (int)rows, (int)(f.Length - rows));
-            return FromDib(dib.ToArray());
+            KivImage img = new KivImage(0, 0, 0);
+            try { img.LoadbmpBytes(f); }
+            catch (ArgumentException e) { img.Dispose(); throw new ArgumentException(path + ": " + e.Message); }
+            return img;
         }
 
         /// <summary>Write the image as a BMP file (replaced only when completely written).</summary>
         public void Save(string path)
         {
-            byte[] dib = ToDib();
+            // An image with alpha as a 32-bit V5 file whose bit fields keep it.
+            byte[] dib = Bits == 32 ? CreatedibAlpha(0) : ToDib();
             int used = BitConverter.ToInt32(dib, 32), bits = BitConverter.ToInt16(dib, 14);
-            int off = 54 + 4 * (used != 0 ? used : bits <= 8 ? 1 << bits : 0);
+            int off = 14 + BitConverter.ToInt32(dib, 0) + 4 * (used != 0 ? used : bits <= 8 ? 1 << bits : 0);
             byte[] file = new byte[14 + dib.Length];
             file[0] = (byte)'B';
             file[1] = (byte)'M';
@@ -247,6 +259,7 @@ namespace Kiv
                 {
                     string why = Native.LastError();
                     if (why.EndsWith("out of memory")) throw new OutOfMemoryException(why);
+                    if (why.EndsWith(": cancelled")) throw new OperationCanceledException(why);
                     throw new ArgumentException(why);
                 }
                 return Result(op, res);

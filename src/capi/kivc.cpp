@@ -1,6 +1,7 @@
 // The C interface: each function of kivc.h calls its member unchanged.  Operations go
 // through their row of the operation table (the same call kiv_op_call makes), which adds
-// the reasons; the others check only for a null image.
+// the reasons; the members that give their own reason pass it on; the others check only
+// for a null image.
 #include <new>
 #include <type_traits>
 
@@ -50,6 +51,19 @@ R as(const kiv_value& r) {
 kiv* need(kiv_image* img, const char* name) {
     if (!img) kivops::set_error("%s: the image is null", name);
     return K(img);
+}
+
+// The members that say why they refuse, called with a pointer of the function's own (their
+// rows take byte counts below 2^31 only): the reason goes to kiv_last_error and *reason.
+template <class Call>
+int reasoned(kiv_image* img, const char* name, const char** reason, Call call) {
+    kivops::clear_error();
+    const char* why = nullptr;
+    kiv* m = need(img, name);
+    const int ok = m ? call(m, &why) : 0;
+    if (m && !ok) kivops::set_error("%s: %s", name, why ? why : "refused");
+    if (reason) *reason = ok ? nullptr : kiv_last_error();
+    return ok;
 }
 
 }  // namespace
@@ -147,6 +161,7 @@ MEMBER(void, progress_init, (kiv_image* img, int steps), NOTHING, m->progress_in
 MEMBER(void, progress_continue, (kiv_image* img), NOTHING, m->progress_continue())
 MEMBER(void, progress_term, (kiv_image* img), NOTHING, m->progress_term())
 MEMBER(void, progress_reset, (kiv_image* img), NOTHING, m->progress_reset())
+MEMBER(void, set_progress, (kiv_image* img, kivProgressFn fn, void* user), NOTHING, m->set_progress(fn, user))
 #ifdef _WIN32
 MEMBER(HPALETTE, createpalette, (kiv_image* img), nullptr, m->createpalette())
 MEMBER(int, replace_palette, (kiv_image* img, HPALETTE palette), 0, m->replace_palette(palette))
@@ -182,6 +197,18 @@ OP(int, convert_rgb, (kiv_image* img, tagRECT* rect, int colorspace), V(rect), V
 OP(int, attachdib, (kiv_image* img, void* dib), V(dib))
 OP(int, attachdib_width_mapfile, (kiv_image* img, void* dib), V(dib))
 OP(void*, createdib, (kiv_image* img))
+OP(void*, createdib_alpha, (kiv_image* img, int premultiplied), V(premultiplied))
+#define REASONED(NAME, PARAMS, ...)                                                              \
+    extern "C" KIV_API int kiv_##NAME PARAMS {                                                   \
+        return reasoned(img, #NAME, reason, [&](kiv* m, const char** why) { return __VA_ARGS__; }); \
+    }
+REASONED(attachdib_any, (kiv_image* img, void* dib, const char** reason), m->attachdib_any(dib, why))
+REASONED(attachdib_any_bytes, (kiv_image* img, const void* data, size_t size, const char** reason),
+         m->attachdib_any_bytes(data, size, why))
+REASONED(loadbmp, (kiv_image* img, const char* path, const char** reason), m->loadbmp(path, why))
+REASONED(loadbmp_bytes, (kiv_image* img, const void* data, size_t size, const char** reason), m->loadbmp_bytes(data, size, why))
+REASONED(savebmp_alpha, (kiv_image* img, const char* path, int premultiplied, const char** reason),
+         m->savebmp_alpha(path, premultiplied, why))
 OP(void, blt_dib, (kiv_image* img, int x, int y, int w, int h, void* dib, int sx, int sy), V(x), V(y), V(w), V(h), V(dib), V(sx), V(sy))
 
 // ---- Quantization ---------------------------------------------------------------------------
@@ -232,6 +259,8 @@ OP(int, scroll, (kiv_image* img, int dx, int dy, int wrap), V(dx), V(dy), V(wrap
 OP(int, tile, (kiv_image* img, tagRECT* rect, int nx, int ny), V(rect), V(nx), V(ny))
 OP(int, tile_divide, (kiv_image* img, tagRECT* rect, int n), V(rect), V(n))
 OP(int, rotate_any, (kiv_image* img, double degrees, COLORREF background, int method), V(degrees), V(background), V(method))
+OP(int, zoom_rgba, (kiv_image* img, int w, int h, int method, int flags), V(w), V(h), V(method), V(flags))
+OP(int, rotate_any_rgba, (kiv_image* img, double degrees, int method, int flags), V(degrees), V(method), V(flags))
 OP(int, addlayer, (kiv_image* img, kiv_image* layer, int x, int y, int opacity, int mode, int usealpha), V(layer), V(x), V(y),
    V(opacity), V(mode), V(usealpha))
 OP(int, merge, (kiv_image* img, kiv_image* src, tagRECT* srcrect, int x, int y, int opacity), V(src), V(srcrect), V(x), V(y),
@@ -276,6 +305,8 @@ OP(int, blur_simple, (kiv_image* img, tagRECT* rect, int r), V(rect), V(r))
 OP(int, blur_gauss_iir, (kiv_image* img, tagRECT* rect, double sx, double sy), V(rect), V(sx), V(sy))
 OP(int, blur_gauss_rle_plane, (kiv_image* img, tagRECT* rect, double sigma, unsigned planes), V(rect), V(sigma), V(planes))
 OP(int, blur_gauss_rle, (kiv_image* img, tagRECT* rect, double sigma), V(rect), V(sigma))
+OP(int, blur_gauss_rgba, (kiv_image* img, tagRECT* rect, double sx, double sy, int flags), V(rect), V(sx), V(sy),
+   V(flags))
 OP(int, blur_gauss_sel, (kiv_image* img, tagRECT* rect, double radius, int threshold), V(rect), V(radius), V(threshold))
 OP(int, filter_3x3, (kiv_image* img, tagRECT* rect, unsigned mode), V(rect), V(mode))
 OP(int, filter_custom3x3, (kiv_image* img, tagRECT* rect, int* kernel, int divisor), V(rect), Arr(kernel, 9), V(divisor))
@@ -290,6 +321,8 @@ OP(int, unsharp_mask, (kiv_image* img, tagRECT* rect, double radius, int amount,
    V(threshold))
 OP(int, unsharp_mask2, (kiv_image* img, tagRECT* rect, double radius, int amount, int threshold), V(rect), V(radius), V(amount),
    V(threshold))
+OP(int, unsharp_mask_rgba, (kiv_image* img, tagRECT* rect, double radius, int amount, int threshold, int flags),
+   V(rect), V(radius), V(amount), V(threshold), V(flags))
 OP(int, enhance, (kiv_image* img, tagRECT* rect, int radius, int amount), V(rect), V(radius), V(amount))
 OP(int, mblur_linear, (kiv_image* img, tagRECT* rect, double angle, int distance), V(rect), V(angle), V(distance))
 OP(int, mblur_radial, (kiv_image* img, tagRECT* rect, int cx, int cy, double angle), V(rect), V(cx), V(cy), V(angle))

@@ -112,6 +112,15 @@ constexpr kiv_choice kTurn[] = {{0, "clockwise"}, {1, "counter_clockwise"}};
 constexpr kiv_choice kSampling[] = {{0, "nearest"}, {1, "bilinear"}};
 constexpr kiv_choice kNoise[] = {{0, "uniform"}, {1, "gaussian"}};
 
+// The flags of the weighted members (KIV_FILTER_ALPHA, KIV_FILTER_LINEAR).
+A Flags() {
+    return Int("flags", "bits",
+               "1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light")
+        .range(0, 3)
+        .def(0);
+}
+#define KIV_PALETTIZED_ALPHA "flag 1 on a palettized image (its fourth byte is a colour index)"
+
 A Mode() { return Choice("mode", kBlend, "blend mode; any other value is normal", KIV_OUT_REPLACED).replaced(0); }
 A QuantMode() { return Choice("mode", kQuantModes, "how pixels are mapped to the palette"); }
 A Space() { return Choice("colorspace", kSpaces, "colour space"); }
@@ -119,10 +128,22 @@ A Space() { return Choice("colorspace", kSpaces, "colour space"); }
 A FillDir() { return Choice("dir", kDirs, "side or corner the ramp runs toward (unused by a single stop)", KIV_OUT_DEPTH); }
 A Az(double def) { return Real("azimuth", "degrees", "light direction, counter-clockwise from the right").finite().field().def(def); }
 A El(double def) { return Real("elevation", "degrees", "light elevation above the image plane").finite().field().def(def); }
+A Premultiplied() {
+    return Int("premultiplied", "", "1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5)")
+        .range(0, 1)
+        .def(0);
+}
 A Depth(double def) { return Int("depth", "", "relief depth").range(1, 1530).field().def(def); }
 
 // ---- Invokers ---------------------------------------------------------------------------
 #define RUN(...) [](kiv* m, const Args& a) -> Result { (void)m, (void)a; return ret(__VA_ARGS__); }
+// A member that says why it refused (through `why`): its reason becomes the call's.
+#define REASONED(...)                                                       \
+    [](kiv* m, const Args& a) -> Result {                                   \
+        const char* why = nullptr;                                          \
+        const int r = __VA_ARGS__;                                          \
+        return r ? ret(r) : Result{0, nullptr, why ? why : "refused"};      \
+    }
 #define DO(...) [](kiv* m, const Args& a) -> Result { (void)m, (void)a; __VA_ARGS__; return Result{}; }
 
 struct Rows {
@@ -219,6 +240,28 @@ void image_and_palette(Rows& t) {
          {Int("x", "pixels", "target column"), Int("y", "pixels", "target row"), Int("w", "pixels", "block width"),
           Int("h", "pixels", "block height"), Dib(), Int("sx", "pixels", "source column"), Int("sy", "pixels", "source row")},
          DO(m->blt(a.i(0), a.i(1), a.i(2), a.i(3), a.dib(4), a.i(5), a.i(6))));
+    // The full reader and the alpha writer: the reason the member gives becomes the call's.
+    const char* unreadable = "data the full reader refuses (its reason becomes the error)";
+    t.op("attachdib_any", I, "read a packed DIB of any form: every header, depth 1..64, RLE, bit fields, top-down",
+         {Dib()}, REASONED(m->attachdib_any(a.dib(0), &why)))
+        .refuses(unreadable);
+    t.op("attachdib_any_bytes", I, "read a packed DIB of any form from bytes",
+         {A("data", KIV_T_BYTES, "bytes", "a packed DIB: header, masks, colour table, rows")},
+         REASONED(m->attachdib_any_bytes(a.ptr<void>(0, KIV_T_BYTES), static_cast<size_t>(a.n(0)), &why)))
+        .refuses(unreadable);
+    t.op("loadbmp", I, "read a BMP file of any form", {Str("path", "the BMP file read")}, REASONED(m->loadbmp(a.str(0), &why)))
+        .refuses("a missing or unreadable file, data the full reader refuses (its reason becomes the error)");
+    t.op("loadbmp_bytes", I, "read a BMP file of any form from its bytes",
+         {A("data", KIV_T_BYTES, "bytes", "the bytes of a BMP file")},
+         REASONED(m->loadbmp_bytes(a.ptr<void>(0, KIV_T_BYTES), static_cast<size_t>(a.n(0)), &why)))
+        .refuses(unreadable);
+    t.op("createdib_alpha", KIV_T_DIB, "a new 32-bit V5 DIB with alpha (free with GlobalFree)", {Premultiplied()},
+         RUN(m->createdib_alpha(a.i(0))))
+        .refuses("an empty image");
+    t.op("savebmp_alpha", I, "write the image as a 32-bit V5 BMP file with alpha",
+         {Str("path", "the file written (replaced only on success)"), Premultiplied()},
+         REASONED(m->savebmp_alpha(a.str(0), a.i(1), &why)))
+        .refuses("an empty image, a failed write");
     t.op("kivCrop", KIV_T_DIB, "a new packed DIB of the part of a packed DIB inside rect", {Dib(), Rect()},
          RUN(kivCrop(a.dib(0), a.rect(1))))
         .flags(KIV_OP_FREE)
@@ -333,6 +376,10 @@ void geometry(Rows& t) {
           Bool("mapped", "nonzero: the result's pixels in a mapped temporary file").def(0)},
          RUN(m->zoom(a.i(0), a.i(1), a.i(2), a.i(3))))
         .refuses("the same size, too little memory");
+    t.op("zoom_rgba", I, "resample as zoom (no sharpening), colour weighted by alpha and/or in linear light",
+         {Size("w", "new width"), Size("h", "new height"), Choice("method", kZoom, "the filter"), Flags()},
+         RUN(m->zoom_rgba(a.i(0), a.i(1), a.i(2), a.i(3))))
+        .refuses("the same size, too little memory, " KIV_PALETTIZED_ALPHA);
     t.op("zoom_pixel", I, "resize to w x h by replicating pixels (keeps depth and map)",
          {Size("w", "new width"), Size("h", "new height")}, RUN(m->zoom_pixel(a.i(0), a.i(1))));
     t.op("zoom_near", I, "resize to w x h taking the nearest pixel (keeps depth and map)",
@@ -375,6 +422,12 @@ void geometry(Rows& t) {
           Choice("method", kSampling, "sampling")},
          RUN(m->rotate_any(a.d(0), a.c(1), a.i(2))))
         .refuses("a result too large");
+    t.op("rotate_any_rgba", I,
+         "turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light",
+         {Real("degrees", "degrees", "angle, counter-clockwise").finite(), Choice("method", kSampling, "sampling"),
+          Flags()},
+         RUN(m->rotate_any_rgba(a.d(0), a.i(1), a.i(2))))
+        .refuses("a result too large, " KIV_PALETTIZED_ALPHA);
 
     const char* nothing = "nothing to draw (no overlap, an empty source)";
     t.op("addlayer", I, "draw layer at (x, y) through a blend mode",
@@ -493,6 +546,10 @@ void filter(Rows& t) {
          {Rect(), rle, Uint("planes", "bits", "channels: bit 0 red, 1 green, 2 blue, 3 alpha")},
          RUN(m->blur_gauss_rle_plane(a.rect(0), a.d(1), a.u(2))))
         .refuses(tiny);
+    t.op("blur_gauss_rgba", I, "recursive Gaussian blur, colour weighted by alpha and/or in linear light",
+         {Rect(), sigma, Real("sy", "pixels", "vertical standard deviation").gt(0).finite(), Flags()},
+         RUN(m->blur_gauss_rgba(a.rect(0), a.d(1), a.d(2), a.i(3))))
+        .refuses("a sigma whose filter coefficients are not finite, " KIV_PALETTIZED_ALPHA);
     t.op("blur_gauss_rle", I, "sampled Gaussian blur (alpha kept)", {Rect(), rle}, RUN(m->blur_gauss_rle(a.rect(0), a.d(1))))
         .refuses(tiny);
     t.op("blur_gauss_sel", I, "selective Gaussian: averages only neighbours within threshold",
@@ -537,6 +594,12 @@ void filter(Rows& t) {
               Int("threshold", "levels", "smallest difference sharpened").range(0, 255)},
              light ? Invoke(RUN(m->unsharp_mask2(a.rect(0), a.d(1), a.i(2), a.i(3))))
                    : Invoke(RUN(m->unsharp_mask(a.rect(0), a.d(1), a.i(2), a.i(3)))));
+    t.op("unsharp_mask_rgba", I, "unsharp mask, colour weighted by alpha and/or in linear light",
+         {Rect(), Real("radius", "pixels", "blur sigma").gt(0).max(1000),
+          Int("amount", "percent", "strength").range(0, 1000),
+          Int("threshold", "levels", "smallest difference sharpened").range(0, 255), Flags()},
+         RUN(m->unsharp_mask_rgba(a.rect(0), a.d(1), a.i(2), a.i(3), a.i(4))))
+        .refuses(KIV_PALETTIZED_ALPHA);
     t.op("enhance", I, "local contrast enhancement",
          {Rect(), Int("radius", "pixels", "half the box side").range(1, 1000), Int("amount", "", "strength").range(0, 100)},
          RUN(m->enhance(a.rect(0), a.i(1), a.i(2))));
@@ -598,7 +661,7 @@ void effect(Rows& t) {
         .record("tagKIV_TEXTURE", KIV_OP_NULL_RECORD)
         .refuses(flat);
     t.op("texturize_by_file", I, "texturize with a texture read from a BMP file",
-         {Rect(), Str("path", "the BMP file"), Az(135), El(45), Depth(4)},
+         {Rect(), Str("path", "the BMP file (any form loadbmp reads)"), Az(135), El(45), Depth(4)},
          RUN([&] {
              tagKIV_TEXTURE p{a.d(2), a.d(3), a.i(4)};
              return m->texturize_by_file(a.rect(0), a.str(1), &p);

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/watch.h"
 #include "kiv.h"
 
 #if defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)
@@ -63,6 +64,8 @@ bool spin_while(Busy busy, std::chrono::microseconds budget) {
 // workers still inside its loop before it sleeps (they finish at most one chunk each).
 constexpr std::chrono::microseconds kWorkerSpin{100};
 constexpr std::chrono::microseconds kCallerSpin{1000};
+// How long the caller of a watched loop waits for its workers between two reports.
+constexpr std::chrono::milliseconds kWatchedWait{5};
 
 // One call of parallel_range. Lives on the caller's stack; the caller leaves only when no
 // worker holds it any more.
@@ -76,6 +79,12 @@ struct Job {
     std::exception_ptr error;     // first exception, guarded by Pool::mu
     int helpers_allowed;          // workers that may join besides the caller
     std::atomic<int> helpers_in{0};  // workers currently inside; changed only under Pool::mu
+    // A watched call's loop (see watched_range): indices finished so far, reported by the
+    // calling thread, which stops the handing out of chunks when the host cancels.
+    Watch* watch = nullptr;
+    long long count = 0;
+    std::atomic<long long> finished{0};
+    bool cancelled = false;
 };
 
 class Pool {
@@ -99,7 +108,7 @@ public:
             wake = parked_ > 0;  // spinning workers see posted_ change without a wake-up call
         }
         if (wake) cv_work_.notify_all();
-        work_on(job);  // the caller takes chunks too
+        work_on(job, true);  // the caller takes chunks too
         {
             std::lock_guard<std::mutex> lk(mu);
             jobs_.remove(&job);  // no new worker may join once its range is spent
@@ -129,7 +138,7 @@ private:
         }
     }
 
-    static void work_on(Job& job) {
+    static void work_on(Job& job, bool caller = false) {
         bool was_inside = t_inside_body;
         t_inside_body = true;
         for (;;) {
@@ -139,6 +148,7 @@ private:
             long long e = std::min<long long>(b + job.chunk, job.last);
             try {
                 job.fn(job.ctx, static_cast<int>(b), static_cast<int>(e));
+                if (job.watch) report(job, e - b, caller);
             } catch (...) {
                 std::lock_guard<std::mutex> lk(Pool::get().mu);
                 if (!job.error) job.error = std::current_exception();
@@ -154,6 +164,13 @@ private:
         auto inside = [&] { return job.helpers_in.load(std::memory_order_acquire) != 0; };
         if (spin_while(inside, kCallerSpin)) return;
         std::unique_lock<std::mutex> lk(mu);
+        // A watched call's caller keeps reporting (and hearing a cancel) while the last
+        // chunks finish on the workers; only it calls the host, so it does so unlocked.
+        while (job.watch && !cv_done_.wait_for(lk, kWatchedWait, [&] { return !inside(); })) {
+            lk.unlock();
+            report(job, 0, true);
+            lk.lock();
+        }
         cv_done_.wait(lk, [&] { return !inside(); });
     }
 
@@ -170,6 +187,14 @@ private:
         cv_work_.wait(lk, [&] { return (j = pick_locked()) != nullptr; });
         --parked_;
         return j;
+    }
+
+    static void report(Job& job, long long chunk, bool caller) {
+        const long long done = job.finished.fetch_add(chunk) + chunk;
+        if (caller && !job.watch->stage(static_cast<double>(done) / static_cast<double>(job.count))) {
+            job.cancelled = true;
+            job.failed.store(true);
+        }
     }
 
     Job* pick_locked() {
@@ -202,7 +227,49 @@ private:
     std::condition_variable cv_done_;
 };
 
+// Chunks a thread of a watched loop takes at the most: each is at most about a sixtieth of
+// the loop, so the calling thread reports often enough and a cancel waits for little.
+constexpr long long kWatchedChunks = 64;
+
+// parallel_range within a watched call: the calling thread reports the share of indices
+// finished after each of its chunks and, when the host cancels, hands out no more chunks
+// and throws Cancelled once the chunks under way are done.
+void watched_range(int first, int last, RangeFn fn, void* ctx, Watch& w) {
+    const long long n = static_cast<long long>(last) - first;
+    const int threads = parallel_threads();
+    const long long chunk = std::max<long long>(1, n / (static_cast<long long>(threads) * kWatchedChunks));
+    if (threads <= 1 || n < 2) {
+        for (long long b = first; b < last; b += chunk) {
+            const long long e = std::min<long long>(b + chunk, last);
+            t_inside_body = true;
+            try {
+                fn(ctx, static_cast<int>(b), static_cast<int>(e));
+            } catch (...) {
+                t_inside_body = false;
+                throw;
+            }
+            t_inside_body = false;
+            if (!w.stage(static_cast<double>(e - first) / static_cast<double>(n))) throw Cancelled{};
+        }
+        return;
+    }
+    Job job;
+    job.fn = fn;
+    job.ctx = ctx;
+    job.last = last;
+    job.chunk = static_cast<int>(chunk);
+    job.next.store(first);
+    job.helpers_allowed = static_cast<int>(std::min<long long>(threads - 1, n - 1));
+    job.watch = &w;
+    job.count = n;
+    Pool::get().run(job);
+    if (job.error) std::rethrow_exception(job.error);
+    if (job.cancelled) throw Cancelled{};
+}
+
 }  // namespace
+
+bool inside_parallel_body() { return t_inside_body; }
 
 int parallel_threads() {
     int cap = g_thread_cap.load(std::memory_order_relaxed);
@@ -234,6 +301,8 @@ void parallel_range(int first, int last, Work work, RangeFn fn, void* ctx) {
 
 void parallel_range(int first, int last, RangeFn fn, void* ctx) {
     if (last <= first || !fn) return;
+    if (!t_inside_body)
+        if (Watch* w = active_watch()) return watched_range(first, last, fn, ctx, *w);
     long long n = static_cast<long long>(last) - first;
     int threads = t_inside_body ? 1 : parallel_threads();
     if (threads <= 1 || n < 2) {

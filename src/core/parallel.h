@@ -18,6 +18,9 @@ void parallel_range(int first, int last, RangeFn fn, void* ctx);
 // and inside a sized loop's call the threads that loop chose).
 int parallel_threads();
 
+// Whether the calling thread is running a chunk of a parallel_range.
+bool inside_parallel_body();
+
 // What one index of a loop costs, in pixel steps: one step is about a plain pass over one
 // pixel (a copy, a table look-up, an add of its channels); a 3 x 3 kernel is about ten a
 // pixel. It decides only how many threads share a loop, never what the bodies compute.
@@ -26,6 +29,11 @@ struct Work {
 };
 // A row of `pixels` pixels at `steps` pixel steps each.
 constexpr Work row_work(long long pixels, double steps = 1.0) { return Work{static_cast<double>(pixels) * steps}; }
+// One of `pieces` equal pieces of n indices of the given work (for a loop over bands or
+// strips cut by the caller): the loop as a whole then splits as the n indices would.
+constexpr Work piece_work(long long n, Work work, long long pieces) {
+    return Work{pieces > 0 ? work.per_index * static_cast<double>(n) / static_cast<double>(pieces) : 0.0};
+}
 
 // Threads worth using for n indices of the given work, at most `threads`: the calling thread
 // alone while the whole loop costs less than handing part of it to another thread does, then
@@ -37,7 +45,8 @@ void set_split_work(double steps);
 double split_work();
 
 // parallel_range for a loop whose work is known: a small loop runs on the calling thread
-// alone, a larger one on as many threads as threads_for gives. Same calls of fn otherwise.
+// alone, a larger one on as many threads as threads_for gives. Same calls of fn otherwise;
+// within a watched call it reports and hears a cancel on however many threads it runs.
 void parallel_range(int first, int last, Work work, RangeFn fn, void* ctx);
 
 // body(i) for every i in [first, last).

@@ -66,6 +66,13 @@ static kiv_image* card(int bits, unsigned seed) {
     return img;
 }
 
+/* Answers the second report with "stop". */
+static int stop_second(void* user, int done, int total) {
+    int* calls = (int*)user;
+    (void)done, (void)total;
+    return ++*calls == 2;
+}
+
 static int same_image(kiv_image* a, kiv_image* b) {
     return kiv_width(a) == kiv_width(b) && kiv_height(a) == kiv_height(b) && kiv_bits(a) == kiv_bits(b) &&
            kiv_colors(a) == kiv_colors(b) && (kiv_pixels(a) == NULL) == (kiv_pixels(b) == NULL) &&
@@ -100,6 +107,18 @@ int main(void) {
     kiv_quantize(a, 9, 16, NULL);
     CHECK(same_image(a, img) && strstr(kiv_last_error(), "quantize: mode must be 0..4"), "void members report too", kiv_last_error());
 
+    /* A cancelled call fails with its reason and leaves the image as it was. */
+    b = kiv_image_copy(img);
+    n = 0;
+    kiv_setthreads(1);
+    kiv_set_progress(b, stop_second, &n);
+    CHECK(kiv_blur_gauss_rgba(b, NULL, 2.0, 2.0, 3) == 0 && n == 2 && same_image(b, img) &&
+              !strcmp(kiv_last_error(), "blur_gauss_rgba: cancelled"), "cancelled", kiv_last_error());
+    kiv_set_progress(b, NULL, NULL);
+    kiv_setthreads(0);
+    CHECK(kiv_blur_gauss_rgba(b, NULL, 2.0, 2.0, 3) == 1 && n == 2, "the callback is removed", kiv_last_error());
+    kiv_image_free(b);
+
     /* The generic call gives what the C function gives. */
     op = kiv_op_find("zoom");
     CHECK(op >= 0 && kiv_op_info(op)->nargs == 4 && kiv_op_info(op)->args[2].nchoices == 14 &&
@@ -112,6 +131,15 @@ int main(void) {
           "kiv_op_call and kiv_zoom agree", kiv_last_error());
     args[0].type = KIV_T_REAL;
     CHECK(kiv_op_call(b, op, args, 4, NULL) == 0 && strstr(kiv_last_error(), "w is of type"), "types are checked", kiv_last_error());
+
+    /* A member that gives its own reason: *reason is kiv_last_error's text, null on success. */
+    {
+        const char* why = "unset";
+        void* dib = kiv_createdib_alpha(img, 0);
+        CHECK(kiv_attachdib_any(b, dib, &why) == 1 && !why && kiv_loadbmp_bytes(b, "BM", 2, &why) == 0 && kiv_bits(b) == 32 &&
+                  why == kiv_last_error() && !strcmp(why, "loadbmp_bytes: not a BMP file"), "reasons", kiv_last_error());
+        GlobalFree(dib);
+    }
 
     /* Every row has its exported C function; the version matches the header. */
     for (op = 0; op < kiv_op_count(); ++op) {

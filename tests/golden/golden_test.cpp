@@ -211,6 +211,24 @@ std::vector<Case> cases() {
         GlobalFree(static_cast<HGLOBAL>(d));
         return 0LL;
     });
+    // The full reader on the library's own DIBs, and the alpha writer (the true-colour
+    // images' noisy fourth bytes taken as alpha).
+    for (int pm : {0, 1})
+        add("createdib_alpha" + std::to_string(pm), [pm](kiv& i, Fnv& f) {
+            if (i.m_bits == 24) i.m_bits = 32;
+            hash_dib(f, i.createdib_alpha(pm));
+            return 0LL;
+        });
+    for (int alpha : {0, 1})
+        full(alpha ? "attachdib_any_alpha" : "attachdib_any", [alpha](kiv& i) {
+            if (alpha && i.m_bits == 24) i.m_bits = 32;
+            void* d = alpha ? i.createdib_alpha(0) : i.createdib();
+            kiv back;
+            const int ok = back.attachdib_any(d, nullptr);
+            GlobalFree(static_cast<HGLOBAL>(d));
+            i.movefrom(&back);
+            return static_cast<long long>(ok);
+        });
     for (int mode = 0; mode <= 4; ++mode) {
         const std::string m = std::to_string(mode);
         add("kivQuantize" + m, [mode](kiv& i, Fnv& f) {
@@ -298,6 +316,14 @@ std::vector<Case> cases() {
         });
         full("zoom" + m + "_mixed", [method](kiv& i) { return i.zoom(i.m_width * 2 + 1, i.m_height / 2 + 1, method, 0); });
     }
+    for (int flags = 1; flags <= 3; ++flags)
+        for (int method : {1, 10, 11}) {
+            const std::string m = std::to_string(method) + "f" + std::to_string(flags);
+            full("zoom_rgba" + m + "_down", [method, flags](kiv& i) {
+                return i.zoom_rgba(i.m_width > 2 ? i.m_width * 2 / 5 + 1 : 3, i.m_height > 2 ? i.m_height / 3 + 1 : 2, method, flags);
+            });
+            full("zoom_rgba" + m + "_up", [method, flags](kiv& i) { return i.zoom_rgba(i.m_width * 3 / 2 + 1, i.m_height * 5 / 3 + 2, method, flags); });
+        }
     full("zoom_pixel", [](kiv& i) { return i.zoom_pixel(i.m_width * 2 + 1, i.m_height / 2 + 1); });
     full("zoom_near", [](kiv& i) { return i.zoom_near(i.m_width / 3 + 1, i.m_height * 3 + 1); });
     full("zoom_linear", [](kiv& i) { return i.zoom_linear(i.m_width * 7 / 4 + 1, i.m_height * 2 / 3 + 1); });
@@ -316,6 +342,8 @@ std::vector<Case> cases() {
             std::ostringstream n;
             n << "rotate_any" << deg << "_" << method;
             full(n.str(), [deg, method](kiv& i) { return i.rotate_any(deg, RGB(9, 200, 70), method); });
+            for (int flags = 1; flags <= 3; ++flags)
+                full(n.str() + "_rgba" + std::to_string(flags), [deg, method, flags](kiv& i) { return i.rotate_any_rgba(deg, method, flags); });
         }
     }
 
@@ -415,6 +443,10 @@ std::vector<Case> cases() {
     both("sharpen2", [](kiv& i, tagRECT* r) { return i.sharpen2(r, 150); });
     both("unsharp_mask", [](kiv& i, tagRECT* r) { return i.unsharp_mask(r, 2.5, 120, 4); });
     both("unsharp_mask2", [](kiv& i, tagRECT* r) { return i.unsharp_mask2(r, 1.5, 200, 0); });
+    for (int flags = 1; flags <= 3; ++flags) {
+        both("blur_gauss_rgba" + std::to_string(flags), [flags](kiv& i, tagRECT* r) { return i.blur_gauss_rgba(r, 2.0, 1.5, flags); });
+        both("unsharp_mask_rgba" + std::to_string(flags), [flags](kiv& i, tagRECT* r) { return i.unsharp_mask_rgba(r, 2.5, 120, 4, flags); });
+    }
     both("enhance", [](kiv& i, tagRECT* r) { return i.enhance(r, 3, 60); });
     for (double angle : {0.0, 33.0, -120.5})
         both("mblur_linear" + std::to_string(static_cast<int>(angle)), [angle](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, 9); });

@@ -27,11 +27,11 @@ void write_file_atomic(const std::string& path, const std::vector<unsigned char>
 
 namespace {
 
+// Every form of BMP file, through the library's full reader (a 32-bit file keeps its alpha).
 void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
-    void* dib = kivdib::dib_from_bmp(bytes.data(), bytes.size());
-    const bool ok = dib && img.attachdib(dib);
-    kivplat::global_free(dib);
-    if (!ok) throw CliError("unsupported or malformed BMP file");
+    const char* why = nullptr;
+    if (!img.loadbmp_bytes(bytes.data(), bytes.size(), &why))
+        throw CliError(std::string("unreadable BMP file: ") + why);
 }
 
 void decode_stb(const std::vector<unsigned char>& bytes, kiv& img) {
@@ -71,7 +71,8 @@ void load_image(const std::string& path, kiv& img) {
 }
 
 std::vector<unsigned char> encode_bmp(kiv& img) {
-    void* dib = img.createdib();
+    // An image with alpha as a 32-bit V5 file whose bit fields keep it.
+    void* dib = img.m_bits == 32 ? img.createdib_alpha(0) : img.createdib();
     std::vector<unsigned char> out;
     const bool ok = dib && kivdib::bmp_from_dib(dib, &out);
     kivplat::global_free(dib);

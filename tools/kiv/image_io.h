@@ -1,5 +1,5 @@
 // Reading and writing image files for the kiv program: BMP through the library's own DIB
-// code, PNG and JPEG through the stb decoder, PNG output through the stb writer.
+// code (read by its full reader), PNG and JPEG through the stb decoder, PNG output through the stb writer.
 #ifndef KIV_CLI_IMAGE_IO_H
 #define KIV_CLI_IMAGE_IO_H
 
@@ -25,7 +25,8 @@ void write_file_atomic(const std::string& path, const std::vector<unsigned char>
 void decode_image(const std::vector<unsigned char>& bytes, kiv& img);
 void load_image(const std::string& path, kiv& img);
 
-// Encodes img as a BMP file at the image's depth (palettized images as 8/4/1-bit BMP).
+// Encodes img as a BMP file at the image's depth (palettized images as 8/4/1-bit BMP, 32-bit
+// images as a V5 BMP with alpha).
 std::vector<unsigned char> encode_bmp(kiv& img);
 // Encodes img as PNG: RGBA for 32-bit images, RGB otherwise.
 std::vector<unsigned char> encode_png(kiv& img);
