@@ -1,9 +1,13 @@
 // The kiv program end to end: formats in and out, pipelines, bad input and exit codes.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <thread>
 
 #include "cli.h"
 #include "image_io.h"
@@ -297,4 +301,53 @@ TEST(Cli, RectEdgesSaturateAtTheIntRange) {
         kivcli::run_pipeline(p, img, err);
         EXPECT_EQ(img.packets(), 15);
     }
+}
+
+// Transparent inputs are resampled and blurred with colour weighted by alpha (and keep their
+// alpha), --linear works in linear light, and each matches its library member.
+TEST(Cli, TransparencyAndLinearLightTakeTheWeightedMembers) {
+    Scratch s;
+    kiv src(64, 64, 32);
+    for (int i = 0; i < src.m_packets; ++i) {
+        const int x = i % 64 - 32, y = i / 64 - 32;
+        src.m_pixels[i] = x * x + y * y < 400 ? tagRGBA{255, 0, 0, 255} : tagRGBA{0, 255, 0, 0};
+    }
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    struct Case {
+        std::vector<std::string> op;
+        int flags;
+        std::function<int(kiv&)> member;
+    } cases[] = {{{"zoom", "16", "16", "11"}, 1, [](kiv& k) { return k.zoom_rgba(16, 16, 11, 1); }},
+                 {{"zoom", "20", "20", "10", "--linear"}, 3, [](kiv& k) { return k.zoom_rgba(20, 20, 10, 3); }},
+                 {{"blur_gauss_iir", "3", "3"}, 1, [](kiv& k) { return k.blur_gauss_rgba(nullptr, 3, 3, 1); }}};
+    for (const Case& c : cases) {
+        std::vector<std::string> args = {s("in.png")};
+        args.insert(args.end(), c.op.begin(), c.op.end());
+        args.insert(args.end(), {"-o", s("out.png")});
+        CliResult r = cli(args);
+        ASSERT_EQ(0, r.code) << r.err;
+        kiv got, want(src);
+        kivcli::load_image(s("out.png"), got);
+        ASSERT_EQ(1, c.member(want));
+        EXPECT_EQ(got.m_bits, 32) << c.op[0];
+        EXPECT_TRUE(kivtest::images_equal(got, want)) << c.op[0];
+    }
+}
+
+// Ctrl-C during a long operation: exit code 130, no output file, no temporary left (the
+// scratch directory checks that).
+TEST(Cli, InterruptStopsWithoutWritingAnything) {
+    Scratch s;
+    kiv src;
+    kivcli::make_test_card(src, 1200, 900);
+    kivcli::write_file_atomic(s("in.png"), kivcli::encode_png(src));
+    std::thread ctrl_c([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::raise(SIGINT);
+    });
+    CliResult r = cli({s("in.png"), "blur_gauss_sel", "60", "255", "blur_gauss_sel", "60", "255", "-o", s("out.png")});
+    ctrl_c.join();
+    EXPECT_EQ(130, r.code) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("interrupted"));
+    EXPECT_FALSE(fs::exists(s("out.png")));
 }

@@ -2,6 +2,7 @@
 #include "cli.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <sstream>
@@ -15,11 +16,13 @@ namespace kivcli {
 namespace {
 
 const char* kUsage =
-    "usage: kiv INPUT [OPERATION ARGS...]... -o OUTPUT\n"
+    "usage: kiv INPUT [OPERATION ARGS...]... -o OUTPUT [--linear]\n"
     "       kiv demo [--out DIR]\n"
     "       kiv --list | kiv help OPERATION\n"
     "INPUT: BMP, PNG or JPEG.  OUTPUT: .bmp (at the image's depth) or .png.\n"
-    "`rect X Y W H` limits the following operations to a rectangle (`rect 0 0 0 0`: whole image).\n";
+    "`rect X Y W H` limits the following operations to a rectangle (`rect 0 0 0 0`: whole image).\n"
+    "Images with transparency are resampled, turned and blurred with colour weighted by alpha;\n"
+    "--linear does that in linear light (zoom then adds no sharpening).  Ctrl-C stops cleanly.\n";
 
 const char* kind_name(ArgKind k) {
     switch (k) {
@@ -51,6 +54,32 @@ void draw_progress(int code, int value) {
     bar[40] = 0;
     std::fprintf(stderr, "\r[%s] %3d%%", bar, pct);
     std::fflush(stderr);
+}
+
+// Ctrl-C: the handler only raises the flag; the library's progress callback hands it on, so
+// the running operation stops and leaves the image as it was.
+volatile std::sig_atomic_t g_interrupted = 0;
+extern "C" void on_interrupt(int) { g_interrupted = 1; }
+int stop_when_interrupted(void*, int, int) { return g_interrupted ? 1 : 0; }
+
+// Installs the handler for one run and puts the previous one back.
+class InterruptHandler {
+public:
+    InterruptHandler() : previous_(std::signal(SIGINT, on_interrupt)) { g_interrupted = 0; }
+    ~InterruptHandler() { std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_); }
+    InterruptHandler(const InterruptHandler&) = delete;
+    InterruptHandler& operator=(const InterruptHandler&) = delete;
+
+private:
+    void (*previous_)(int);
+};
+
+// Whether any pixel of a 32-bit image is not opaque.
+bool has_transparency(const kiv& img) {
+    if (img.m_bits != 32 || !img.m_pixels) return false;
+    for (int i = 0; i < img.m_packets; ++i)
+        if (img.m_pixels[i].a != 255) return true;
+    return false;
 }
 
 void list_ops(std::ostream& out) {
@@ -110,10 +139,15 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
 
     Pipeline p;
     if (int code = parse_pipeline(args, &p, err); code != kExitOk) return code;
+    const InterruptHandler interrupts;
     try {
         kiv img;
         load_image(p.input, img);
         if (int code = run_pipeline(p, img, err); code != kExitOk) return code;
+        if (g_interrupted) {
+            err << "kiv: interrupted\n";
+            return kExitInterrupted;
+        }
         save_image(p.output, img);
     } catch (const CliError& e) {
         err << "kiv: " << e.what() << "\n";
@@ -132,6 +166,10 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
     // INPUT [OP ARGS...]... -o OUTPUT
     for (std::size_t k = 0; k < args.size(); ++k) {
         const std::string& a = args[k];
+        if (a == "--linear") {
+            p->linear = true;
+            continue;
+        }
         if (a == "-o") {
             if (k + 1 >= args.size()) {
                 err << "kiv: -o needs a file name\n";
@@ -210,9 +248,17 @@ int run_pipeline(Pipeline& p, kiv& img, std::ostream& err) {
             continue;
         }
         s.call.rect = have_rect ? &current : nullptr;
+        s.call.flags = (has_transparency(img) ? KIV_FILTER_ALPHA : 0) | (p.linear ? KIV_FILTER_LINEAR : 0);
         img.m_progressproc = tty ? draw_progress : nullptr;
-        int ok = s.op->run(img, s.call);
+        img.set_progress(stop_when_interrupted, nullptr);
+        int ok = g_interrupted ? 0 : s.op->run(img, s.call);
         img.m_progressproc = nullptr;
+        img.set_progress(nullptr, nullptr);
+        if (g_interrupted) {
+            if (tty) std::fprintf(stderr, "\r%60s\r", "");
+            err << "kiv: interrupted\n";
+            return kExitInterrupted;
+        }
         if (!ok) {
             err << "kiv: " << s.op->name << " failed (refused its arguments or the image)\n";
             return kExitFailed;
