@@ -60,7 +60,7 @@ def calls(draw):
     return img, seq
 
 
-@hypothesis.settings(max_examples=120, deadline=None, suppress_health_check=list(hypothesis.HealthCheck))
+@hypothesis.settings(max_examples=120, deadline=None, database=None, suppress_health_check=list(hypothesis.HealthCheck))
 @hypothesis.given(calls())
 def test_random_calls_succeed_or_raise_value_error(case):
     img, seq = case

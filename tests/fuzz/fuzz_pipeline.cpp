@@ -34,7 +34,7 @@ const std::vector<int>& usable_rows() {
     return rows;
 }
 
-// Sizes that make an image grow are kept small so that a run stays fast.
+// Sizes that make an image grow are kept small (inside the range) so that a run stays fast.
 bool grows(const char* name) {
     for (const char* g : {"w", "h", "left", "right", "top", "bottom", "nx", "ny", "n"})
         if (!std::strcmp(name, g)) return true;
@@ -62,7 +62,9 @@ double draw(const kiv_argdesc& a, Params& p, int span) {
             v = far[p.u8() % 8];
         }
     }
-    if (!real && !arr && grows(a.name) && v > 256 && v <= hi) v = 256;
+    // Under ASan a failed operator new ends the run instead of throwing bad_alloc, so the
+    // tables of a 2^31-wide target (refused with bad_alloc in a real process) stay out.
+    if (!real && !arr && grows(a.name) && v > 256) v = v <= hi ? 256 : std::min(v, 65535.0);
     if (real) return v;
     if (!std::isfinite(v)) v = 0;
     if (arr) return std::clamp(v, 0.0, 64.0);  // a negative count would lie about the buffer
@@ -140,13 +142,13 @@ Call make_call(Params& p, const kiv& img) {
             lp->palNumEntries = WORD(n);
             x.p = lp;
         } else if (a.type >= KIV_T_COLORS && a.type <= KIV_T_BYTES) {
-            x.n = static_cast<int>(draw(a, p, span));
-            // A fixed count (a 3 x 3 kernel) is read whole whatever n says.
-            const int have = (a.flags & KIV_ARG_LO) && a.lo == a.hi ? std::max(x.n, int(a.lo)) : x.n;
-            c.store.emplace_back(elem_size(a.type) * std::size_t(std::max(have, 1)));
+            // A fixed count (a 3 x 3 kernel) is not passed to the member: only the C route
+            // would see another one (and refuse it).
+            x.n = (a.flags & KIV_ARG_LO) && a.lo == a.hi ? int(a.lo) : static_cast<int>(draw(a, p, span));
+            c.store.emplace_back(elem_size(a.type) * std::size_t(std::max(x.n, 1)));
             for (auto& b : c.store.back()) b = BYTE(next(s) >> 24);
             if (a.type == KIV_T_STOPS)  // positions mostly inside 0..1000
-                for (int k = 0; k < have; ++k)
+                for (int k = 0; k < x.n; ++k)
                     if (p.u8() & 3) reinterpret_cast<tagGRADCOLORS*>(c.store.back().data())[k].pos = p.u16() % 1001;
             x.p = null && (a.flags & KIV_ARG_NULL) ? nullptr : c.store.back().data();
         }
