@@ -36,7 +36,7 @@ const std::vector<int>& usable_rows() {
 
 // Sizes that make an image grow are kept small (inside the range) so that a run stays fast.
 bool grows(const char* name) {
-    for (const char* g : {"w", "h", "left", "right", "top", "bottom", "nx", "ny", "n"})
+    for (const char* g : {"w", "h", "width", "height", "left", "right", "top", "bottom", "nx", "ny", "n"})
         if (!std::strcmp(name, g)) return true;
     return false;
 }
@@ -62,9 +62,9 @@ double draw(const kiv_argdesc& a, Params& p, int span) {
             v = far[p.u8() % 8];
         }
     }
-    // Under ASan a failed operator new ends the run instead of throwing bad_alloc, so the
-    // tables of a 2^31-wide target (refused with bad_alloc in a real process) stay out.
-    if (!real && !arr && grows(a.name) && v > 256) v = v <= hi ? 256 : std::min(v, 65535.0);
+    // Under ASan a failed operator new ends the run instead of throwing bad_alloc, and a
+    // mapped image of 2^31 pixels is accepted (and then slow): sizes past 2048 stay out.
+    if (!real && !arr && grows(a.name) && v > 256) v = v <= hi ? 256 : std::min(v, 2048.0);
     if (real) return v;
     if (!std::isfinite(v)) v = 0;
     if (arr) return std::clamp(v, 0.0, 64.0);  // a negative count would lie about the buffer
@@ -208,9 +208,10 @@ int outcome(const kivops::Row& row, const Call& c, std::size_t k) {
     return c.image_slot[k] > 0 ? KIV_OUT_NONE : kiv_arg_outcome(&row.args[k], &c.v[k]);
 }
 
-// The call as text, for a report.
+// The calls before this one, and this call, as text for a report.
+std::string trail;
 std::string describe(const kivops::Row& row, const Call& c) {
-    std::string s = row.desc.name;
+    std::string s = trail + row.desc.name;
     for (std::size_t k = 0; k < c.v.size(); ++k) {
         const kiv_value& x = c.v[k];
         char b[96];
@@ -275,9 +276,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const kivcore::Isa vec = (flags & 1) ? kivcore::Isa::kSse2 : kivcore::Isa::kAvx2;
     const int ops = p.u8() % 13;
     bool raw_map = false;
+    trail.clear();
     for (int step = 0; step < ops && routes[0].img.m_packets <= (1 << 18); ++step) {
         const Call c = make_call(p, routes[0].img);
         const kivops::Row& row = kivops::table()[static_cast<std::size_t>(c.op)];
+        if (std::getenv("KIVFUZZ_TRACE")) std::fprintf(stderr, "step %d: %s\n", step, describe(row, c).c_str());
         const Snap before(routes[0].img);
         Outcome out[4];
         for (int k = 0; k < 4; ++k) {
@@ -306,6 +309,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 refused = refused || o == KIV_OUT_REFUSED || o == KIV_OUT_DEPTH || o == KIV_OUT_EMPTIED;
             }
         if (refused) check_refusal(row, c, before, Snap(routes[0].img));
+        trail = describe(row, c) + " -> " + std::to_string(out[0].i) + "; ";
     }
     return 0;
 }
