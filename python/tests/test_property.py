@@ -23,7 +23,8 @@ def number(a, integer):
         near = [int(v) for v in near]
         # sizes that make an image grow stay small, so a run stays fast
         grow = st.integers(-4, 64) if a.name in ("w", "h", "left", "right", "top", "bottom", "nx", "ny", "n") else I32
-        return st.one_of(st.sampled_from(near), grow, st.sampled_from(list(a.choices) or [0]))
+        named = list(a.choices) if a.type == C.T_CHOICE else list(a.choices.values())  # names only for choices
+        return st.one_of(st.sampled_from(near), grow, st.sampled_from(named or [0]))
     return st.one_of(st.sampled_from(near), st.floats(allow_nan=True, allow_infinity=True), st.floats(-64, 64))
 
 
@@ -60,7 +61,7 @@ def calls(draw):
     return img, seq
 
 
-@hypothesis.settings(max_examples=120, deadline=None, database=None, suppress_health_check=list(hypothesis.HealthCheck))
+@hypothesis.settings(max_examples=300, deadline=None, database=None, suppress_health_check=list(hypothesis.HealthCheck))
 @hypothesis.given(calls())
 def test_random_calls_succeed_or_raise_value_error(case):
     img, seq = case
