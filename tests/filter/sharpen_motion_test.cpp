@@ -128,7 +128,9 @@ TEST(FilterSharpenMotion, CentreLimitIsTheSameOnEverySide) {
                 kiv img = random_image(w, h, 24, 5), orig(img);
                 const int cx = s.cx + past * s.dx, cy = s.cy + past * s.dy;
                 EXPECT_EQ(ops[k](img, cx, cy), !past) << "op " << k << " centre " << cx << "," << cy;
-                if (past) EXPECT_TRUE(images_equal(img, orig)) << "op " << k;
+                if (past) {
+                    EXPECT_TRUE(images_equal(img, orig)) << "op " << k;
+                }
             }
 }
 
