@@ -40,7 +40,7 @@ def value(a, images):
              C.T_DIB: st.binary(max_size=80), C.T_PALETTE: st.lists(rgb, max_size=20),
              C.T_COLORS: st.lists(color, max_size=12), C.T_STOPS: st.lists(st.tuples(color, st.integers(-5, 1005)), max_size=12),
              C.T_SYSCOLS: st.lists(rgb, max_size=12), C.T_INTS: st.lists(I32, min_size=9, max_size=12),
-             C.T_BYTES: st.binary(max_size=64)}[t]
+             C.T_BYTES: st.binary(max_size=64), C.T_IMAGES: st.lists(images, max_size=3)}[t]
     return st.one_of(st.none(), items) if t in (C.T_RECT, C.T_IMAGE, C.T_PALETTE) else items
 
 
