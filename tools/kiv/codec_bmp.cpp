@@ -20,7 +20,15 @@ void decode(const Bytes& bytes, Picture& pic, const ReadOptions&) {
 
 Bytes encode(Picture& pic, const WriteOptions& opt) {
     if (pic.alpha != Alpha::None && opt.note) opt.note("BMP holds no alpha here: written opaque");
-    void* dib = pic.img.createdib();
+    // 32-bit DIBs are written as 24-bit ones: the library reads 32-bit ones back black.
+    kiv rgb;
+    kiv* img = &pic.img;
+    if (img->m_bits == 32) {
+        if (!rgb.create(img->m_width, img->m_height, 24)) throw std::bad_alloc();
+        rgb.blt(0, 0, img->m_width, img->m_height, img, 0, 0);
+        img = &rgb;
+    }
+    void* dib = img->createdib();
     Bytes out;
     const bool ok = dib && kivdib::bmp_from_dib(dib, &out);
     kivplat::global_free(dib);
