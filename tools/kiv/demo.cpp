@@ -35,7 +35,8 @@ void put(kiv& img, int x, int y, int r, int g, int b) {
     img.m_pixels[static_cast<std::size_t>(y) * img.m_width + x] = tagRGBA{clamp8(r), clamp8(g), clamp8(b), 255};
 }
 
-void text(kiv& img, int x0, int y0, const char* s, int scale, int r, int g, int b) {
+// Text at (x0, y0), clipped at column `right` (the edge of its cell).
+void text(kiv& img, int x0, int y0, int right, const char* s, int scale, int r, int g, int b) {
     static float buf[4 * 4 * 600];  // easy_font emits 4 vertices of 16 bytes per quad
     int quads = stb_easy_font_print(0, 0, const_cast<char*>(s), nullptr, buf, sizeof buf);
     for (int q = 0; q < quads; ++q) {
@@ -43,7 +44,7 @@ void text(kiv& img, int x0, int y0, const char* s, int scale, int r, int g, int 
         int xa = static_cast<int>(v[0]), ya = static_cast<int>(v[1]);
         int xb = static_cast<int>(v[8]), yb = static_cast<int>(v[9]);
         for (int y = ya * scale; y < yb * scale; ++y)
-            for (int x = xa * scale; x < xb * scale; ++x) put(img, x0 + x, y0 + y, r, g, b);
+            for (int x = xa * scale; x < xb * scale && x0 + x < right; ++x) put(img, x0 + x, y0 + y, r, g, b);
     }
 }
 
@@ -117,12 +118,15 @@ void make_test_card(kiv& img, int W, int H) {
                 }
             }
         }
-    text(img, cw + 6, ch + 8, "kivlib", 3, 20, 20, 60);
-    text(img, cw + 6, ch + 40, "The quick brown fox", 1, 0, 0, 0);
-    text(img, cw + 6, ch + 54, "jumps over the lazy dog.", 1, 0, 0, 0);
-    text(img, cw + 6, ch + 72, "0123456789 !?#%&", 2, 140, 20, 20);
-    text(img, cw + 6, ch + 100, "ABCDEFGHIJKLM", 2, 20, 100, 20);
-    text(img, cw + 6, ch + 128, "nopqrstuvwxyz", 2, 20, 20, 160);
+    // Each line fits the cell (cw - 12 pixels at 6 pixels a character and scale); clipped anyway.
+    const int right = 2 * cw - 6;
+    text(img, cw + 6, ch + 8, right, "kivlib", 3, 20, 20, 60);
+    text(img, cw + 6, ch + 40, right, "The quick brown fox", 1, 0, 0, 0);
+    text(img, cw + 6, ch + 54, right, "jumps over the lazy dog.", 1, 0, 0, 0);
+    text(img, cw + 6, ch + 72, right, "0123456789", 2, 140, 20, 20);
+    text(img, cw + 6, ch + 96, right, "ABCDEFGHIJ", 2, 20, 100, 20);
+    text(img, cw + 6, ch + 120, right, "nopqrstuvw", 2, 20, 20, 160);
+    text(img, cw + 6, ch + 144, right, "!?#%&*+=<>", 2, 100, 20, 120);
 }
 
 namespace {
@@ -152,6 +156,18 @@ void write_inputs(const fs::path& dir, kiv& card) {
     write_output((dir / "palette.gpl").string(), Bytes(gpl, gpl + sizeof gpl - 1));
 }
 
+// What an operation needs to show what it does: a rectangle (negative against invertrect,
+// desaturate against grayscale), or a washed-out card for the histogram corrections, which
+// leave a card already at full range as it is.
+struct Setup {
+    const char* op;
+    tagRECT rect;
+    bool washed;
+};
+constexpr Setup kSetups[] = {{"invertrect", {120, 90, 360, 270}, false},   {"desaturate", {0, 0, 240, 360}, false},
+                             {"autocontrast", {0, 0, 0, 0}, true},         {"normalize", {0, 0, 0, 0}, true},
+                             {"equalize", {0, 0, 0, 0}, true},             {"autocolorenhance", {0, 0, 0, 0}, true}};
+
 // The arguments of an operation's demo, file names found in dir.
 bool demo_call(const OpSpec& op, const fs::path& dir, OpCall* call) {
     std::istringstream words(op.demo);
@@ -179,8 +195,10 @@ int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
         err << "kiv: cannot create '" << dir << "': " << why << "\n";
         return kExitFailed;
     }
-    Picture card;
+    Picture card, washed;
     make_test_card(card.img, 480, 360);
+    washed.img.copyfrom(&card.img);
+    washed.img.bright_contrast(nullptr, 10, -80);
     std::ostringstream html;
     html << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>kivlib demo</title>\n<style>"
             "body{font-family:sans-serif;background:#222;color:#eee;margin:20px}"
@@ -197,6 +215,7 @@ int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
     Progress progress(kivplat::is_terminal(stderr));
     try {
         save_image((d / "card.png").string(), card);
+        save_image((d / "washed.png").string(), washed);
         write_inputs(d, card.img);
         int n = 0, failed = 0;
         for (const OpSpec& op : all_ops()) {
@@ -206,8 +225,14 @@ int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
                 err << "kiv: demo arguments of " << op.name << " do not parse\n";
                 return kExitFailed;
             }
+            const Setup* setup = nullptr;
+            for (const Setup& u : kSetups)
+                if (op.name == u.op) setup = &u;
+            tagRECT rect = setup ? setup->rect : tagRECT{0, 0, 0, 0};
+            call.rect = rect.right > rect.left ? &rect : nullptr;
+            const bool wash = setup && setup->washed;
             Picture pic;
-            pic.img.copyfrom(&card.img);
+            pic.img.copyfrom(wash ? &washed.img : &card.img);
             progress.begin(op.name);
             auto t0 = std::chrono::steady_clock::now();
             int ok = op.run(pic.img, call);
@@ -219,11 +244,15 @@ int run_demo(const std::string& dir, std::ostream& out, std::ostream& err) {
             if (ok && pic.img.m_pixels) save_image((d / file).string(), pic);
             char timing[64];
             std::snprintf(timing, sizeof timing, "%.2f ms", ms);
-            html << "<div class=\"op\"><div class=\"name\">" << op.name << "</div><div class=\"meta\">"
-                 << (op.demo.empty() ? "(no arguments)" : op.demo) << " &middot; " << timing << "</div>";
+            std::string args = op.demo.empty() ? "(no arguments)" : op.demo;
+            if (call.rect)
+                args = "rect " + std::to_string(rect.left) + " " + std::to_string(rect.top) + " " + std::to_string(rect.right - rect.left) +
+                       " " + std::to_string(rect.bottom - rect.top) + (op.demo.empty() ? "" : ", then " + op.demo);
+            html << "<div class=\"op\"><div class=\"name\">" << op.name << "</div><div class=\"meta\">" << args
+                 << (wash ? " &middot; on a washed-out card" : "") << " &middot; " << timing << "</div>";
             if (ok && pic.img.m_pixels)
-                html << "<div class=\"pair\"><img src=\"card.png\" alt=\"before\"><img src=\"" << file << "\" alt=\""
-                     << op.name << "\"></div>";
+                html << "<div class=\"pair\"><img src=\"" << (wash ? "washed.png" : "card.png") << "\" alt=\"before\"><img src=\""
+                     << file << "\" alt=\"" << op.name << "\"></div>";
             else {
                 html << "<div class=\"fail\">refused</div>";
                 ++failed;
