@@ -45,7 +45,7 @@ void add_effect_ops(OpTable& t) {
         tagKIV_BUMPMAP p{c.d(0), c.d(1), c.i(2), c.i(3)};
         return im.bumpmap(c.rect, &map, &p);
     }, self_map);
-    t.add("bumpmap_merge", "135 45 4 0 11 160", [](kiv& im, const OpCall& c) {
+    t.add("bumpmap_merge", "135 30 12 0 11 255", [](kiv& im, const OpCall& c) {
         kiv map(im);
         tagKIV_BUMPMAP p{c.d(0), c.d(1), c.i(2), c.i(3)};
         return im.bumpmap_merge(c.rect, &map, &p, c.i(4), c.i(5));
