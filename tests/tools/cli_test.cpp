@@ -55,6 +55,17 @@ struct Loaded : Picture {
     explicit Loaded(const std::string& path, bool autorotate = true) { kivcli::load_image(path, *this, {autorotate}); }
 };
 
+// Whether the format is served by the built-in stb codecs (builds without the system's codec
+// libraries), which read and write true colour only; false when this build lacks the format.
+bool builtin(const char* format) {
+    const kivcli::Codec* c = kivcli::find_codec(format);
+    return c && std::string(c->library).rfind("stb", 0) == 0;
+}
+std::string writable(const std::string& name) {
+    const kivcli::Codec* c = kivcli::find_codec(name.substr(name.rfind('.')));
+    return c && c->encode ? name : name.substr(0, name.rfind('.')) + ".png";
+}
+
 // Whether a and b agree in red, green and blue (and in the fourth byte when all4).
 ::testing::AssertionResult same_pixels(const kiv& a, const kiv& b, bool all4) {
     if (a.m_width != b.m_width || a.m_height != b.m_height) return ::testing::AssertionFailure() << "sizes differ";
@@ -133,16 +144,18 @@ TEST(Cli, FormatsRoundTrip) {
                   {"p8", kivtest::random_image(13, 7, 8, 4), Alpha::None},
                   {"grey", grey, Alpha::None}};
     for (Image& im : images) {
-        save(im.img, s(std::string(im.name) + ".png"), im.alpha);
+        // The source as a file that holds it whole: BMP for palettized images.
+        const std::string src = s(std::string(im.name) + (im.img.m_bits <= 8 ? ".bmp" : ".png"));
+        save(im.img, src, im.alpha);
         for (const kivcli::Codec& c : kivcli::codecs()) {
             if (!c.encode || !c.decode) continue;
             const std::string fmt = c.name, out = s(std::string(im.name) + "_out." + fmt);
-            ASSERT_EQ(0, cli({s(std::string(im.name) + ".png"), "--lossless", "--quality", "95", "-o", out, "--format", fmt}).code) << fmt;
+            ASSERT_EQ(0, cli({src, "--lossless", "--quality", "95", "-o", out, "--format", fmt}).code) << fmt;
             Loaded back(out);
             const std::string what = std::string(im.name) + " as " + fmt;
             const bool lossy = fmt == "jpeg" || (fmt == "gif" && im.img.m_bits > 8);
             const bool keeps_alpha = fmt == "png" || fmt == "tiff" || fmt == "webp" || fmt == "gif";
-            const bool keeps_map = (fmt == "png" || fmt == "tiff" || fmt == "gif" || fmt == "bmp") && c.library != std::string("stb_image (built in)");
+            const bool keeps_map = fmt == "bmp" || ((fmt == "png" || fmt == "tiff" || fmt == "gif") && !builtin(c.name));
             if (im.alpha == Alpha::Pixels) EXPECT_EQ(keeps_alpha ? Alpha::Pixels : Alpha::None, back.alpha) << what;
             if (im.img.m_bits <= 8 && keeps_map) EXPECT_EQ(im.img.m_bits, back.img.m_bits) << what;
             if (!lossy) {
@@ -158,7 +171,8 @@ TEST(Cli, FormatsRoundTrip) {
     }
     // A grey image stays grey in the formats that hold grey.
     for (const char* fmt : {"png", "tiff", "jpeg"}) {
-        ASSERT_EQ(0, cli({s("grey.png"), "-o", s("g." + std::string(fmt))}).code);
+        if (!kivcli::find_codec(fmt) || builtin(fmt)) continue;
+        ASSERT_EQ(0, cli({s("grey.bmp"), "-o", s("g." + std::string(fmt))}).code);
         Loaded g(s("g." + std::string(fmt)));
         EXPECT_EQ(kivcli::Layout::Grey, kivcli::layout_of(g)) << fmt;
     }
@@ -219,6 +233,7 @@ TEST(Cli, JpegExifOrientationSixTurnsClockwise) {
 }
 
 TEST(Cli, IccProfileIsCarriedWhereBothFormatsHoldOne) {
+    if (builtin("png")) GTEST_SKIP() << "the built-in codecs carry no profile";
     Scratch s;
     // A valid header, no tags, then noise (a profile must not compress to almost nothing).
     kivcli::Bytes icc(400, 0);
@@ -231,6 +246,7 @@ TEST(Cli, IccProfileIsCarriedWhereBothFormatsHoldOne) {
     save(card(), s("in.png"), Alpha::None, icc);
     ASSERT_EQ(icc, Loaded(s("in.png")).icc);
     for (const char* out : {"o.tif", "o.jpg", "o.webp", "o.png"}) {
+        if (writable(out) != out) continue;
         ASSERT_EQ(0, cli({s("in.png"), "negative", "-o", s(out)}).code) << out;
         EXPECT_EQ(icc, Loaded(s(out)).icc) << out;
     }
@@ -253,10 +269,10 @@ TEST(Cli, AlphaKeptThroughOperationsAndDroppedWhereDefinedAway) {
     for (const Case& c : cases) {
         std::vector<std::string> args{s("a.png"), "-v", "--lossless"};
         args.insert(args.end(), c.ops.begin(), c.ops.end());
-        args.insert(args.end(), {"-o", s(c.out)});
+        args.insert(args.end(), {"-o", s(writable(c.out))});
         CliResult r = cli(args);
         ASSERT_EQ(0, r.code) << r.err;
-        Loaded back(s(c.out));
+        Loaded back(s(writable(c.out)));
         EXPECT_EQ(c.alpha ? Alpha::Pixels : Alpha::None, back.alpha) << c.out;
         EXPECT_EQ(!c.alpha, r.err.find("the output is opaque") != std::string::npos) << r.err;
         if (c.ops[0] == "negative")
@@ -269,6 +285,7 @@ TEST(Cli, AlphaKeptThroughOperationsAndDroppedWhereDefinedAway) {
 // A quantized image writes as an indexed PNG; a palette with alpha in its map as an indexed PNG
 // with a tRNS chunk, read back with the same alpha.
 TEST(Cli, IndexedPngAfterQuantizeAndTransparentPalette) {
+    if (builtin("png")) GTEST_SKIP() << "the built-in PNG writer writes true colour";
     Scratch s;
     save(card(), s("in.png"));
     ASSERT_EQ(0, cli({s("in.png"), "quantize", "0", "16", "-o", s("q.png")}).code);
@@ -382,7 +399,7 @@ TEST(Cli, ResizeToOwnSizeSymlinksSecondInputsAndInfo) {
     for (int i = 0; i < w.img.m_packets; ++i) ASSERT_TRUE(w.img.m_pixels[i].r == 1 || w.img.m_pixels[i].r == 250) << i;
     CliResult info = cli({"info", s("w.png"), s("missing.png")});
     EXPECT_EQ(1, info.code);
-    EXPECT_EQ(s("w.png") + ": 61 x 37, png, indexed 1-bit, 2 colours in use, no alpha\n", info.out);
+    EXPECT_EQ(s("w.png") + ": 61 x 37, png, " + (builtin("png") ? "RGB 24" : "indexed 1") + "-bit, 2 colours in use, no alpha\n", info.out);
 }
 
 TEST(Cli, BatchGoesOnPastACorruptFile) {
@@ -393,7 +410,7 @@ TEST(Cli, BatchGoesOnPastACorruptFile) {
     CliResult r = cli({"batch", "-j", "2", s("in/*.png"), "--out", s("out"), "mirror", "-q"});
     EXPECT_EQ(1, r.code);
     EXPECT_EQ(2u, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;  // the failure and the summary
-    EXPECT_NE(std::string::npos, r.err.find(s("in/bad.png") + ": ")) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("bad.png: ")) << r.err;
     for (int k = 0; k < 3; ++k) {
         kiv want = kivtest::random_image(9 + k, 5, 24, k);
         want.mirror(0, 0, 0, 0);

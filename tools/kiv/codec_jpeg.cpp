@@ -27,6 +27,12 @@ void on_error(j_common_ptr c) {
     std::longjmp(e->jump, 1);
 }
 void on_message(j_common_ptr, int) {}
+jpeg_error_mgr* errors_of(Errors* e) {
+    jpeg_std_error(&e->mgr);
+    e->mgr.error_exit = on_error;
+    e->mgr.emit_message = on_message;
+    return &e->mgr;
+}
 
 struct Found {
     int w, h, channels;
@@ -68,9 +74,7 @@ bool read_jpeg(jpeg_decompress_struct* d, Errors* e, const Bytes* data, Found* f
 void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     jpeg_decompress_struct d;
     Errors e;
-    d.err = jpeg_std_error(&e.mgr);
-    e.mgr.error_exit = on_error;
-    e.mgr.emit_message = on_message;
+    d.err = errors_of(&e);
     jpeg_create_decompress(&d);
     Found f{};
     Bytes pixels, icc;
@@ -141,9 +145,7 @@ Bytes encode(Picture& pic, const WriteOptions& opt) {
     }
     jpeg_compress_struct c;
     Errors e;
-    c.err = jpeg_std_error(&e.mgr);
-    e.mgr.error_exit = on_error;
-    e.mgr.emit_message = on_message;
+    c.err = errors_of(&e);
     jpeg_create_compress(&c);
     unsigned char* out = nullptr;
     unsigned long size = 0;
