@@ -32,10 +32,17 @@ bool int_option(const std::string& name, const std::string& text, int lo, int hi
 int parse_option(const std::vector<std::string>& args, std::size_t* k, Pipeline* p, bool batch, std::ostream& err) {
     const std::string& a = args[*k];
     Options& o = p->opt;
-    if (a == "-q") return o.quiet = true, kExitOk;
-    if (a == "-v") return o.verbose = true, kExitOk;
-    if (a == "--lossless") return o.lossless = true, kExitOk;
-    if (a == "--no-autorotate") return o.autorotate = false, kExitOk;
+    static const std::pair<const char*, bool Options::*> flags[] = {
+        {"-q", &Options::quiet}, {"-v", &Options::verbose}, {"--lossless", &Options::lossless}};
+    for (const auto& [name, member] : flags)
+        if (a == name) {
+            o.*member = true;
+            return kExitOk;
+        }
+    if (a == "--no-autorotate") {
+        o.autorotate = false;
+        return kExitOk;
+    }
     static const char* const with_value[] = {"-o", "--out", "-j", "--format", "--quality", "--threads"};
     if (std::find_if(std::begin(with_value), std::end(with_value), [&](const char* n) { return a == n; }) == std::end(with_value)) {
         err << "kiv: unknown option '" << a << "' (see kiv --help)\n";
@@ -121,10 +128,16 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
         return args.empty() ? kExitUsage : kExitOk;
     }
     const std::string& cmd = args[0];
-    if (args.size() == 1 && cmd == "--version") return out << "kiv " << kiv_version() << " (kivlib)\n", kExitOk;
-    if (args.size() == 1 && cmd == "--formats") return out << formats_text(), kExitOk;
-    if (args.size() == 1 && cmd == "--list") return list_ops(out), kExitOk;
-    if (args.size() == 1 && cmd == "--manpage") return write_manpage(out), kExitOk;
+    if (args.size() == 1 && cmd == "--version") {
+        out << "kiv " << kiv_version() << " (kivlib)\n";
+        return kExitOk;
+    }
+    if (args.size() == 1 && (cmd == "--formats" || cmd == "--list" || cmd == "--manpage")) {
+        if (cmd == "--formats") out << formats_text();
+        if (cmd == "--list") list_ops(out);
+        if (cmd == "--manpage") write_manpage(out);
+        return kExitOk;
+    }
     if (cmd == "help") {
         if (args.size() != 2) {
             err << "kiv: usage: kiv help OPERATION\n";

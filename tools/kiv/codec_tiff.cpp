@@ -83,7 +83,11 @@ struct Closer {
 
 // Sample k of a row at bits (1, 2, 4, 8 or 16), most significant bits first.
 unsigned sample(const unsigned char* row, std::size_t k, int bits) {
-    if (bits == 16) return reinterpret_cast<const std::uint16_t*>(row)[k];
+    if (bits == 16) {
+        std::uint16_t v;  // in the machine's byte order, as libtiff hands it over
+        std::memcpy(&v, row + 2 * k, 2);
+        return v;
+    }
     if (bits == 8) return row[k];
     const std::size_t bit = k * bits;
     return (row[bit / 8] >> (8 - bits - bit % 8)) & ((1u << bits) - 1);

@@ -94,6 +94,7 @@ Bytes read_input(const std::string& path) {
 void write_output(const std::string& path, const Bytes& bytes) {
     std::string why;
     if (path == "-") {
+        if (kivplat::is_terminal(stdout)) throw CliError("not writing image data to a terminal (redirect standard output, or -o FILE)");
         if (!kivplat::write_stdout(bytes.data(), bytes.size(), &why)) throw CliError("cannot write to standard output: " + why);
         return;
     }
