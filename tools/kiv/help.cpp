@@ -1,5 +1,6 @@
 // The kiv program's help texts: usage, the operation list, one operation's help and the manual
 // page, all written from the operation table.
+#include <algorithm>
 #include <sstream>
 
 #include "cli.h"
@@ -106,18 +107,24 @@ void write_manpage(std::ostream& out) {
     out << ".\\\" kiv.1, generated from the operation table by kiv --manpage\n"
         << ".TH KIV 1 \"\" \"kivlib " << kiv_version() << "\" \"User Commands\"\n"
         << ".SH NAME\nkiv \\- run kivlib image operations from the command line\n.SH SYNOPSIS\n";
+    // The usage's command forms make the synopsis, its prose the description, then the options.
     std::istringstream usage(kUsage);
     std::string line;
-    bool options = false;
+    bool options = false, described = false;
     while (std::getline(usage, line)) {
+        const std::string text = line.substr(std::min(line.find_first_not_of(' '), line.size()));
         if (line == "Options:") {
             out << ".SH OPTIONS\n";
             options = true;
         } else if (options) {
             const std::size_t gap = line.find("  ", 2);
             out << ".TP\n.B " << roff(line.substr(2, gap - 2)) << "\n" << roff(line.substr(line.find_first_not_of(' ', gap))) << "\n";
+        } else if (text.rfind("usage: ", 0) == 0 || text.rfind("kiv ", 0) == 0) {
+            out << roff(text.rfind("usage: ", 0) == 0 ? text.substr(7) : text) << "\n.br\n";
         } else {
-            out << roff(line.rfind("usage: ", 0) == 0 ? line.substr(7) : line) << "\n.br\n";
+            if (!described) out << ".SH DESCRIPTION\n";
+            described = true;
+            out << roff(text) << "\n";
         }
     }
     out << ".SH COLOURS\nColours are written " << roff(kColorForms) << "; quote the forms with #, which starts a shell comment.\n";
