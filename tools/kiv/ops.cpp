@@ -147,7 +147,9 @@ std::string out_of_range(const std::string& text, const ArgSpec& a, double v) {
         std::snprintf(range, sizeof range, "%g..%g", a.lo, a.hi);
         return a.name + " must be " + range + " (got " + text + ")";
     }
-    kiv_value x{a.table->type, 0, static_cast<long long>(v), v, nullptr};
+    // Reals keep their value in d alone: a huge one has no long long.
+    const bool real = a.table->type == KIV_T_REAL;
+    kiv_value x{a.table->type, 0, real ? 0 : static_cast<long long>(v), v, nullptr};
     // The program hands integers on as int; unsigned parameters take them modulo 2^32.
     if (a.table->type == KIV_T_UINT) x.i = static_cast<unsigned>(static_cast<int>(v));
     // Beyond refusals, a value the library would quietly replace (an unlisted blend mode, a
