@@ -331,6 +331,7 @@ TEST(Cli, BadCommandLinesExitWithUsageErrors) {
         {{s("in.png"), "colorify", "bogus", "-o", s("o.png")}, "#RRGGBB, RRGGBB, #RGB, 0xRRGGBB or a CSS colour name"},
         {{s("in.png"), "--quality", "0", "-o", s("o.png")}, "--quality must be 1..100"},
         {{s("in.png"), "--format", "xyz", "-o", s("o.png")}, "writes no format 'xyz'"},
+        {{s("in.png"), "--format", "", "-o", s("o.png")}, "writes no format ''"},
         {{"batch", s("*.png"), "negative"}, "no output directory"},
     };
     for (const Case& c : cases) {

@@ -11,10 +11,13 @@
 namespace kivcli {
 
 // How a writer stores an image: palettized images as indexed colour, or as grey when their
-// map is the plain ramp of their depth (entry i = i * 255 / (2^bits - 1)); true colour as
+// map is the plain ramp of their depth (1, 2, 4 or 8; entry i = i * 255 / (2^bits - 1)); true colour as
 // RGB, or RGBA when it carries alpha in its pixels.
 enum class Layout { Indexed, Grey, Rgb, Rgba };
 Layout layout_of(const Picture& pic);
+// The bits a palettized image's indices are stored at: the least of 1, 2, 4 and 8 that holds
+// its depth.
+int index_bits(const kiv& img);
 
 // Rows of the image packed as 3 (RGB) or 4 (RGBA) bytes a pixel; alpha 255 where the picture
 // has none, the map's alpha for an indexed picture with Alpha::Map.

@@ -14,7 +14,7 @@ void must_create(kiv& img, int w, int h, int bits) {
 // Whether the map is the plain grey ramp of the image's depth.
 bool grey_ramp(const kiv& img) {
     const int n = 1 << img.m_bits;
-    if (!img.m_map || img.m_colors != n || n < 2) return false;
+    if (!img.m_map || img.m_colors != n || index_bits(img) != img.m_bits) return false;
     for (int i = 0; i < n; ++i) {
         const tagRGBA& e = img.m_map[i];
         const int v = i * 255 / (n - 1);
@@ -24,6 +24,8 @@ bool grey_ramp(const kiv& img) {
 }
 
 }  // namespace
+
+int index_bits(const kiv& img) { return img.m_bits <= 1 ? 1 : img.m_bits <= 2 ? 2 : img.m_bits <= 4 ? 4 : 8; }
 
 Layout layout_of(const Picture& pic) {
     const kiv& img = pic.img;

@@ -34,7 +34,7 @@ int write_bytes(GifFileType* g, const GifByteType* data, int n) {
 
 [[noreturn]] void fail(int error) { throw CliError(std::string("GIF: ") + (GifErrorString(error) ? GifErrorString(error) : "malformed file")); }
 
-void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
+void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     Source src{&data, 0};
     int error = 0;
     GifFileType* g = DGifOpen(&src, read_bytes, &error);
@@ -47,6 +47,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
         }
     } closer{g};
     // A truncated file may still hold a whole first frame.
+    if (static_cast<std::uint64_t>(g->SWidth) * g->SHeight > opt.max_pixels) throw CliError("GIF: image too large");
     if (DGifSlurp(g) != GIF_OK && g->ImageCount < 1) fail(g->Error);
     if (g->ImageCount < 1) throw CliError("GIF: no image in the file");
     const SavedImage& f = g->SavedImages[0];
@@ -57,6 +58,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
     gcb.TransparentColor = NO_TRANSPARENT_COLOR;
     DGifSavedExtensionToGCB(g, 0, &gcb);
     const int sw = std::max(g->SWidth, d.Left + d.Width), sh = std::max(g->SHeight, d.Top + d.Height);
+    if (static_cast<std::uint64_t>(sw) * sh > opt.max_pixels) throw CliError("GIF: image too large");
     const bool covers = d.Left == 0 && d.Top == 0 && d.Width == sw && d.Height == sh;
     if (covers && gcb.TransparentColor == NO_TRANSPARENT_COLOR) {
         Bytes pal(static_cast<std::size_t>(3 * map->ColorCount));

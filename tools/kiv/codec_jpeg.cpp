@@ -39,7 +39,7 @@ struct Found {
     bool cmyk, inverted;
 };
 
-bool read_jpeg(jpeg_decompress_struct* d, Errors* e, const Bytes* data, Found* f, Bytes* pixels, Bytes* icc) {
+bool read_jpeg(jpeg_decompress_struct* d, Errors* e, const Bytes* data, std::uint64_t max_pixels, Found* f, Bytes* pixels, Bytes* icc) {
     if (setjmp(e->jump)) return false;
     jpeg_mem_src(d, data->data(), static_cast<unsigned long>(data->size()));
     jpeg_save_markers(d, JPEG_APP0 + 2, 0xFFFF);
@@ -57,7 +57,7 @@ bool read_jpeg(jpeg_decompress_struct* d, Errors* e, const Bytes* data, Found* f
     f->w = static_cast<int>(d->output_width);
     f->h = static_cast<int>(d->output_height);
     f->channels = d->output_components;
-    if (static_cast<std::uint64_t>(d->output_width) * d->output_height > INT32_MAX) {
+    if (static_cast<std::uint64_t>(d->output_width) * d->output_height > max_pixels) {
         std::snprintf(e->message, sizeof e->message, "image too large");
         return false;
     }
@@ -78,7 +78,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     jpeg_create_decompress(&d);
     Found f{};
     Bytes pixels, icc;
-    const bool ok = read_jpeg(&d, &e, &data, &f, &pixels, &icc);
+    const bool ok = read_jpeg(&d, &e, &data, opt.max_pixels, &f, &pixels, &icc);
     jpeg_destroy_decompress(&d);
     if (!ok) throw CliError(std::string("JPEG: ") + e.message);
     if (f.channels == 1) {

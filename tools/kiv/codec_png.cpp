@@ -55,15 +55,15 @@ struct Found {
 };
 
 // Everything that may longjmp runs here, with its buffers made by the caller.
-bool read_png(png_structp png, png_infop info, Source* src, Found* f, Bytes* pixels, std::vector<png_bytep>* rows,
-              Bytes* palette, Bytes* icc) {
+bool read_png(png_structp png, png_infop info, Source* src, std::uint64_t max_pixels, Found* f, Bytes* pixels,
+              std::vector<png_bytep>* rows, Bytes* palette, Bytes* icc) {
     if (setjmp(png_jmpbuf(png))) return false;
     png_set_read_fn(png, src, read_bytes);
     png_set_user_limits(png, 1u << 20, 1u << 20);
     png_read_info(png, info);
     int depth = 0, ctype = 0;
     png_get_IHDR(png, info, &f->w, &f->h, &depth, &ctype, nullptr, nullptr, nullptr);
-    if (static_cast<std::uint64_t>(f->w) * f->h > INT32_MAX) png_error(png, "image too large");
+    if (static_cast<std::uint64_t>(f->w) * f->h > max_pixels) png_error(png, "image too large");
     f->file_bits = depth;
     png_charp name;
     png_bytep profile;
@@ -108,7 +108,7 @@ bool read_png(png_structp png, png_infop info, Source* src, Found* f, Bytes* pix
     return true;
 }
 
-void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
+void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     Errors errors{"malformed PNG"};
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &errors, on_error, on_warning);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -120,7 +120,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
     Found f{};
     Bytes pixels, palette, icc;
     std::vector<png_bytep> rows;
-    const bool ok = read_png(png, info, &src, &f, &pixels, &rows, &palette, &icc);
+    const bool ok = read_png(png, info, &src, opt.max_pixels, &f, &pixels, &rows, &palette, &icc);
     png_destroy_read_struct(&png, &info, nullptr);
     if (!ok) throw CliError(std::string("PNG: ") + errors.message);
     const int w = static_cast<int>(f.w), h = static_cast<int>(f.h);
@@ -143,7 +143,7 @@ bool write_png(png_structp png, png_infop info, Picture* pic, Layout layout, Byt
     int ctype = PNG_COLOR_TYPE_RGB, depth = 8, channels = 3;
     if (layout == Layout::Indexed || layout == Layout::Grey) {
         ctype = layout == Layout::Grey ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_PALETTE;
-        depth = img.m_bits;
+        depth = index_bits(img);
         channels = 1;
     } else if (layout == Layout::Rgba) {
         ctype = PNG_COLOR_TYPE_RGB_ALPHA;

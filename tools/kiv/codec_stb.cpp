@@ -38,6 +38,8 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     if (data.size() > static_cast<std::size_t>(INT32_MAX)) throw CliError("file too large");
     const int n = static_cast<int>(data.size());
     int w = 0, h = 0, channels = 0;
+    if (stbi_info_from_memory(data.data(), n, &w, &h, &channels) && static_cast<std::uint64_t>(w) * h > opt.max_pixels)
+        throw CliError("image too large");
     Bytes rgba;
     if (stbi_is_16_bit_from_memory(data.data(), n)) {
         stbi_us* p = stbi_load_16_from_memory(data.data(), n, &w, &h, &channels, 4);

@@ -96,7 +96,7 @@ unsigned sample(const unsigned char* row, std::size_t k, int bits) {
 // Straight colour from premultiplied, rounded.
 unsigned char unpremultiply(unsigned c, unsigned a) { return static_cast<unsigned char>(a ? (c * 255 + a / 2) / a > 255 ? 255 : (c * 255 + a / 2) / a : 0); }
 
-void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
+void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     Memory m{&data, nullptr, 0, ""};
     Closer c{open(&m, "rm")};
     TIFF* t = c.t;
@@ -105,7 +105,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
     std::uint16_t bits = 1, spp = 1, photometric = PHOTOMETRIC_MINISBLACK, planar = PLANARCONFIG_CONTIG, orientation = 1;
     std::uint16_t nextra = 0, *extra = nullptr;
     if (!TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w) || !TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h)) fail(m, "no image size");
-    if (w < 1 || h < 1 || static_cast<std::uint64_t>(w) * h > INT32_MAX) throw CliError("TIFF: image too large or empty");
+    if (w < 1 || h < 1 || static_cast<std::uint64_t>(w) * h > opt.max_pixels) throw CliError("TIFF: image too large or empty");
     TIFFGetFieldDefaulted(t, TIFFTAG_BITSPERSAMPLE, &bits);
     TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLESPERPIXEL, &spp);
     TIFFGetFieldDefaulted(t, TIFFTAG_PLANARCONFIG, &planar);
@@ -192,7 +192,7 @@ void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
     apply_orientation(pic.img, orientation);
 }
 
-// Row k of values packed at bits (1, 4 or 8), most significant bits first.
+// A row of values packed at bits (1, 2, 4 or 8), most significant bits first.
 void pack_row(const unsigned char* values, int w, int bits, unsigned char* out) {
     if (bits == 8) {
         std::memcpy(out, values, static_cast<std::size_t>(w));
@@ -208,7 +208,7 @@ Bytes encode(Picture& pic, const WriteOptions&) {
     kiv& img = pic.img;
     const Layout layout = layout_of(pic);
     const bool mapped = layout == Layout::Indexed || layout == Layout::Grey;
-    const int spp = mapped ? 1 : layout == Layout::Rgba ? 4 : 3, bits = mapped ? img.m_bits : 8;
+    const int spp = mapped ? 1 : layout == Layout::Rgba ? 4 : 3, bits = mapped ? index_bits(img) : 8;
     {
         Closer c{open(&m, "w")};
         TIFF* t = c.t;

@@ -21,13 +21,17 @@ struct Demux {
     ~Demux() { WebPDemuxDelete(d); }
 };
 
-void decode(const Bytes& data, Picture& pic, const ReadOptions&) {
+void decode(const Bytes& data, Picture& pic, const ReadOptions& opt) {
     WebPData in{data.data(), data.size()};
     Demux dm{WebPDemux(&in)};
     WebPIterator frame;
     if (!dm.d || !WebPDemuxGetFrame(dm.d, 1, &frame)) throw CliError("WebP: malformed file");
     const int cw = static_cast<int>(WebPDemuxGetI(dm.d, WEBP_FF_CANVAS_WIDTH));
     const int ch = static_cast<int>(WebPDemuxGetI(dm.d, WEBP_FF_CANVAS_HEIGHT));
+    if (static_cast<std::uint64_t>(cw) * ch > opt.max_pixels) {
+        WebPDemuxReleaseIterator(&frame);
+        throw CliError("WebP: image too large");
+    }
     int w = 0, h = 0;
     uint8_t* px = WebPDecodeRGBA(frame.fragment.bytes, frame.fragment.size, &w, &h);
     const bool alpha = frame.has_alpha != 0;

@@ -57,7 +57,8 @@ const std::vector<Codec>& codecs() {
 
 const Codec* find_codec(const std::string& name) {
     std::string want = lower(name);
-    if (!want.empty() && want[0] != '.') want.insert(0, 1, '.');
+    if (want.empty()) return nullptr;
+    if (want[0] != '.') want.insert(0, 1, '.');
     for (const Codec& c : codecs()) {
         std::istringstream exts(c.extensions);
         for (std::string e; exts >> e;)

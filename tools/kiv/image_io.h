@@ -3,6 +3,7 @@
 #ifndef KIV_CLI_IMAGE_IO_H
 #define KIV_CLI_IMAGE_IO_H
 
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -41,6 +42,9 @@ struct Picture {
 
 struct ReadOptions {
     bool autorotate = true;  // apply a JPEG's EXIF orientation
+    // Larger images are refused before their pixels are allocated (a header may claim any
+    // size); the library's own limit by default.
+    std::uint64_t max_pixels = INT32_MAX;
 };
 struct WriteOptions {
     int quality = 90;        // JPEG and lossy WebP, 1..100
