@@ -202,6 +202,69 @@ public:
     HBITMAP createbitmap(HPALETTE* palette);
 #endif
 
+    /* ---- Every DIB and BMP form; 32-bit DIBs with alpha ------------------------------
+     * The full reader, beside attachdib (which keeps its own fixed behaviour):
+     *   attachdib_any        a packed DIB in a movable global-memory handle (CF_DIB,
+     *                        CF_DIBV5, a copied resource); nothing past GlobalSize is read;
+     *   attachdib_any_bytes  a packed DIB of size bytes at data (a locked clipboard block,
+     *                        LockResource data);
+     *   loadbmp              a BMP file (its 14-byte file header, then a packed DIB whose
+     *                        pixel data starts at bfOffBits; a colour table is what fits
+     *                        between the header and bfOffBits);
+     *   loadbmp_bytes        the bytes of a BMP file, size of them at data.
+     * 1 on success; 0 on refusal with this image unchanged.  When reason is non-null it
+     * receives null on success, else a static English text saying why (never freed).
+     * Read: headers of 12 bytes (OS/2 1.x: 16-bit sizes, 3-byte table entries), 16 to 64
+     * bytes (OS/2 2.x; fields it omits are 0), 40 (BITMAPINFOHEADER), 52 and 56 (with
+     * masks), 108 (V4) and 124 (V5); depths 1, 2, 4, 8, 16, 24, 32 and 64; BI_RGB,
+     * BI_RLE8, BI_RLE4, BI_BITFIELDS and BI_ALPHABITFIELDS (6) with any contiguous,
+     * non-overlapping masks (after a 40-byte header, 12 or 16 bytes of masks follow it;
+     * later headers hold them); rows bottom-up (biHeight > 0) or top-down (< 0), also for
+     * run-length data.  Colour spaces and ICC profiles of V4/V5 headers are ignored; the
+     * pixel values are taken as they are.  The image made:
+     *   - depths 1, 2, 4, 8 uncompressed and RLE data setting every pixel: palettized at
+     *     that depth (2 becomes 4), each pixel's fourth byte its index; colors = the
+     *     table's entries (biClrUsed, 0 meaning 1 << depth; entries past 1 << depth are
+     *     skipped), raised to cover the highest index the pixels use, the added entries
+     *     black;
+     *   - RLE data leaving pixels unset (deltas, early end of line or bitmap): 32 bits,
+     *     those pixels 0 (transparent black), the others their colours with alpha 255;
+     *   - 16, 24, 32 and 64 bits: 32 bits with alpha in the fourth byte when some pixel's
+     *     alpha is not 0, else 24 bits with fourth bytes 0.  Bit-field channels are scaled
+     *     from their mask's width to 0..255 as round(v x 255 / (2^width - 1)); a missing
+     *     mask gives 0 (alpha: none).  BI_RGB is 5-5-5 at 16 bits and 8-8-8 at 32 bits
+     *     with the fourth byte as alpha (all zero: 24 bits, as most such files mean).
+     *     64 bits: blue, green, red, alpha as signed 16-bit fixed point, 8192 = 1.0,
+     *     linear light, straight alpha: colours clamped to 0..1 and encoded to sRGB,
+     *     alpha clamped and scaled, both rounded.
+     *   - Alpha is taken as straight (not premultiplied).
+     * Refused (with a reason): a null handle, data or path; an unreadable file; no 'BM'
+     * (files); an unknown header size; width below 1, height 0, more than 2^31 - 1
+     * pixels; a bit count or compression outside the above (BI_JPEG and BI_PNG data are
+     * not decoded; OS/2 Huffman and RLE24 neither); masks that are not contiguous,
+     * overlap, or exceed 16 bits at depth 16; a header, masks, table or rows running
+     * past the data; bfOffBits inside the header or past the file; run data cut short
+     * or writing outside the image (an RLE4 run may end on the pad nibble of an odd
+     * width); memory running out. */
+    int attachdib_any(void* dib, const char** reason);
+    int attachdib_any_bytes(const void* data, size_t size, const char** reason);
+    int loadbmp(const char* path, const char** reason);
+    int loadbmp_bytes(const void* data, size_t size, const char** reason);
+    /* A new packed DIB (movable global memory; the caller frees it) of the whole image at
+     * 32 bits: a 124-byte V5 header (BI_BITFIELDS, masks red 0xFF0000, green 0xFF00, blue
+     * 0xFF, alpha 0xFF000000, colour space sRGB), no table, rows bottom-up, blue, green,
+     * red, alpha.  Alpha is the fourth byte of 32-bit images and 255 at other depths.
+     * premultiplied 1: colours multiplied by alpha / 255, rounded to nearest (the form
+     * AlphaBlend with AC_SRC_ALPHA and UpdateLayeredWindow take); 0: straight alpha (the
+     * clipboard's CF_DIBV5).  Null for an empty image, premultiplied outside 0..1, or
+     * when memory runs out.  attachdib_any reads it back (straight alpha). */
+    void* createdib_alpha(int premultiplied);
+    /* The same DIB as a BMP file at path (file header, bfOffBits 138), replacing any file
+     * there.  1 on success; 0 with a reason (as the readers give it) for a null or empty
+     * path, premultiplied outside 0..1, an empty image, one whose file would pass 4 GiB,
+     * or a failed write, which leaves no file at path. */
+    int savebmp_alpha(const char* path, int premultiplied, const char** reason);
+
 protected:
     int _attachdib(void* dib, int mapped); /* the reader; mapped nonzero: mapped-file store */
 
@@ -702,18 +765,17 @@ public:
      * depth outside 1..1530, angles that are not finite, an elevation giving a flat shade
      * of 0.  texture may be this image. */
     int texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param);
-    /* texturize with the texture read from a BMP file (uncompressed 1, 4, 8 or 24 bits,
-     * bottom-up or top-down; an info header of 40 bytes or more, V4 and V5 included, with
-     * the colour table after it).  0, image unchanged, for a null path, a missing or
-     * unreadable file, or one that is truncated or malformed (header sizes that do not add
-     * up). */
+    /* texturize with the texture read from a BMP file by loadbmp (every form it reads:
+     * OS/2 and V4/V5 headers, 1 to 64 bits, run-length and bit-field data, top-down).
+     * 0, image unchanged, for a null path, a missing or unreadable file, or one loadbmp
+     * refuses (truncated or malformed). */
     int texturize_by_file(tagRECT* rect, const char* path, tagKIV_TEXTURE* param);
 #ifdef _WIN32
     /* texturize with the texture read from a bitmap resource (RT_BITMAP: a packed DIB, as a
-     * BMP file without its file header; bottom-up) of module (null: the program's
-     * executable); name is a resource name or MAKEINTRESOURCEA(id).  0, image unchanged,
-     * for a null name, a missing resource or one the DIB reader refuses (too short for what
-     * its header claims). */
+     * BMP file without its file header) of module (null: the program's executable) by
+     * attachdib_any_bytes; name is a resource name or MAKEINTRESOURCEA(id).  0, image
+     * unchanged, for a null name, a missing resource or one the reader refuses (too short
+     * for what its header claims). */
     int texturize_by_resource(tagRECT* rect, HMODULE module, const char* name, tagKIV_TEXTURE* param);
 #endif
     /* Write the rectangle's pixels as a 24-bit BMP file at path, for texturize_by_file.  The

@@ -104,6 +104,14 @@ KIV_API int kiv_attachdib(kiv_image* img, void* dib);
 KIV_API int kiv_attachdib_width_mapfile(kiv_image* img, void* dib);
 KIV_API int kiv_attachdib32(kiv_image* img, int width, int height, void* src);
 KIV_API void* kiv_createdib(kiv_image* img); /* free with GlobalFree */
+/* The full reader and the alpha writer.  reason (may be null) receives null on success,
+ * else the text kiv_last_error() gives ("loadbmp: not a BMP file"), valid as long as it. */
+KIV_API int kiv_attachdib_any(kiv_image* img, void* dib, const char** reason);
+KIV_API int kiv_attachdib_any_bytes(kiv_image* img, const void* data, size_t size, const char** reason);
+KIV_API int kiv_loadbmp(kiv_image* img, const char* path, const char** reason);
+KIV_API int kiv_loadbmp_bytes(kiv_image* img, const void* data, size_t size, const char** reason);
+KIV_API void* kiv_createdib_alpha(kiv_image* img, int premultiplied); /* free with GlobalFree */
+KIV_API int kiv_savebmp_alpha(kiv_image* img, const char* path, int premultiplied, const char** reason);
 #ifdef _WIN32
 KIV_API HPALETTE kiv_createpalette(kiv_image* img);
 KIV_API int kiv_replace_palette(kiv_image* img, HPALETTE palette);

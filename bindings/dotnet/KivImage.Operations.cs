@@ -92,6 +92,31 @@ namespace Kiv
         /// <param name="sy">source row (pixels)</param>
         public void BltDib(int x, int y, int w, int h, byte[] dib, int sx, int sy) { Call("blt_dib", x, y, w, h, dib, sx, sy); }
 
+        /// <summary>Read a packed DIB of any form: every header, depth 1..64, RLE, bit fields, top-down.</summary>
+        /// <param name="dib">a packed DIB in movable global memory; only read</param>
+        public void AttachdibAny(byte[] dib) { Call("attachdib_any", dib); }
+
+        /// <summary>Read a packed DIB of any form from bytes.</summary>
+        /// <param name="data">a packed DIB: header, masks, colour table, rows (bytes)</param>
+        public void AttachdibAnyBytes(byte[] data) { Call("attachdib_any_bytes", data); }
+
+        /// <summary>Read a BMP file of any form.</summary>
+        /// <param name="path">the BMP file read</param>
+        public void Loadbmp(string path) { Call("loadbmp", path); }
+
+        /// <summary>Read a BMP file of any form from its bytes.</summary>
+        /// <param name="data">the bytes of a BMP file (bytes)</param>
+        public void LoadbmpBytes(byte[] data) { Call("loadbmp_bytes", data); }
+
+        /// <summary>A new 32-bit V5 DIB with alpha (free with GlobalFree).</summary>
+        /// <param name="premultiplied">1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5) (0..1)</param>
+        public byte[] CreatedibAlpha(int premultiplied = 0) { return (byte[])Call("createdib_alpha", premultiplied); }
+
+        /// <summary>Write the image as a 32-bit V5 BMP file with alpha.</summary>
+        /// <param name="path">the file written (replaced only on success)</param>
+        /// <param name="premultiplied">1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5) (0..1)</param>
+        public void SavebmpAlpha(string path, int premultiplied = 0) { Call("savebmp_alpha", path, premultiplied); }
+
         /// <summary>A new packed DIB of the part of a packed DIB inside rect.</summary>
         /// <param name="dib">a packed DIB in movable global memory; only read</param>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
@@ -687,7 +712,7 @@ namespace Kiv
 
         /// <summary>Texturize with a texture read from a BMP file.</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
-        /// <param name="path">the BMP file</param>
+        /// <param name="path">the BMP file (any form loadbmp reads)</param>
         /// <param name="azimuth">light direction, counter-clockwise from the right (degrees, finite)</param>
         /// <param name="elevation">light elevation above the image plane (degrees, finite)</param>
         /// <param name="depth">relief depth (1..1530)</param>

@@ -111,43 +111,36 @@ namespace Kiv
             });
         }
 
-        /// <summary>A new image of a packed DIB (header, colour table, rows bottom-up).</summary>
-        public static KivImage FromDib(byte[] dib)
+        /// <summary>A new image of a packed DIB (header, colour table, rows bottom-up) read by
+        /// attachdib; full: by the full reader (every header, depth and compression; CF_DIBV5).</summary>
+        public static KivImage FromDib(byte[] dib, bool full = false)
         {
             KivImage img = new KivImage(0, 0, 0);
-            try { img.Attachdib(dib); } catch { img.Dispose(); throw; }
+            try { if (full) img.AttachdibAnyBytes(dib); else img.Attachdib(dib); } catch { img.Dispose(); throw; }
             return img;
         }
 
         /// <summary>The image as a packed DIB.</summary>
         public byte[] ToDib() { return Createdib(); }
 
-        /// <summary>Read a BMP file through the library's DIB code.</summary>
+        /// <summary>Read a BMP file of any form (every header, depth and compression) through the
+        /// library's full reader; ArgumentException with its reason when it refuses the file.</summary>
         public static KivImage Open(string path)
         {
             byte[] f = File.ReadAllBytes(path);
-            if (f.Length < 54 || f[0] != 'B' || f[1] != 'M') throw new ArgumentException(path + ": not a BMP file");
-            // The DIB reader takes the table at byte 40 and the rows after it: a longer info
-            // header (V4, V5) is cut to 40 bytes and the rows taken from bfOffBits.
-            int size = BitConverter.ToInt32(f, 14), bits = BitConverter.ToInt16(f, 28), used = BitConverter.ToInt32(f, 46);
-            long off = BitConverter.ToUInt32(f, 10), avail = f.Length - 14;
-            if (size < 40 || size > avail) throw new ArgumentException(path + ": malformed BMP header");
-            long table = Math.Min(used != 0 ? 4L * (uint)used : bits <= 8 ? 4L << bits : 0, avail - size);
-            long rows = off >= 14 && off <= f.Length ? off : 14 + size + table;
-            MemoryStream dib = new MemoryStream();
-            dib.Write(BitConverter.GetBytes(40), 0, 4);
-            dib.Write(f, 18, 36);
-            dib.Write(f, 14 + size, (int)table);
-            dib.Write(f, (int)rows, (int)(f.Length - rows));
-            return FromDib(dib.ToArray());
+            KivImage img = new KivImage(0, 0, 0);
+            try { img.LoadbmpBytes(f); }
+            catch (ArgumentException e) { img.Dispose(); throw new ArgumentException(path + ": " + e.Message); }
+            return img;
         }
 
         /// <summary>Write the image as a BMP file (replaced only when completely written).</summary>
         public void Save(string path)
         {
-            byte[] dib = ToDib();
+            // An image with alpha as a 32-bit V5 file whose bit fields keep it.
+            byte[] dib = Bits == 32 ? CreatedibAlpha(0) : ToDib();
             int used = BitConverter.ToInt32(dib, 32), bits = BitConverter.ToInt16(dib, 14);
-            int off = 54 + 4 * (used != 0 ? used : bits <= 8 ? 1 << bits : 0);
+            int off = 14 + BitConverter.ToInt32(dib, 0) + 4 * (used != 0 ? used : bits <= 8 ? 1 << bits : 0);
             byte[] file = new byte[14 + dib.Length];
             file[0] = (byte)'B';
             file[1] = (byte)'M';

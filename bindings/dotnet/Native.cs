@@ -150,10 +150,11 @@ namespace Kiv
                 ulong size = Size(h);
                 IntPtr p = Lock(h);
                 if (p == IntPtr.Zero || size < 40) return new byte[0];
+                int header = Marshal.ReadInt32(p, 0);  // 40, or 124 for CreatedibAlpha's V5 header
                 int width = Math.Abs(Marshal.ReadInt32(p, 4)), height = Math.Abs(Marshal.ReadInt32(p, 8));
                 int bits = Marshal.ReadInt16(p, 14), used = Marshal.ReadInt32(p, 32);
                 long table = 4L * (used != 0 ? used : bits <= 8 ? 1 << bits : 0);
-                long length = Math.Min((long)size, 40 + table + ((long)width * bits + 31) / 32 * 4 * height);
+                long length = Math.Min((long)size, header + table + ((long)width * bits + 31) / 32 * 4 * height);
                 byte[] data = new byte[length];
                 Marshal.Copy(p, data, 0, data.Length);
                 Unlock(h);

@@ -167,10 +167,12 @@ class Image:
         return img
 
     @classmethod
-    def from_dib(cls, data):
-        """A new image of a packed DIB (bytes: header, colour table, rows bottom-up)."""
+    def from_dib(cls, data, full=False):
+        """A new image of a packed DIB (bytes: header, colour table, rows bottom-up) read by
+        attachdib; full=True reads every form (V4/V5 and OS/2 headers, 16 to 64 bits, bit
+        fields, RLE, top-down; clipboard CF_DIBV5 data) by attachdib_any_bytes."""
         img = cls(0, 0, 0)
-        img.attachdib(data)
+        img.attachdib_any_bytes(data) if full else img.attachdib(data)
         return img
 
     def to_dib(self):

@@ -265,10 +265,11 @@ def _dib_length(p, n):
     h = ctypes.string_at(p, min(n, 40))
     if len(h) < 40:
         return n
+    size = int.from_bytes(h[0:4], "little")  # 40, or 124 for createdib_alpha's V5 header
     width, height = int.from_bytes(h[4:8], "little", signed=True), int.from_bytes(h[8:12], "little", signed=True)
     bits, used = int.from_bytes(h[14:16], "little"), int.from_bytes(h[32:36], "little")
     table = 4 * (used or (1 << bits if bits <= 8 else 0))
-    return 40 + table + (abs(width) * bits + 31) // 32 * 4 * abs(height)
+    return size + table + (abs(width) * bits + 31) // 32 * 4 * abs(height)
 
 
 def result_of(op, res):

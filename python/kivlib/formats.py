@@ -1,7 +1,8 @@
 """Image files: which formats Image.open and Image.save know, and how another plugs in.
 
-BMP is read and written by the library's own DIB code (the file is a 14-byte header and a
-packed DIB).  Another format joins with register(): a reader from the file's bytes to an
+BMP is read by the library's full reader (loadbmp: every header, depth and compression) and
+written by its DIB code (the file is a 14-byte header and a packed DIB; 32-bit images as a
+V5 DIB that keeps alpha).  Another format joins with register(): a reader from the file's bytes to an
 Image, a writer from an Image to bytes, the file extensions and a test of the first bytes.
 """
 import os
@@ -64,23 +65,16 @@ def _le(b, at, n=4):
 
 def _bmp_read(data):
     from ._image import Image
-    # The library's DIB reader takes the colour table at byte 40 and the rows right after it,
-    # so a longer info header (V4, V5) is cut to 40 bytes and the rows taken from bfOffBits.
-    if len(data) < 14 + 40:
-        raise ValueError("truncated BMP file")
-    dib, off = data[14:], _le(data, 10)
-    size, bits, used = _le(dib, 0), _le(dib, 14, 2), _le(dib, 32)
-    if size < 40 or size > len(dib):
-        raise ValueError("malformed BMP header")
-    table = min(4 * used if used else (4 << bits if bits <= 8 else 0), len(dib) - size)
-    rows = off - 14 if 14 <= off <= len(data) else size + table
-    return Image.from_dib(bytes([40, 0, 0, 0]) + dib[4:40] + dib[size:size + table] + dib[rows:])
+    img = Image(0, 0, 0)
+    img.loadbmp_bytes(data)  # every form of BMP file; a refusal raises ValueError with the reason
+    return img
 
 
 def _bmp_write(img):
-    dib = img.to_dib()
+    # An image with alpha as a 32-bit V5 file whose bit fields keep it (as the kiv program writes).
+    dib = img.createdib_alpha(0) if img.bits == 32 else img.to_dib()
     used, bits = _le(dib, 32), _le(dib, 14, 2)
-    off = 14 + 40 + 4 * (used or (1 << bits if bits <= 8 else 0))
+    off = 14 + _le(dib, 0) + 4 * (used or (1 << bits if bits <= 8 else 0))
     return b"BM" + (14 + len(dib)).to_bytes(4, "little") + bytes(4) + off.to_bytes(4, "little") + dib
 
 

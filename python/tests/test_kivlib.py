@@ -102,6 +102,16 @@ def test_dib_and_bmp_round_trips_keep_depth_map_and_pixels(colors, tmp_path):
         assert (tmp_path / "a.bmp").read_bytes() == (tmp_path / "b.bmp").read_bytes()
 
 
+def test_bmp_files_open_through_the_full_reader(tmp_path):
+    img = kivlib.Image.from_array(np.random.default_rng(5).integers(1, 256, (3, 5, 4), dtype=np.uint8))
+    img.save(tmp_path / "a.bmp")  # 32 bits: a V5 file that keeps alpha
+    assert np.array_equal(kivlib.Image.open(tmp_path / "a.bmp").array, img.array)
+    assert np.array_equal(kivlib.Image.from_dib(img.createdib_alpha(1), full=True).array[..., 3], img.array[..., 3])
+    (tmp_path / "b.bmp").write_bytes(b"BM" + bytes(60))
+    with pytest.raises(ValueError, match=r"b\.bmp: loadbmp_bytes: unknown bitmap header size$"):
+        kivlib.Image.open(tmp_path / "b.bmp")
+
+
 def test_from_array():
     rgb = np.random.default_rng(3).integers(0, 256, (5, 7, 3), dtype=np.uint8)
     img = kivlib.Image.from_array(rgb)

@@ -1,6 +1,7 @@
 // The C interface: each function of kivc.h calls its member unchanged.  Operations go
 // through their row of the operation table (the same call kiv_op_call makes), which adds
-// the reasons; the others check only for a null image.
+// the reasons; the members that give their own reason pass it on; the others check only
+// for a null image.
 #include <new>
 #include <type_traits>
 
@@ -50,6 +51,19 @@ R as(const kiv_value& r) {
 kiv* need(kiv_image* img, const char* name) {
     if (!img) kivops::set_error("%s: the image is null", name);
     return K(img);
+}
+
+// The members that say why they refuse, called with a pointer of the function's own (their
+// rows take byte counts below 2^31 only): the reason goes to kiv_last_error and *reason.
+template <class Call>
+int reasoned(kiv_image* img, const char* name, const char** reason, Call call) {
+    kivops::clear_error();
+    const char* why = nullptr;
+    kiv* m = need(img, name);
+    const int ok = m ? call(m, &why) : 0;
+    if (m && !ok) kivops::set_error("%s: %s", name, why ? why : "refused");
+    if (reason) *reason = ok ? nullptr : kiv_last_error();
+    return ok;
 }
 
 }  // namespace
@@ -182,6 +196,18 @@ OP(int, convert_rgb, (kiv_image* img, tagRECT* rect, int colorspace), V(rect), V
 OP(int, attachdib, (kiv_image* img, void* dib), V(dib))
 OP(int, attachdib_width_mapfile, (kiv_image* img, void* dib), V(dib))
 OP(void*, createdib, (kiv_image* img))
+OP(void*, createdib_alpha, (kiv_image* img, int premultiplied), V(premultiplied))
+#define REASONED(NAME, PARAMS, ...)                                                              \
+    extern "C" KIV_API int kiv_##NAME PARAMS {                                                   \
+        return reasoned(img, #NAME, reason, [&](kiv* m, const char** why) { return __VA_ARGS__; }); \
+    }
+REASONED(attachdib_any, (kiv_image* img, void* dib, const char** reason), m->attachdib_any(dib, why))
+REASONED(attachdib_any_bytes, (kiv_image* img, const void* data, size_t size, const char** reason),
+         m->attachdib_any_bytes(data, size, why))
+REASONED(loadbmp, (kiv_image* img, const char* path, const char** reason), m->loadbmp(path, why))
+REASONED(loadbmp_bytes, (kiv_image* img, const void* data, size_t size, const char** reason), m->loadbmp_bytes(data, size, why))
+REASONED(savebmp_alpha, (kiv_image* img, const char* path, int premultiplied, const char** reason),
+         m->savebmp_alpha(path, premultiplied, why))
 OP(void, blt_dib, (kiv_image* img, int x, int y, int w, int h, void* dib, int sx, int sy), V(x), V(y), V(w), V(h), V(dib), V(sx), V(sy))
 
 // ---- Quantization ---------------------------------------------------------------------------

@@ -37,7 +37,8 @@ struct Args {
 };
 
 // What the member returned: i for int results (1 for void members), p for pointers.  A
-// non-null why refuses the call on the wrapper's own account (before the member runs).
+// non-null why refuses the call with that reason: the wrapper's own (before the member
+// runs), or the one a member that gives reasons returned.
 struct Result {
     long long i = 1;
     void* p = nullptr;

@@ -119,10 +119,22 @@ A Space() { return Choice("colorspace", kSpaces, "colour space"); }
 A FillDir() { return Choice("dir", kDirs, "side or corner the ramp runs toward (unused by a single stop)", KIV_OUT_DEPTH); }
 A Az(double def) { return Real("azimuth", "degrees", "light direction, counter-clockwise from the right").finite().field().def(def); }
 A El(double def) { return Real("elevation", "degrees", "light elevation above the image plane").finite().field().def(def); }
+A Premultiplied() {
+    return Int("premultiplied", "", "1: colours multiplied by alpha (AlphaBlend); 0: straight alpha (CF_DIBV5)")
+        .range(0, 1)
+        .def(0);
+}
 A Depth(double def) { return Int("depth", "", "relief depth").range(1, 1530).field().def(def); }
 
 // ---- Invokers ---------------------------------------------------------------------------
 #define RUN(...) [](kiv* m, const Args& a) -> Result { (void)m, (void)a; return ret(__VA_ARGS__); }
+// A member that says why it refused (through `why`): its reason becomes the call's.
+#define REASONED(...)                                                       \
+    [](kiv* m, const Args& a) -> Result {                                   \
+        const char* why = nullptr;                                          \
+        const int r = __VA_ARGS__;                                          \
+        return r ? ret(r) : Result{0, nullptr, why ? why : "refused"};      \
+    }
 #define DO(...) [](kiv* m, const Args& a) -> Result { (void)m, (void)a; __VA_ARGS__; return Result{}; }
 
 struct Rows {
@@ -219,6 +231,28 @@ void image_and_palette(Rows& t) {
          {Int("x", "pixels", "target column"), Int("y", "pixels", "target row"), Int("w", "pixels", "block width"),
           Int("h", "pixels", "block height"), Dib(), Int("sx", "pixels", "source column"), Int("sy", "pixels", "source row")},
          DO(m->blt(a.i(0), a.i(1), a.i(2), a.i(3), a.dib(4), a.i(5), a.i(6))));
+    // The full reader and the alpha writer: the reason the member gives becomes the call's.
+    const char* unreadable = "data the full reader refuses (its reason becomes the error)";
+    t.op("attachdib_any", I, "read a packed DIB of any form: every header, depth 1..64, RLE, bit fields, top-down",
+         {Dib()}, REASONED(m->attachdib_any(a.dib(0), &why)))
+        .refuses(unreadable);
+    t.op("attachdib_any_bytes", I, "read a packed DIB of any form from bytes",
+         {A("data", KIV_T_BYTES, "bytes", "a packed DIB: header, masks, colour table, rows")},
+         REASONED(m->attachdib_any_bytes(a.ptr<void>(0, KIV_T_BYTES), static_cast<size_t>(a.n(0)), &why)))
+        .refuses(unreadable);
+    t.op("loadbmp", I, "read a BMP file of any form", {Str("path", "the BMP file read")}, REASONED(m->loadbmp(a.str(0), &why)))
+        .refuses("a missing or unreadable file, data the full reader refuses (its reason becomes the error)");
+    t.op("loadbmp_bytes", I, "read a BMP file of any form from its bytes",
+         {A("data", KIV_T_BYTES, "bytes", "the bytes of a BMP file")},
+         REASONED(m->loadbmp_bytes(a.ptr<void>(0, KIV_T_BYTES), static_cast<size_t>(a.n(0)), &why)))
+        .refuses(unreadable);
+    t.op("createdib_alpha", KIV_T_DIB, "a new 32-bit V5 DIB with alpha (free with GlobalFree)", {Premultiplied()},
+         RUN(m->createdib_alpha(a.i(0))))
+        .refuses("an empty image");
+    t.op("savebmp_alpha", I, "write the image as a 32-bit V5 BMP file with alpha",
+         {Str("path", "the file written (replaced only on success)"), Premultiplied()},
+         REASONED(m->savebmp_alpha(a.str(0), a.i(1), &why)))
+        .refuses("an empty image, a failed write");
     t.op("kivCrop", KIV_T_DIB, "a new packed DIB of the part of a packed DIB inside rect", {Dib(), Rect()},
          RUN(kivCrop(a.dib(0), a.rect(1))))
         .flags(KIV_OP_FREE)
@@ -598,7 +632,7 @@ void effect(Rows& t) {
         .record("tagKIV_TEXTURE", KIV_OP_NULL_RECORD)
         .refuses(flat);
     t.op("texturize_by_file", I, "texturize with a texture read from a BMP file",
-         {Rect(), Str("path", "the BMP file"), Az(135), El(45), Depth(4)},
+         {Rect(), Str("path", "the BMP file (any form loadbmp reads)"), Az(135), El(45), Depth(4)},
          RUN([&] {
              tagKIV_TEXTURE p{a.d(2), a.d(3), a.i(4)};
              return m->texturize_by_file(a.rect(0), a.str(1), &p);

@@ -69,10 +69,6 @@ std::vector<int> height_plane(kiv* src, int w, int h, bool invert, Col col, Row 
     return plane;
 }
 
-// Reads a packed DIB held in memory (a bitmap resource, say) into img through attachdib;
-// false, img untouched, when the reader refuses it or memory runs out.
-bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img);
-
 }  // namespace kiveffect
 
 #endif

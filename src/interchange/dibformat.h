@@ -27,9 +27,17 @@ inline std::uint64_t dib_table_entries(const BITMAPINFOHEADER& h) {
     return h.biBitCount <= 8 ? (std::uint64_t(1) << h.biBitCount) : 0;
 }
 
-// Bytes of the colour table, with the three masks of BI_BITFIELDS.
+// Bytes of the colour table, with the three masks BI_BITFIELDS stores after a 40-byte header
+// (longer headers hold them).
 inline std::uint64_t dib_table_bytes(const BITMAPINFOHEADER& h) {
-    return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS ? 12 : 0);
+    return 4 * dib_table_entries(h) + (h.biCompression == BI_BITFIELDS && h.biSize == kHeaderBytes ? 12 : 0);
+}
+
+// Little-endian fields at any alignment.
+inline std::uint32_t le16(const unsigned char* p) { return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8; }
+inline std::uint32_t le32(const unsigned char* p) { return le16(p) | le16(p + 2) << 16; }
+inline void put32(unsigned char* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
 }
 
 // Header read without assuming alignment of the block.

@@ -113,6 +113,15 @@ int main(void) {
     args[0].type = KIV_T_REAL;
     CHECK(kiv_op_call(b, op, args, 4, NULL) == 0 && strstr(kiv_last_error(), "w is of type"), "types are checked", kiv_last_error());
 
+    /* A member that gives its own reason: *reason is kiv_last_error's text, null on success. */
+    {
+        const char* why = "unset";
+        void* dib = kiv_createdib_alpha(img, 0);
+        CHECK(kiv_attachdib_any(b, dib, &why) == 1 && !why && kiv_loadbmp_bytes(b, "BM", 2, &why) == 0 && kiv_bits(b) == 32 &&
+                  why == kiv_last_error() && !strcmp(why, "loadbmp_bytes: not a BMP file"), "reasons", kiv_last_error());
+        GlobalFree(dib);
+    }
+
     /* Every row has its exported C function; the version matches the header. */
     for (op = 0; op < kiv_op_count(); ++op) {
         const kiv_opdesc* d = kiv_op_info(op);

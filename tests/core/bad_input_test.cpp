@@ -368,7 +368,7 @@ TEST(BadInput, DibInterchange) {
     // Only the portable global memory promises to refuse a handle it never gave out.
     v.push_back({"attachdib unknown handle", CALL([&] {
                      int local = 0;
-                     return im.attachdib(&local);
+                     return im.attachdib(&local) + im.attachdib_any(&local, nullptr);
                  }()),
                  kRefused, kRefused, kRefused});
 #endif
@@ -385,6 +385,11 @@ TEST(BadInput, DibInterchange) {
                      GlobalFree(small);
                      return r;
                  }()),
+                 kRefused, kRefused, kRefused});
+    // The full reader where the table's walk does not reach: null data of any size, no file.
+    v.push_back({"full reader null data, no file", CALL(im.attachdib_any_bytes(nullptr, SIZE_MAX, nullptr) +
+                                                         im.loadbmp_bytes(nullptr, 0, nullptr) + im.loadbmp("", nullptr) +
+                                                         im.loadbmp("none.bmp", nullptr)),
                  kRefused, kRefused, kRefused});
     v.push_back({"attachdib32 null", CALL(im.attachdib32(1, 1, nullptr)), kRefused, kRefused, kRefused});
     for (int w : {0, -1, INT_MIN, INT_MAX}) {

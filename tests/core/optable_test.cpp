@@ -82,8 +82,9 @@ struct Bench {
 
 // An argument inside its range: the default, else the lowest bound, else 0 (or the test's
 // own choice where that would make the call fail for another reason).
+using Files = std::map<std::string, std::vector<unsigned char>>;
 kiv_value sample(const kiv_opdesc& d, const kiv_argdesc& a, const std::map<std::string, double>& own,
-                 const std::string& texture) {
+                 const std::string& texture, const Files& bytes) {
     kiv_value v{a.type, 0, 0, 0.0, nullptr};
     double x = a.flags & KIV_ARG_DEFAULT ? a.def : a.flags & KIV_ARG_LO ? a.lo + ((a.flags & KIV_ARG_LO_OPEN) ? 1 : 0)
                                                : a.flags & KIV_ARG_HI ? a.hi : 0;
@@ -95,6 +96,8 @@ kiv_value sample(const kiv_opdesc& d, const kiv_argdesc& a, const std::map<std::
         v.p = kZeros.data();
         v.n = a.type == KIV_T_BYTES ? 4 : static_cast<int>(x);
     }
+    if (auto it = bytes.find(d.name); a.type == KIV_T_BYTES && it != bytes.end())
+        v.p = it->second.data(), v.n = static_cast<int>(it->second.size());
     static std::vector<unsigned char> pal = {0, 3, 2, 0, 10, 20, 30, 0, 200, 100, 50, 0};
     if (a.type == KIV_T_IMAGE || a.type == KIV_T_DIB) v.p = &kFresh;
     if (a.type == KIV_T_STRING) v.p = texture.c_str();
@@ -143,12 +146,15 @@ TEST(OpTable, EveryArgumentJustOutsideItsRangeDoesWhatTheTableSays) {
     // Samples the defaults and bounds do not give: calls that would fail for another reason.
     const std::map<std::string, double> own = {
         {"blur.dx", 2}, {"op1", 255}, {"stops", 2}, {"zoom_inframe.w", 2}, {"zoom_inframe.h", 2}};
+    // The readers of bytes take the texture's file, and its packed DIB after the file header.
+    const std::vector<unsigned char> bmp = kivtest::read_bytes(texture);
+    const Files bytes = {{"loadbmp_bytes", bmp}, {"attachdib_any_bytes", {bmp.begin() + 14, bmp.end()}}};
     const int dib_as_read = kiv_op_find("kivCrop");
     for (int op = 0; op < kiv_op_count(); ++op) {
         const kiv_opdesc& d = *kiv_op_info(op);
         ASSERT_LE(d.nargs, 16) << d.name;
         std::vector<kiv_value> base;
-        for (int k = 0; k < d.nargs; ++k) base.push_back(sample(d, d.args[k], own, texture));
+        for (int k = 0; k < d.nargs; ++k) base.push_back(sample(d, d.args[k], own, texture, bytes));
         bool walked = false;
         for (int bits : {24, 8}) {
             const Bench b{bits};

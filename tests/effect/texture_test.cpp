@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -18,10 +17,6 @@
 namespace fs = std::filesystem;
 using kivtest::images_equal;
 using kivtest::px;
-
-namespace kiveffect {
-bool texture_from_packed_dib(const void* data, std::size_t size, kiv* img);
-}
 
 namespace {
 
@@ -66,14 +61,6 @@ std::vector<unsigned char> bmp_of(kiv& img) {
     EXPECT_TRUE(kivdib::bmp_from_dib(dib, &file));
     GlobalFree(dib);
     return file;
-}
-
-void put32(std::vector<unsigned char>& f, std::size_t at, std::uint32_t v) { std::memcpy(&f[at], &v, 4); }
-
-// A 6 x 4 24-bit image's packed DIB without its slack rows: 40 + 4 rows of 20 bytes.
-std::vector<unsigned char> packed_dib(kiv& img) {
-    const std::vector<unsigned char> file = bmp_of(img);
-    return std::vector<unsigned char>(file.begin() + 14, file.begin() + 14 + 120);
 }
 
 }  // namespace
@@ -228,11 +215,8 @@ TEST(TextureFile, SaveAndLoadRoundTrip) {
     ASSERT_EQ(1, img.texture_save(&r, path.c_str()));
     EXPECT_EQ(1u, s.count());  // no temporary left behind
     // The file holds the clipped rectangle at 24 bits.
-    const std::vector<unsigned char> bytes = read_bytes(path);
-    HGLOBAL dib = kivdib::dib_from_bmp(bytes.data(), bytes.size());
-    ASSERT_NE(nullptr, dib);
-    kiv back(dib);
-    GlobalFree(dib);
+    kiv back;
+    ASSERT_EQ(1, back.loadbmp(path.c_str(), nullptr));
     ASSERT_EQ(13, back.m_width);
     ASSERT_EQ(16, back.m_height);
     EXPECT_EQ(24, back.m_bits);
@@ -271,35 +255,14 @@ TEST(TextureFile, WriteFailuresLeaveNothing) {
 TEST(TextureFile, RefusesBadFiles) {
     Scratch s;
     kiv tex = kivtest::random_image(7, 5, 8, 3);
-    const std::vector<unsigned char> good = bmp_of(tex);  // 8 bits: 256-entry table
-    const std::uint32_t off = 14 + 40 + 256 * 4;
-    ASSERT_EQ(off, good[10] | good[11] << 8);
-    auto with = [&](std::size_t at, std::uint32_t v) {
-        std::vector<unsigned char> f = good;
-        put32(f, at, v);
-        return f;
-    };
-    auto with16 = [&](std::size_t at, std::uint16_t v) {
-        std::vector<unsigned char> f = good;
-        std::memcpy(&f[at], &v, 2);
-        return f;
-    };
+    const std::vector<unsigned char> good = bmp_of(tex);
+    std::vector<unsigned char> not_bm = good;
+    not_bm[1] = 'C';
+    // The reader's refusals are tested with the reader; here a few leave the image as it was.
     const std::vector<std::pair<const char*, std::vector<unsigned char>>> files = {
         {"empty", {}},
-        {"garbage", std::vector<unsigned char>(600, 0x5A)},
-        {"header only", std::vector<unsigned char>(good.begin(), good.begin() + 54)},
         {"truncated rows", std::vector<unsigned char>(good.begin(), good.end() - 3)},
-        {"not BM", with16(0, 0x4D43)},
-        {"huge width", with(18, 0x7FFFFFFF)},
-        {"huge height", with(22, 0x7FFFFFFF)},
-        {"zero width", with(18, 0)},
-        {"biSize 12", with(14, 12)},
-        {"biSize past the end", with(14, 0x10000000)},
-        {"rle8", with(30, 1)},
-        {"32 bits", with16(28, 32)},
-        {"table too long", with(46, 300)},
-        {"offset inside header", with(10, 20)},
-        {"offset past the end", with(10, 0xFFFFFFF0)},
+        {"not BM", not_bm},
     };
     for (const auto& f : files) {
         const std::string path = s(std::string(f.first) + ".bmp");
@@ -316,56 +279,16 @@ TEST(TextureFile, RefusesBadFiles) {
     const std::string ok = s("ok.bmp");
     write_bytes(ok, good);
     EXPECT_EQ(1, img.texturize_by_file(nullptr, ok.c_str(), nullptr));
-    // A top-down file is the same texture.
-    std::vector<unsigned char> top_down = good;
-    const std::size_t stride = 8;
-    for (int r = 0; r < 5; ++r) std::memcpy(&top_down[off + r * stride], &good[off + (4 - r) * stride], stride);
-    put32(top_down, 22, static_cast<std::uint32_t>(-5));
-    write_bytes(s("td.bmp"), top_down);
-    kiv a(before), b(before);
-    ASSERT_EQ(1, a.texturize_by_file(nullptr, ok.c_str(), nullptr));
-    ASSERT_EQ(1, b.texturize_by_file(nullptr, s("td.bmp").c_str(), nullptr));
-    EXPECT_TRUE(images_equal(a, b));
 }
 
-// V4 and V5 info headers (108 and 124 bytes): the colour table follows the header, in files
-// and in resources alike.
-TEST(TextureFile, LongInfoHeaders) {
+// Files of any form the full reader takes, here a 32-bit V5 file with bit fields and alpha.
+TEST(TextureFile, ReadsEveryFormOfBmpFile) {
     Scratch s;
-    kiv tex = kivtest::random_image(7, 5, 8, 6);
-    const std::vector<unsigned char> good = bmp_of(tex);
-    const std::string plain = s("plain.bmp");
-    write_bytes(plain, good);
-    for (std::uint32_t bi : {108u, 124u}) {
-        std::vector<unsigned char> f = good;
-        f.insert(f.begin() + 54, bi - 40, 0);
-        put32(f, 2, static_cast<std::uint32_t>(f.size()));
-        put32(f, 10, 14 + bi + 256 * 4);
-        put32(f, 14, bi);
-        const std::string path = s(std::to_string(bi) + ".bmp");
-        write_bytes(path, f);
-        kiv a = kivtest::random_image(12, 9, 24, 4), b(a);
-        ASSERT_EQ(1, a.texturize_by_file(nullptr, path.c_str(), nullptr)) << bi;
-        ASSERT_EQ(1, b.texturize_by_file(nullptr, plain.c_str(), nullptr));
-        EXPECT_TRUE(images_equal(a, b)) << bi;
-        kiv got;
-        ASSERT_TRUE(kiveffect::texture_from_packed_dib(f.data() + 14, f.size() - 14, &got)) << bi;
-        EXPECT_TRUE(same_rgb(tex, got)) << bi;
-    }
-}
-
-// The reader behind bitmap resources: a packed DIB in memory, refused when short.
-TEST(TextureResource, PackedDibReader) {
-    kiv tex = kivtest::random_image(6, 4, 24, 3);
-    const std::vector<unsigned char> packed = packed_dib(tex);
-    kiv got;
-    ASSERT_TRUE(kiveffect::texture_from_packed_dib(packed.data(), packed.size(), &got));
-    EXPECT_TRUE(same_rgb(tex, got));
-    kiv none;
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(packed.data(), packed.size() - 1, &none));
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(packed.data(), 39, &none));
-    EXPECT_FALSE(kiveffect::texture_from_packed_dib(nullptr, 120, &none));
-    EXPECT_EQ(nullptr, none.m_pixels);
+    kiv rgba = kivtest::random_image(7, 5, 32, 6), a = kivtest::random_image(12, 9, 24, 4), b(a);
+    ASSERT_EQ(1, rgba.savebmp_alpha(s("v5.bmp").c_str(), 0, nullptr));
+    ASSERT_EQ(1, a.texturize_by_file(nullptr, s("v5.bmp").c_str(), nullptr));
+    ASSERT_EQ(1, b.texturize(nullptr, &rgba, nullptr));
+    EXPECT_TRUE(images_equal(a, b));
 }
 
 #ifdef _WIN32
@@ -378,7 +301,8 @@ TEST(TextureResource, FromAModulesBitmapResource) {
     const std::string copy = s("res.exe");
     ASSERT_TRUE(CopyFileA(self, copy.c_str(), FALSE));
     kiv tex = kivtest::random_image(6, 4, 24, 3);
-    std::vector<unsigned char> packed = packed_dib(tex);
+    const std::vector<unsigned char> file = bmp_of(tex);  // 6 x 4 at 24 bits: 40 + 4 rows of 20 bytes
+    std::vector<unsigned char> packed(file.begin() + 14, file.begin() + 14 + 120);
     HANDLE up = BeginUpdateResourceA(copy.c_str(), FALSE);
     ASSERT_NE(nullptr, up);
     ASSERT_TRUE(UpdateResourceA(up, MAKEINTRESOURCEA(2), "TEXTURE", MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),

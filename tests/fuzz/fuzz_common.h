@@ -31,6 +31,15 @@ inline void check_image(const kiv& img, const char* where) {
     if (!v.empty()) fail(where, v);
 }
 
+// Same geometry, depth, pixels and colour map.
+inline bool images_same(const kiv& a, const kiv& b) {
+    if (a.m_width != b.m_width || a.m_height != b.m_height || a.m_bits != b.m_bits || a.m_colors != b.m_colors)
+        return false;
+    if (a.m_packets && std::memcmp(a.m_pixels, b.m_pixels, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_packets)))
+        return false;
+    return !a.m_colors || !std::memcmp(a.m_map, b.m_map, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_colors));
+}
+
 // Reads parameters from a byte range, zeros once it runs out.
 struct Params {
     const std::uint8_t* p;

@@ -9,6 +9,7 @@ namespace {
 
 using kivfuzz::check_image;
 using kivfuzz::fail;
+using kivfuzz::images_same;
 
 // A DIB the library produced must read back to the same pixels at the depths it writes.
 void check_round_trip(kiv& img, const char* where) {
@@ -34,14 +35,6 @@ void check_round_trip(kiv& img, const char* where) {
         const bool same = b < 24 ? p.a == q.a : (p.r == q.r && p.g == q.g && p.b == q.b);
         if (!same) fail(where, "round trip changed pixel " + std::to_string(i));
     }
-}
-
-bool images_same(const kiv& a, const kiv& b) {
-    if (a.m_width != b.m_width || a.m_height != b.m_height || a.m_bits != b.m_bits || a.m_colors != b.m_colors)
-        return false;
-    if (a.m_packets && std::memcmp(a.m_pixels, b.m_pixels, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_packets)))
-        return false;
-    return !a.m_colors || !std::memcmp(a.m_map, b.m_map, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_colors));
 }
 
 // Results of the free functions are new DIBs the library made: read, check, release.

@@ -105,6 +105,21 @@ def core_header():
     return struct.pack("<IHHHH", 12, W, H, 1, 24) + rows(24)
 
 
+def full_reader_extras():
+    """Forms only the full reader takes: alpha masks, 64 bits, RLE holes, OS/2 headers."""
+    v5 = bytearray(info(32, compression=3, size=124))
+    v5[40:56] = struct.pack("<IIII", 0xFF0000, 0xFF00, 0xFF, 0xFF000000)
+    holes = bytes((2, 1, 0, 2, 1, 1, 3, 4, 0, 0, 0, 3, 5, 6, 7, 0, 0, 1))
+    return {
+        "d32_v5_alpha": bytes(v5) + rows(32),
+        "d64": info(64) + bytes((i * 37) & 255 for i in range(W * 8 * H)),
+        "d16_alphabitfields": info(16, compression=6) + struct.pack("<IIII", 0xF00, 0xF0, 0xF, 0xF000) + rows(16),
+        "d8_rle_holes": info(8, compression=1, clr_used=8) + table(8) + holes,
+        "core_palette": struct.pack("<IHHHH", 12, W, H, 1, 8) + table(256)[:768] + rows(8),
+        "os2_short": struct.pack("<IiiHH", 16, W, H, 1, 24) + rows(24),
+    }
+
+
 def png(color_type, channels):
     raw = b""
     for y in range(H):
@@ -143,6 +158,10 @@ def main():
     for name, data in files.items():
         write("texture", name, data)
         write("image_io", name, data)
+    for name, data in {**dibs, **full_reader_extras()}.items():
+        write("dib_any", name, data)
+    for name, data in files.items():
+        write("dib_any", "file_" + name, data)
     for name, (ct, ch) in {"png_rgb": (2, 3), "png_rgba": (6, 4), "png_grey": (0, 1), "png_grey_alpha": (4, 2)}.items():
         write("image_io", name, png(ct, ch))
 

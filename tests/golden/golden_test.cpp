@@ -210,6 +210,24 @@ std::vector<Case> cases() {
         GlobalFree(static_cast<HGLOBAL>(d));
         return 0LL;
     });
+    // The full reader on the library's own DIBs, and the alpha writer (the true-colour
+    // images' noisy fourth bytes taken as alpha).
+    for (int pm : {0, 1})
+        add("createdib_alpha" + std::to_string(pm), [pm](kiv& i, Fnv& f) {
+            if (i.m_bits == 24) i.m_bits = 32;
+            hash_dib(f, i.createdib_alpha(pm));
+            return 0LL;
+        });
+    for (int alpha : {0, 1})
+        full(alpha ? "attachdib_any_alpha" : "attachdib_any", [alpha](kiv& i) {
+            if (alpha && i.m_bits == 24) i.m_bits = 32;
+            void* d = alpha ? i.createdib_alpha(0) : i.createdib();
+            kiv back;
+            const int ok = back.attachdib_any(d, nullptr);
+            GlobalFree(static_cast<HGLOBAL>(d));
+            i.movefrom(&back);
+            return static_cast<long long>(ok);
+        });
     for (int mode = 0; mode <= 4; ++mode) {
         const std::string m = std::to_string(mode);
         add("kivQuantize" + m, [mode](kiv& i, Fnv& f) {

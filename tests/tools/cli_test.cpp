@@ -154,7 +154,7 @@ TEST(Cli, FormatsRoundTrip) {
             Loaded back(out);
             const std::string what = std::string(im.name) + " as " + fmt;
             const bool lossy = fmt == "jpeg" || (fmt == "gif" && im.img.m_bits > 8);
-            const bool keeps_alpha = fmt == "png" || fmt == "tiff" || fmt == "webp" || fmt == "gif";
+            const bool keeps_alpha = fmt == "png" || fmt == "tiff" || fmt == "webp" || fmt == "gif" || fmt == "bmp";
             const bool keeps_map = fmt == "bmp" || ((fmt == "png" || fmt == "tiff" || fmt == "gif") && !builtin(c.name));
             if (im.alpha == Alpha::Pixels) EXPECT_EQ(keeps_alpha ? Alpha::Pixels : Alpha::None, back.alpha) << what;
             if (im.img.m_bits <= 8 && keeps_map) EXPECT_EQ(im.img.m_bits, back.img.m_bits) << what;
@@ -363,6 +363,7 @@ TEST(Cli, UnreadableMalformedAndUnwritableFilesFailCleanly) {
         EXPECT_EQ(1u, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
         EXPECT_FALSE(fs::exists(s("out.png"))) << in;
     }
+    EXPECT_NE(std::string::npos, cli({s("lying.bmp"), "-o", s("out.png")}).err.find("BMP file: pixel rows cut short"));
     // Outputs that cannot be written give the system's reason; no file, no temporary left.
     CliResult r = cli({s("ok.png"), "-o", s("no/such/dir/out.png")});
     EXPECT_EQ(1, r.code);

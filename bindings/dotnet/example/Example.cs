@@ -29,6 +29,8 @@ static class Example
             img.Save(path);
         }
         Console.WriteLine("wrote " + path);
+        using (var back = KivImage.Open(path))
+            Console.WriteLine("read back: {0} x {1}, {2} bits", back.Width, back.Height, back.Bits);
         return 0;
     }
 }
