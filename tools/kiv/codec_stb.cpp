@@ -102,9 +102,9 @@ void add_builtin_codecs(std::vector<Codec>& list) {
             if (std::strcmp(c.name, name) == 0) return true;
         return false;
     };
-    if (!have("png")) list.push_back(Codec{"png", ".png", "stb_image (built in)", sniff_png, decode, encode_png});
-    if (!have("jpeg")) list.push_back(Codec{"jpeg", ".jpg .jpeg .jpe", "stb_image (built in)", sniff_jpeg, decode, encode_jpeg});
-    if (!have("gif")) list.push_back(Codec{"gif", ".gif", "stb_image (built in)", sniff_gif, decode, nullptr});
+    if (!have("png")) list.push_back(Codec{"png", ".png", "stb_image/stb_image_write (built in): written as RGB, RGBA or grey, no colour profile", sniff_png, decode, encode_png});
+    if (!have("jpeg")) list.push_back(Codec{"jpeg", ".jpg .jpeg .jpe", "stb_image/stb_image_write (built in): 8-bit baseline and progressive, no colour profile", sniff_jpeg, decode, encode_jpeg});
+    if (!have("gif")) list.push_back(Codec{"gif", ".gif", "stb_image (built in): first frame", sniff_gif, decode, nullptr});
 }
 
 }  // namespace kivcli

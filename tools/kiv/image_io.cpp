@@ -81,6 +81,13 @@ std::string formats_text() {
                       c.extensions, c.library);
         s += line;
     }
+    // The formats other builds have, so a missing one reads as missing rather than unknown.
+    for (const char* name : {"png", "jpeg", "bmp", "tiff", "webp", "gif"}) {
+        if (find_codec(name)) continue;
+        char line[80];
+        std::snprintf(line, sizeof line, "%-5s %-5s %-6s %-18s %s\n", name, "", "", "", "not in this build");
+        s += line;
+    }
     return s;
 }
 
