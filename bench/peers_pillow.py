@@ -45,11 +45,25 @@ def bc_table(b, c):
     return [max(0, min(255, int(f * (i + b - 128) + 128))) for i in range(256)] * 3
 
 
+_rgba = None
+
+
+def rgba_source():
+    global _rgba
+    if _rgba is None or _rgba[0] is not src:
+        a = src.convert("RGBA")
+        a.putalpha(Image.frombytes("L", (256, 1), bytes(range(256))).resize((src.size[0], src.size[1]), R.NEAREST))
+        _rgba = (src, a)
+    return _rgba[1]
+
+
 def run(op):
     """Returns (ms, extra dict)."""
     name, _, arg = op.partition(":")
     im = src
     extra = {}
+    if name == "resize_rgba":
+        rgba_source()  # made before the clock starts
     t0 = time.perf_counter()
     if name == "gauss":
         out = im.filter(ImageFilter.GaussianBlur(float(arg)))
@@ -66,6 +80,9 @@ def run(op):
     elif name == "resize":
         w, h, f = arg.split(":")
         out = im.resize((int(w), int(h)), FILTERS[f])
+    elif name == "resize_rgba":  # the source with alpha running 0..255 along each row, made once
+        w, h, f = arg.split(":")
+        out = rgba_source().resize((int(w), int(h)), FILTERS[f])
     elif name == "rot90":
         out = im.transpose(T.ROTATE_270)  # clockwise, as the others
     elif name == "flip":

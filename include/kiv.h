@@ -107,6 +107,19 @@ public:
     void progress_continue();      /* callback(1, 0) */
     void progress_term();          /* callback(2, 0) */
     void progress_reset();         /* callback(3, 0) */
+    /* Watch and stop this image's long operations: fn(user, done, total) is called on the
+     * calling thread with total 100 and done rising from 0 (the start) to 100 (the end, whose
+     * result is ignored), at most 101 times a call.  A nonzero result cancels the call soon
+     * after (within about 50 ms, or a twentieth of the call's running time when that is
+     * longer): it returns 0 (void members simply return) and the image is exactly as before
+     * the call (size, depth, colour map, pixels).  fn null removes the callback; it stays
+     * until then or until the object is destroyed (destroy() keeps it; copies do not get it).
+     * The operations that report are those that can take long: the resamplers, rotate_any,
+     * the blurs, sharpening, motion blurs, effects, quantize and the histogram corrections
+     * (kiv.h says "Progress" at each).  While a callback is installed, an operation that
+     * changes the image in place first keeps a copy to restore (memory for one more image).
+     * The callback may use other images, not this one.  m_progressproc is independent. */
+    void set_progress(kivProgressFn fn, void* user);
 
     /* ---- Block transfer ------------------------------------------------------------- */
     /* Copy the w x h block at (sx, sy) of src to (x, y) of this image, all four bytes,
@@ -461,6 +474,30 @@ public:
      * image, another method, a non-finite angle or a result too large. */
     int rotate_any(double degrees, COLORREF background, int method);
 
+    /* Members that treat the fourth byte as straight alpha and can filter in linear light.
+     * flags: KIV_FILTER_ALPHA weights red, green and blue by alpha while filtering
+     * (premultiplied), filters alpha with them and divides again at the end, so colours of
+     * transparent pixels never bleed into their neighbours; a pixel whose alpha comes out 0
+     * gets colour 0, and the result is 32 bits.  KIV_FILTER_LINEAR turns sRGB red, green and
+     * blue into linear light (exact tables, 16-bit intermediates), filters there and turns
+     * the result back, so fine detail keeps its brightness (a one-pixel black and white
+     * checkerboard shrinks to 187..188, not 128).  Without KIV_FILTER_ALPHA the fourth byte
+     * is treated as the plain member treats it.  Other flag bits are refused, and so is
+     * KIV_FILTER_ALPHA on a palettized image (its fourth byte is a colour index).  Where the
+     * weighting changes nothing (no KIV_FILTER_LINEAR, and no KIV_FILTER_ALPHA or alpha 255
+     * throughout what is read) the plain member's arithmetic runs and gives its bytes; the
+     * weighted path rounds each byte to nearest from 16-bit intermediates.  Progress. */
+    /* zoom's filtered resampling (method 0..13, the same filters) without the sharpening
+     * that zoom adds when shrinking.  The result is 24 bits with alpha 0 (32 bits with the
+     * filtered alpha under KIV_FILTER_ALPHA).  Refused as zoom refuses, and for unknown
+     * flags. */
+    int zoom_rgba(int w, int h, int method, int flags);
+    /* rotate_any's turn (method 0 nearest, 1 bilinear) into a surround of colour 0 and
+     * alpha 0: with KIV_FILTER_ALPHA the edges fade into it without taking on its colour.
+     * Without flags it is rotate_any(degrees, 0, method).  Refused as rotate_any refuses,
+     * and for unknown flags. */
+    int rotate_any_rgba(double degrees, int method, int flags);
+
     /* ---- Compositing ---------------------------------------------------------------- */
     /* Compositors combine another image (or a colour) with this one through the blend
      * modes of the fills (see "Fills and gradients"): per pixel c = blend(pixel, source),
@@ -628,6 +665,11 @@ public:
      * pixel but returns 1.  Alpha kept; depth becomes exactly 24.  Progress: init(h >> 3),
      * a step every 8 rows, term. */
     int blur_gauss_sel(tagRECT* rect, double radius, int threshold);
+    /* blur_gauss_iir's recursive Gaussian (columns with sy, then rows with sx, lines
+     * extended by their ends) with the flags of zoom_rgba (see there); the weighted path
+     * rounds where blur_gauss_iir truncates.  Alpha is blurred under KIV_FILTER_ALPHA, else
+     * kept.  Refused as blur_gauss_iir refuses, and for unknown flags. */
+    int blur_gauss_rgba(tagRECT* rect, double sx, double sy, int flags);
 
     /* 3x3 kernels.  The rectangle's border pixels are repeated outward; pixels outside it
      * are never read.  Alpha kept; depth becomes 24 (also for a refused mode).
@@ -678,6 +720,12 @@ public:
     /* The same on lightness L = (max + min) / 2 only: the same change is added to red,
      * green and blue (clamped), so edges get no colour fringes. */
     int unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold);
+    /* unsharp_mask with the flags of zoom_rgba: B is blur_gauss_rgba's blur of the
+     * rectangle; D = O - B of the straight colours (and of alpha under KIV_FILTER_ALPHA,
+     * which is sharpened too; else alpha is kept), in linear light under KIV_FILTER_LINEAR,
+     * in units of a byte; where |D| >= threshold the channel becomes O + D * amount / 100,
+     * rounded and clamped.  Refused as unsharp_mask refuses, and for unknown flags. */
+    int unsharp_mask_rgba(tagRECT* rect, double radius, int amount, int threshold, int flags);
     /* Local contrast: each pixel's lightness is pushed away from the mean of the
      * (2 radius + 1)^2 box around it (clipped to the rectangle) by a gain that grows where
      * the box's standard deviation is low: gain = 1 + amount / 100 * (g - 1), g = 40 /

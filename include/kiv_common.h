@@ -42,6 +42,18 @@ typedef struct tagRGBA {
  * done, 2 = finished, 3 = reset (only ever sent by a host). */
 typedef void (*kivProgressProc)(int code, int value);
 
+/* Progress with cancellation (kiv::set_progress): called on the thread that called the
+ * operation with done rising from 0 to total; a nonzero result stops the operation, which
+ * then returns 0 (or nothing) and leaves the image exactly as it was. */
+typedef int (*kivProgressFn)(void* user, int done, int total);
+
+/* Flags of the members that treat the fourth byte as alpha and can work in linear light
+ * (kiv::zoom_rgba, blur_gauss_rgba, unsharp_mask_rgba, rotate_any_rgba). */
+enum {
+    KIV_FILTER_ALPHA = 1, /* the fourth byte is straight alpha: colour is weighted by it */
+    KIV_FILTER_LINEAR = 2 /* red, green and blue are sRGB: filter them in linear light */
+};
+
 /* Parameter records. */
 typedef struct tagKIV_EMBOSS {
     double azimuth;   /* light direction, degrees */

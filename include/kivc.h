@@ -42,6 +42,9 @@ KIV_API void kiv_image_free(kiv_image* img); /* null is ignored */
 /* The progress callback (kiv::m_progressproc; null: none) and whether the pixels live in a
  * mapped temporary file. */
 KIV_API void kiv_image_set_progress(kiv_image* img, kivProgressProc proc);
+/* Progress with cancellation (kiv::set_progress): fn(user, done, total) on the calling
+ * thread; a nonzero result stops the call, which fails and leaves the image as it was. */
+KIV_API void kiv_set_progress(kiv_image* img, kivProgressFn fn, void* user);
 KIV_API int kiv_image_mapped(kiv_image* img);
 
 /* The reason for the calling thread's last failed call.  Each operation (a function of the
@@ -157,6 +160,8 @@ KIV_API int kiv_scroll(kiv_image* img, int dx, int dy, int wrap);
 KIV_API int kiv_tile(kiv_image* img, tagRECT* rect, int nx, int ny);
 KIV_API int kiv_tile_divide(kiv_image* img, tagRECT* rect, int n);
 KIV_API int kiv_rotate_any(kiv_image* img, double degrees, COLORREF background, int method);
+KIV_API int kiv_zoom_rgba(kiv_image* img, int w, int h, int method, int flags);
+KIV_API int kiv_rotate_any_rgba(kiv_image* img, double degrees, int method, int flags);
 KIV_API int kiv_addlayer(kiv_image* img, kiv_image* layer, int x, int y, int opacity, int mode, int usealpha);
 KIV_API int kiv_merge(kiv_image* img, kiv_image* src, tagRECT* srcrect, int x, int y, int opacity);
 KIV_API int kiv_fadepaste(kiv_image* img, kiv_image* src, int x, int y, int op0, int op1, int dir);
@@ -190,6 +195,7 @@ KIV_API int kiv_blur_simple(kiv_image* img, tagRECT* rect, int r);
 KIV_API int kiv_blur_gauss_iir(kiv_image* img, tagRECT* rect, double sx, double sy);
 KIV_API int kiv_blur_gauss_rle_plane(kiv_image* img, tagRECT* rect, double sigma, unsigned planes);
 KIV_API int kiv_blur_gauss_rle(kiv_image* img, tagRECT* rect, double sigma);
+KIV_API int kiv_blur_gauss_rgba(kiv_image* img, tagRECT* rect, double sx, double sy, int flags);
 KIV_API int kiv_blur_gauss_sel(kiv_image* img, tagRECT* rect, double radius, int threshold);
 KIV_API int kiv_filter_3x3(kiv_image* img, tagRECT* rect, unsigned mode);
 KIV_API int kiv_filter_custom3x3(kiv_image* img, tagRECT* rect, int* kernel, int divisor);
@@ -201,6 +207,7 @@ KIV_API int kiv_raise_edge(kiv_image* img, tagRECT* rect, int n);
 KIV_API int kiv_sharpen2(kiv_image* img, tagRECT* rect, int strength);
 KIV_API int kiv_unsharp_mask(kiv_image* img, tagRECT* rect, double radius, int amount, int threshold);
 KIV_API int kiv_unsharp_mask2(kiv_image* img, tagRECT* rect, double radius, int amount, int threshold);
+KIV_API int kiv_unsharp_mask_rgba(kiv_image* img, tagRECT* rect, double radius, int amount, int threshold, int flags);
 KIV_API int kiv_enhance(kiv_image* img, tagRECT* rect, int radius, int amount);
 KIV_API int kiv_mblur_linear(kiv_image* img, tagRECT* rect, double angle, int distance);
 KIV_API int kiv_mblur_radial(kiv_image* img, tagRECT* rect, int cx, int cy, double angle);

@@ -75,6 +75,7 @@ double median(std::vector<double> v) {
 struct Source {
     int w = 0, h = 0;
     std::vector<tagRGBA> rgba;       // kivlib's layout; libimagequant reads it too (alpha 255)
+    std::vector<tagRGBA> alpha;      // the same colours with alpha running 0..255 along each row
     std::vector<unsigned char> rgb;  // packed RGB, top row first: OpenCV, vips, Pillow
     void* dib = nullptr;             // 24-bit packed DIB of the same pixels (kivlib's DIB row)
     std::string rawpath;             // rgb written out for Pillow
@@ -197,7 +198,7 @@ private:
     std::string report(const std::vector<Table>& tables, double minutes, const std::string& load0) const;
 
     // kivlib: the source copied into the image (untimed), then op timed.
-    Job kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr = nullptr);
+    Job kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr = nullptr, bool with_alpha = false);
 
     Config cfg_;
     Pillow pil_;
@@ -208,14 +209,16 @@ private:
 #endif
 #ifdef KIVB_HAVE_VIPS
     VipsImage* vin_ = nullptr;
+    VipsImage* vin_alpha_ = nullptr;  // Source::alpha as sRGB with alpha
 #endif
 };
 
-Job Driver::kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr) {
-    return [this, &s, op, psnr]() {
-        if (img_.m_width != s.w || img_.m_height != s.h || img_.m_bits != 24 || !img_.m_pixels)
-            img_.create(s.w, s.h, 24);
-        std::memcpy(img_.m_pixels, s.rgba.data(), s.bytes4());
+Job Driver::kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr, bool with_alpha) {
+    return [this, &s, op, psnr, with_alpha]() {
+        const int bits = with_alpha ? 32 : 24;
+        if (img_.m_width != s.w || img_.m_height != s.h || img_.m_bits != bits || !img_.m_pixels)
+            img_.create(s.w, s.h, bits);
+        std::memcpy(img_.m_pixels, with_alpha ? s.alpha.data() : s.rgba.data(), s.bytes4());
         auto t0 = Clock::now();
         const bool ok = op(img_);
         double t = ms_since(t0);
@@ -235,6 +238,8 @@ void Driver::make_source(Source& s, int size) {
     kiv img(size, size, 24);
     kivbench::fill_photo(img);
     s.rgba.assign(img.m_pixels, img.m_pixels + img.m_packets);
+    s.alpha = s.rgba;
+    for (std::size_t i = 0; i < s.alpha.size(); ++i) s.alpha[i].a = static_cast<BYTE>(i % static_cast<std::size_t>(size) * 256 / static_cast<std::size_t>(size));
     s.rgb.resize(s.rgba.size() * 3);
     for (std::size_t i = 0; i < s.rgba.size(); ++i) {
         s.rgb[3 * i] = s.rgba[i].r;
@@ -478,6 +483,25 @@ void Driver::build_rows(Table& t, Source& s) {
             vip(r, [vk, scale](VipsImage* in, VipsImage** o) { return vips_resize(in, &o[0], scale, "kernel", vk, "gap", 0.0, nullptr); });
 #endif
             pil(r, "resize:" + std::to_string(to) + ":" + std::to_string(to) + ":" + m.pil);
+        }
+        // Colour weighted by alpha, and linear light: vips' thumbnail premultiplies an image
+        // with alpha (and with linear set works in linear light), Pillow's resize of RGBA
+        // premultiplies too (it has no linear light).
+        for (const int flags : {KIV_FILTER_ALPHA, KIV_FILTER_LINEAR}) {
+            const bool alpha = flags == KIV_FILTER_ALPHA;
+            Row& r = row("resize " + std::to_string(n) + " -> " + std::to_string(to) + " Lanczos 3, " +
+                             (alpha ? "RGBA weighted by alpha (zoom_rgba 1)" : "linear light (zoom_rgba 2)"),
+                         std::string("kivlib: zoom_rgba, no sharpening") +
+                             (alpha ? "; vips: thumbnail of RGBA; Pillow: resize of RGBA" : "; vips: thumbnail, linear"));
+            r.job[KIV] = kiv_job(s, [to, flags](kiv& k) { return k.zoom_rgba(to, to, 11, flags) == 1; }, nullptr, alpha);
+#ifdef KIVB_HAVE_VIPS
+            VipsImage*& in = alpha ? vin_alpha_ : vin_;
+            const bool linear = !alpha;
+            r.job[VIPS] = vips_job(in, [to, linear](VipsImage* v, VipsImage** o) {
+                return vips_thumbnail_image(v, &o[0], to, "height", to, "size", VIPS_SIZE_FORCE, "linear", linear, nullptr);
+            });
+#endif
+            if (alpha) pil(r, "resize_rgba:" + std::to_string(to) + ":" + std::to_string(to) + ":lanczos");
         }
     }
 
@@ -828,6 +852,7 @@ int Driver::run() {
         if (pil_.ok()) pil_.call("load " + s.rawpath + " " + std::to_string(size) + " " + std::to_string(size));
 #ifdef KIVB_HAVE_VIPS
         vin_ = vips_image_new_from_memory(s.rgb.data(), s.rgb.size(), s.w, s.h, 3, VIPS_FORMAT_UCHAR);
+        vin_alpha_ = vips_image_new_from_memory(s.alpha.data(), s.bytes4(), s.w, s.h, 4, VIPS_FORMAT_UCHAR);
 #endif
         for (int threads : thread_runs) {
             const int n = threads == 0 ? cores : threads;
@@ -851,7 +876,8 @@ int Driver::run() {
         }
 #ifdef KIVB_HAVE_VIPS
         g_object_unref(vin_);
-        vin_ = nullptr;
+        g_object_unref(vin_alpha_);
+        vin_ = vin_alpha_ = nullptr;
 #endif
         img_.destroy();
         GlobalFree(s.dib);

@@ -307,6 +307,13 @@ namespace Kiv
         /// <param name="mapped">nonzero: the result's pixels in a mapped temporary file (0..1)</param>
         public void Zoom(int w, int h, int method, bool mapped = false) { Call("zoom", w, h, method, mapped); }
 
+        /// <summary>Resample as zoom (no sharpening), colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="w">new width (pixels, &gt;= 1)</param>
+        /// <param name="h">new height (pixels, &gt;= 1)</param>
+        /// <param name="method">the filter (0..13); box=0, triangle=1, hermite=2, hanning=3, hamming=4, blackman=5, gaussian=6, quadratic=7, bspline=8, catmull_rom=9, mitchell=10, lanczos3=11, bessel=12, sinc=13</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void ZoomRgba(int w, int h, int method, int flags = 0) { Call("zoom_rgba", w, h, method, flags); }
+
         /// <summary>Resize to w x h by replicating pixels (keeps depth and map).</summary>
         /// <param name="w">new width (pixels, &gt;= 1)</param>
         /// <param name="h">new height (pixels, &gt;= 1)</param>
@@ -374,6 +381,12 @@ namespace Kiv
         /// <param name="background">colour of the uncovered corners</param>
         /// <param name="method">sampling (0, 1); nearest=0, bilinear=1</param>
         public void RotateAny(double degrees, uint background, int method) { Call("rotate_any", degrees, background, method); }
+
+        /// <summary>Turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="degrees">angle, counter-clockwise (degrees, finite)</param>
+        /// <param name="method">sampling (0, 1); nearest=0, bilinear=1</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void RotateAnyRgba(double degrees, int method, int flags = 0) { Call("rotate_any_rgba", degrees, method, flags); }
 
         /// <summary>Draw layer at (x, y) through a blend mode.</summary>
         /// <param name="layer">the layer (may be this image)</param>
@@ -551,6 +564,13 @@ namespace Kiv
         /// <param name="planes">channels: bit 0 red, 1 green, 2 blue, 3 alpha (bits)</param>
         public void BlurGaussRlePlane(double sigma, uint planes, Rect? rect = null) { Call("blur_gauss_rle_plane", rect, sigma, planes); }
 
+        /// <summary>Recursive Gaussian blur, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="rect">the part to work on; null or empty: the whole image</param>
+        /// <param name="sx">horizontal standard deviation (pixels, &gt; 0 and finite)</param>
+        /// <param name="sy">vertical standard deviation (pixels, &gt; 0 and finite)</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void BlurGaussRgba(double sx, double sy, int flags = 0, Rect? rect = null) { Call("blur_gauss_rgba", rect, sx, sy, flags); }
+
         /// <summary>Sampled Gaussian blur (alpha kept).</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>
         /// <param name="sigma">standard deviation (pixels, &gt; 0 and &lt;= 10000)</param>
@@ -619,6 +639,14 @@ namespace Kiv
         /// <param name="amount">strength (percent, 0..1000)</param>
         /// <param name="threshold">smallest difference sharpened (levels, 0..255)</param>
         public void UnsharpMask2(double radius, int amount, int threshold, Rect? rect = null) { Call("unsharp_mask2", rect, radius, amount, threshold); }
+
+        /// <summary>Unsharp mask, colour weighted by alpha and/or in linear light.</summary>
+        /// <param name="rect">the part to work on; null or empty: the whole image</param>
+        /// <param name="radius">blur sigma (pixels, &gt; 0 and &lt;= 1000)</param>
+        /// <param name="amount">strength (percent, 0..1000)</param>
+        /// <param name="threshold">smallest difference sharpened (levels, 0..255)</param>
+        /// <param name="flags">1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light (bits, 0..3)</param>
+        public void UnsharpMaskRgba(double radius, int amount, int threshold, int flags = 0, Rect? rect = null) { Call("unsharp_mask_rgba", rect, radius, amount, threshold, flags); }
 
         /// <summary>Local contrast enhancement.</summary>
         /// <param name="rect">the part to work on; null or empty: the whole image</param>

@@ -67,6 +67,25 @@ namespace Kiv
         /// <summary>Cap the library's threads per operation: 0 all cores, 1 the calling thread.</summary>
         public static int Threads { get { return Native.kiv_getthreads(); } set { Native.kiv_setthreads(value); } }
 
+        Native.ProgressFn progressFn;  // held while the library may call it
+
+        /// <summary>Watch and stop this image's long operations: progress(done, total) is called on
+        /// the calling thread with total 100 and done rising from 0 to 100; true stops the call,
+        /// which throws OperationCanceledException and leaves the image as it was.  null removes
+        /// it.</summary>
+        public Func<int, int, bool> Progress
+        {
+            set
+            {
+                lock (gate)
+                {
+                    if (h == null) throw new ObjectDisposedException("KivImage");
+                    progressFn = value == null ? null : new Native.ProgressFn((u, done, total) => value(done, total) ? 1 : 0);
+                    Native.kiv_set_progress(h.DangerousGetHandle(), progressFn, IntPtr.Zero);
+                }
+            }
+        }
+
         T With<T>(Func<IntPtr, T> f)
         {
             lock (gate)
@@ -240,6 +259,7 @@ namespace Kiv
                 {
                     string why = Native.LastError();
                     if (why.EndsWith("out of memory")) throw new OutOfMemoryException(why);
+                    if (why.EndsWith(": cancelled")) throw new OperationCanceledException(why);
                     throw new ArgumentException(why);
                 }
                 return Result(op, res);

@@ -82,6 +82,9 @@ namespace Kiv
         [DllImport(Lib)] public static extern IntPtr kiv_op_info(int op);
         [DllImport(Lib)] public static extern int kiv_op_call(IntPtr img, int op, [In] KivValue[] args, int nargs, out KivValue result);
         [DllImport(Lib)] public static extern void kiv_free_gradtable(IntPtr palette);
+        // kivProgressFn: nonzero stops the call.
+        [UnmanagedFunctionPointer(CallingConvention.Cdecl)] public delegate int ProgressFn(IntPtr user, int done, int total);
+        [DllImport(Lib)] public static extern void kiv_set_progress(IntPtr img, ProgressFn fn, IntPtr user);
 
         public static string LastError()
         {

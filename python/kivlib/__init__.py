@@ -11,10 +11,10 @@ library is looked for in KIVLIB_LIBRARY, next to this package, in a source check
 tree, then on the system's search path (kivlib.library_path says which was taken).
 """
 from . import _capi, _table, formats
-from ._image import Image
+from ._image import Cancelled, Image
 from ._version import __version__
 
-__all__ = ["Image", "formats", "set_threads", "get_threads", "operations", "version", "library_path"]
+__all__ = ["Image", "Cancelled", "formats", "set_threads", "get_threads", "operations", "version", "library_path"]
 
 library_path = _capi.path
 version = _capi.lib.kiv_version().decode()

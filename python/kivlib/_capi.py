@@ -3,8 +3,8 @@ import ctypes
 import ctypes.util
 import os
 import sys
-from ctypes import (POINTER, Structure, c_char_p, c_double, c_int, c_longlong, c_size_t, c_ubyte, c_uint,
-                    c_uint16, c_uint32, c_void_p)
+from ctypes import (CFUNCTYPE, POINTER, Structure, c_char_p, c_double, c_int, c_longlong, c_size_t, c_ubyte,
+                    c_uint, c_uint16, c_uint32, c_void_p)
 
 # KIV_T_* of kivc.h
 (T_VOID, T_INT, T_UINT, T_REAL, T_BOOL, T_CHOICE, T_COLOR, T_RECT, T_IMAGE, T_STRING, T_COLORS, T_STOPS,
@@ -83,6 +83,9 @@ def load():
 
 lib, path = load()
 
+# kivProgressFn: (user, done, total) -> nonzero to cancel
+PROGRESS_FN = CFUNCTYPE(c_int, c_void_p, c_int, c_int)
+
 _protos = {
     "kiv_version": (c_char_p, []),
     "kiv_last_error": (c_char_p, []),
@@ -104,6 +107,7 @@ _protos = {
     "kiv_op_info": (POINTER(OpDesc), [c_int]),
     "kiv_op_call": (c_int, [c_void_p, c_int, POINTER(Value), c_int, POINTER(Value)]),
     "kiv_free_gradtable": (None, [c_void_p]),
+    "kiv_set_progress": (None, [c_void_p, PROGRESS_FN, c_void_p]),
 }
 for _name, (_res, _args) in _protos.items():
     _f = getattr(lib, _name)

@@ -1,6 +1,7 @@
 """kivlib.Image: an image of the library, with every operation of the table as a method."""
 import ctypes
 import operator
+import signal
 import threading
 import weakref
 
@@ -45,6 +46,64 @@ class _Locks:
     def __exit__(self, *exc):
         for lock in reversed(self.locks):
             lock.release()
+
+
+class Cancelled(Exception):
+    """An operation stopped by its progress callable (which returned a true value); the image
+    is as it was before the call."""
+
+
+class _Watch:
+    """The library's progress callback for one call: the caller's progress callable, and Ctrl-C.
+    On the main thread, while Python's own SIGINT handler is in place, a Ctrl-C during the
+    call only marks it (Python runs the handler inside the next callback) and the callback
+    answers "stop"; the library then puts the image back and KeyboardInterrupt is raised."""
+
+    def __init__(self, progress):
+        self.progress, self.stop = progress, None
+        self.fn = C.PROGRESS_FN(self._report)  # alive for the whole call
+
+    def _report(self, user, done, total):
+        try:
+            if self.stop is None and self.progress is not None and self.progress(done, total) and done < total:
+                self.stop = Cancelled("cancelled by the progress callable")
+        except BaseException as e:  # the callable's own failure ends the call too
+            self.stop = e
+        return 1 if self.stop is not None else 0
+
+    def _interrupt(self, signum, frame):
+        self.stop = KeyboardInterrupt()
+
+    def __enter__(self):
+        self.previous = None
+        if threading.current_thread() is threading.main_thread() and \
+                signal.getsignal(signal.SIGINT) is signal.default_int_handler:
+            self.previous = signal.signal(signal.SIGINT, self._interrupt)
+        return self
+
+    def __exit__(self, *exc):
+        if self.previous is not None:
+            signal.signal(signal.SIGINT, self.previous)
+
+    @staticmethod
+    def wanted(progress):
+        # Ctrl-C reaches only the main thread; elsewhere only a progress callable needs one.
+        return progress is not None or threading.current_thread() is threading.main_thread()
+
+
+def _watch_call(img_ptr, op, vals, n, res, progress):
+    """kiv_op_call with the progress callback installed for its length: (ok, reason, stop)."""
+    if not _Watch.wanted(progress):
+        ok = C.lib.kiv_op_call(img_ptr, op.index, vals, n, ctypes.byref(res))
+        return ok, C.last_error(), None
+    with _Watch(progress) as watch:
+        C.lib.kiv_set_progress(img_ptr, watch.fn, None)
+        try:
+            ok = C.lib.kiv_op_call(img_ptr, op.index, vals, n, ctypes.byref(res))
+            reason = C.last_error()
+        finally:
+            C.lib.kiv_set_progress(img_ptr, C.PROGRESS_FN(), None)
+    return ok, reason, watch.stop
 
 
 def _int(name, x):
@@ -192,7 +251,7 @@ class Image:
         formats.write(self, path, format)
 
     # ---- Calls --------------------------------------------------------------------------
-    def _call(self, op, values):
+    def _call(self, op, values, progress=None):
         others = [x for a, x in zip(op.args, values) if a.type == C.T_IMAGE and isinstance(x, Image)]
         keep = []
         with _Locks([self] + others):
@@ -201,25 +260,25 @@ class Image:
                 vals = (C.Value * max(len(values), 1))(*[T.to_value(op, a, x, keep) for a, x in zip(op.args, values)])
                 res = C.Value()
                 if not len(self._views):
-                    ok = C.lib.kiv_op_call(h.ptr, op.index, vals, len(values), ctypes.byref(res))
-                    reason = C.last_error()
+                    ok, reason, stop = _watch_call(h.ptr, op, vals, len(values), res, progress)
                 else:
-                    ok, reason = self._call_on_copy(h, op, vals, len(values), res)
+                    ok, reason, stop = self._call_on_copy(h, op, vals, len(values), res, progress)
             finally:
                 T.release(keep)
+        if stop is not None:
+            raise stop
         if not ok:
             raise T.error(reason)
         return T.result_of(op, res)
 
-    def _call_on_copy(self, h, op, vals, n, res):
+    def _call_on_copy(self, h, op, vals, n, res, progress):
         # Numpy views point into the pixels: the operation runs on a copy, so that a block it
         # frees cannot be one a view still reads.  The copy's pixels go back into the same block
         # when they fit it; otherwise the image takes the copy and the views keep the old one.
         work = C.lib.kiv_image_copy(h.ptr)
         if not work:
-            return 0, "%s: out of memory" % op.name
-        ok = C.lib.kiv_op_call(work, op.index, vals, n, ctypes.byref(res))
-        reason = C.last_error()
+            return 0, "%s: out of memory" % op.name, None
+        ok, reason, stop = _watch_call(work, op, vals, n, res, progress)
         L = C.lib
         if (L.kiv_pixels(work) and L.kiv_packets(work) == L.kiv_packets(h.ptr) and L.kiv_bits(work) >= 24
                 and not L.kiv_map(work) and not L.kiv_image_mapped(work) and not L.kiv_image_mapped(h.ptr)):
@@ -227,7 +286,7 @@ class Image:
             L.kiv_image_free(work)
         else:
             self._h, self._views = _Handle(work), weakref.WeakSet()
-        return ok, reason
+        return ok, reason, stop
 
     def _movefrom(self, op, src):
         # The handles change hands, so views of src keep following the pixels they show.
@@ -254,9 +313,11 @@ def _install():
         if op.static or hasattr(Image, op.name):
             continue
         fn = special.get(op.name)
-        body = (lambda op, fn: (lambda self, *v: fn(self, op, *v)))(op, fn) if fn else \
-            (lambda op: (lambda self, *v: self._call(op, list(v))))(op)
-        setattr(Image, op.name, T.make(op, body, "Image."))
+        if fn:
+            setattr(Image, op.name, T.make(op, (lambda op, fn: (lambda self, *v: fn(self, op, *v)))(op, fn), "Image."))
+        else:
+            body = (lambda op: (lambda self, *v, progress=None: self._call(op, list(v), progress)))(op)
+            setattr(Image, op.name, T.make(op, body, "Image.", progress=True))
 
 
 _install()

@@ -307,20 +307,30 @@ def call_static(op, values):
     return result_of(op, res)
 
 
-def make(op, body, owner=""):
+PROGRESS_HELP = ("progress: a callable progress(done, total) called as the operation goes (total 100; long "
+                 "operations only); a true result stops the call, which raises kivlib.Cancelled and leaves the image "
+                 "as it was.  Ctrl-C stops a call made on the main thread the same way and raises KeyboardInterrupt.")
+
+
+def make(op, body, owner="", progress=False):
     """A function with the operation's name, signature and help whose arguments, bound and
-    defaulted, go to body(*bound) (self first for methods)."""
+    defaulted, go to body(*bound) (self first for methods); with progress, a keyword-only
+    progress=None too, handed to body as progress=."""
     sig = op.signature
     names = ([] if op.static else ["self"]) + [a.pyname for a in op.args]
+    if progress:
+        P = inspect.Parameter
+        sig = sig.replace(parameters=list(sig.parameters.values()) + [P("progress", P.KEYWORD_ONLY, default=None)])
 
     def f(*args, **kwargs):
         bound = sig.bind(*args, **kwargs)
         bound.apply_defaults()
-        return body(*[bound.arguments[n] for n in names])
+        more = {"progress": bound.arguments["progress"]} if progress else {}
+        return body(*[bound.arguments[n] for n in names], **more)
 
     f.__name__ = op.name
     f.__qualname__ = owner + op.name
     f.__module__ = "kivlib"
-    f.__doc__ = op.doc()
+    f.__doc__ = op.doc() + ("\n" + PROGRESS_HELP if progress else "")
     f.__signature__ = sig
     return f

@@ -62,6 +62,7 @@ def test_generated_dotnet_methods_are_up_to_date(tmp_path):
 def test_dotnet_example_writes_the_python_routes_bytes_and_survives_any_argument(kiv_dll):
     out = run_cs(kiv_dll, os.path.join(DOTNET, "example", "Example.cs"), str(kiv_dll / "cs.bmp"))
     assert "160 x 100, 4 bits, 16 colours\nrefused: zoom: method must be 0..13 (got 99)\n" in out
+    assert "stopped: blur_gauss_rgba: cancelled\n" in out
     assert "read back: 160 x 100, 4 bits" in out
     img = kivlib.Image(320, 200)
     img.gradientfill([(0xFF0000, 0), (0x00A0FF, 1000)], "right", 255, "normal")

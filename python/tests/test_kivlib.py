@@ -4,6 +4,7 @@ import ctypes
 import inspect
 import os
 import pydoc
+import signal
 import subprocess
 import sys
 import threading
@@ -27,12 +28,13 @@ def test_every_operation_has_the_tables_name_arguments_defaults_and_help():
             continue  # palettes come back as lists: nothing for the caller to free
         fn = getattr(kivlib if op.static else kivlib.Image, op.name)
         params = inspect.signature(fn).parameters
-        assert sorted(params) == sorted(([] if op.static else ["self"]) + [a.name for a in op.args]), op.name
+        extra = [] if op.static else ["self"] if op.name in ("movefrom", "copyto") else ["self", "progress"]
+        assert sorted(params) == sorted(extra + [a.name for a in op.args]), op.name
         for a in op.args:
             assert params[a.name].default == a.default and a.help in fn.__doc__, (op.name, a.name)
     doc = lambda f: pydoc.render_doc(f, renderer=pydoc.plaintext)
-    assert "zoom(self, w, h, method, mapped=False)" in doc(kivlib.Image.zoom) and "lanczos3=11" in doc(kivlib.Image.zoom)
-    assert "blur_gauss_iir(self, sx, sy, *, rect=None)" in doc(kivlib.Image.blur_gauss_iir)
+    assert "zoom(self, w, h, method, mapped=False, *, progress=None)" in doc(kivlib.Image.zoom) and "lanczos3=11" in doc(kivlib.Image.zoom)
+    assert "blur_gauss_iir(self, sx, sy, *, rect=None, progress=None)" in doc(kivlib.Image.blur_gauss_iir)
 
 
 class Emboss(ctypes.Structure):
@@ -214,3 +216,26 @@ def test_installs_offline_with_pip(tmp_path):
     out = subprocess.run([str(env / "bin" / "python"), "-c", "import kivlib; print(kivlib.__file__, kivlib.Image(2, 2))"],
                          env=dict(os.environ, KIVLIB_LIBRARY=C.path), cwd=tmp_path, check=True, capture_output=True, text=True)
     assert str(env) in out.stdout and "2x2" in out.stdout
+
+
+def test_progress_rises_to_the_end_and_stopping_leaves_the_image(monkeypatch):
+    img, seen = card(300, 200, seed=4), []
+    want = img.copy()
+    want.zoom_rgba(70, 50, "lanczos3", 3)
+    img.zoom_rgba(70, 50, "lanczos3", 3, progress=lambda done, total: seen.append((done, total)))
+    assert (img.array == want.array).all() and seen[0] == (0, 100) and seen[-1] == (100, 100)
+    assert [d for d, _ in seen] == sorted({d for d, _ in seen})
+    for stop, raised in ((lambda d, t: d >= 20, kivlib.Cancelled), (lambda d, t: 1 / 0, ZeroDivisionError)):
+        before = img.array.copy()
+        with pytest.raises(raised):
+            img.blur_gauss_rgba(4.0, 4.0, 1, progress=stop)
+        assert (img.array == before).all() and img.bits == 32
+    # Ctrl-C on the main thread stops the running call, which leaves the image as it was.
+    big = card(1500, 1000, seed=5)
+    before = big.array.copy()
+    timer = threading.Timer(0.3, lambda: os.kill(os.getpid(), signal.SIGINT))
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        big.blur_gauss_sel(60.0, 255)
+    timer.join()
+    assert (big.array == before).all()

@@ -1,5 +1,6 @@
 // colorcut: quantization of the three channels of a colour space by per-channel steps.
 #include "adjust/adjust.h"
+#include "core/watch.h"
 
 using namespace kivadjust;
 
@@ -41,26 +42,28 @@ void cut_tables(const tagKIV_COLORCUT& cc, Tables& t) {
 }  // namespace
 
 int kiv::colorcut(tagRECT* rect, tagKIV_COLORCUT* cc) {
-    if (!cc || !has_pixels(*this)) return 0;
-    Area rc;
-    if (!clip_rect(*this, rect, &rc)) return 0;
-    Tables t;
-    cut_tables(*cc, t);
-    if (cc->colorspace == kRgbSpace) {
-        m_bits = 24;  // whatever it was; a colour map stays but no longer speaks for the pixels
-        tables_rect(*this, rc, t);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        if (!cc || !has_pixels(*this)) return 0;
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
+        Tables t;
+        cut_tables(*cc, t);
+        if (cc->colorspace == kRgbSpace) {
+            m_bits = 24;  // whatever it was; a colour map stays but no longer speaks for the pixels
+            tables_rect(*this, rc, t);
+            return 1;
+        }
+        // Other spaces convert a copy of the rectangle, so the image changes only on success.
+        const int w = rc.right - rc.left, h = rc.bottom - rc.top;
+        kiv tmp;
+        if (!tmp.create(w, h, 24)) return 0;
+        tmp.blt(0, 0, w, h, this, rc.left, rc.top);
+        if (!convert_space(tmp, cc->colorspace, true)) return 0;
+        const Area all{0, 0, w, h};
+        tables_rect(tmp, all, t);
+        if (!convert_space(tmp, cc->colorspace, false)) return 0;
+        m_bits = 24;
+        blt(rc.left, rc.top, w, h, &tmp, 0, 0);
         return 1;
-    }
-    // Other spaces convert a copy of the rectangle, so the image changes only on success.
-    const int w = rc.right - rc.left, h = rc.bottom - rc.top;
-    kiv tmp;
-    if (!tmp.create(w, h, 24)) return 0;
-    tmp.blt(0, 0, w, h, this, rc.left, rc.top);
-    if (!convert_space(tmp, cc->colorspace, true)) return 0;
-    const Area all{0, 0, w, h};
-    tables_rect(tmp, all, t);
-    if (!convert_space(tmp, cc->colorspace, false)) return 0;
-    m_bits = 24;
-    blt(rc.left, rc.top, w, h, &tmp, 0, 0);
-    return 1;
+    });
 }

@@ -6,6 +6,7 @@
 #include "adjust/histogram_simd.h"
 #include "core/color_models.h"
 #include "core/simd.h"
+#include "core/watch.h"
 
 using namespace kivadjust;
 
@@ -168,107 +169,124 @@ u32 enhance_word(u32 w, const ValueRange& vr) {
 }  // namespace
 
 int kiv::autocontrast(tagRECT* rect) {
-    Area rc;
-    if (!clip_rect(*this, rect, &rc)) return 0;
-    Tables t;
-    if (m_bits > 8) {
-        stretch_tables(rect_range(*this, rc), t);
-        tables_rect(*this, rc, t);
-    } else {
-        Range r;
-        for (int i = 0; i < map_entries(*this); ++i) r.add(load(m_map + i));
-        stretch_tables(r, t);
-        tables_colormap(*this, t);
-        validate_rgb();
-    }
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
+        Tables t;
+        if (m_bits > 8) {
+            kivcore::Stages stages({1, 1});
+            const Range r = rect_range(*this, rc);
+            stages.next();
+            stretch_tables(r, t);
+            tables_rect(*this, rc, t);
+        } else {
+            Range r;
+            for (int i = 0; i < map_entries(*this); ++i) r.add(load(m_map + i));
+            stretch_tables(r, t);
+            tables_colormap(*this, t);
+            validate_rgb();
+        }
+        return 1;
+    });
 }
 
 int kiv::equalize(tagRECT* rect) {
-    Area rc;
-    if (!clip_rect(*this, rect, &rc)) return 0;
-    const Histogram hist = luminance_histogram(*this);  // of the whole image
-    u32 cum[256];
-    u32 run = 0;
-    for (int i = 0; i < 256; ++i) cum[i] = run += hist[i];
-    if (cum[255] == 0) return 0;
-    const u32 d = cum[255] - cum[0] != 0 ? cum[255] - cum[0] : 1;
-    u8 table[256];
-    // Unsigned 32-bit on purpose: the product wraps for images over 2^24 pixels, and the
-    // quotient then still fits a byte.
-    for (int i = 0; i < 256; ++i) table[i] = static_cast<u8>((cum[i] - cum[0]) * 255u / d);
-    if (true_colour(*this)) {
-        apply_one_table(*this, &rc, table);
-    } else {
-        apply_one_table(*this, nullptr, table);
-        validate_rgb();
-    }
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
+        kivcore::Stages stages({1, 1});
+        const Histogram hist = luminance_histogram(*this);  // of the whole image
+        stages.next();
+        u32 cum[256];
+        u32 run = 0;
+        for (int i = 0; i < 256; ++i) cum[i] = run += hist[i];
+        if (cum[255] == 0) return 0;
+        const u32 d = cum[255] - cum[0] != 0 ? cum[255] - cum[0] : 1;
+        u8 table[256];
+        // Unsigned 32-bit on purpose: the product wraps for images over 2^24 pixels, and the
+        // quotient then still fits a byte.
+        for (int i = 0; i < 256; ++i) table[i] = static_cast<u8>((cum[i] - cum[0]) * 255u / d);
+        if (true_colour(*this)) {
+            apply_one_table(*this, &rc, table);
+        } else {
+            apply_one_table(*this, nullptr, table);
+            validate_rgb();
+        }
+        return 1;
+    });
 }
 
 int kiv::normalize(tagRECT* rect) {
-    Area rc;
-    if (!clip_rect(*this, rect, &rc)) return 0;
-    const Histogram hist = luminance_histogram(*this);  // of the whole image
-    int lo = 255, hi = 0;
-    // The first level from below and from above at which the running count exceeds
-    // `limit`; lo stays 255 and hi 0 when none does.
-    auto walk = [&](u32 limit) {
-        u32 sum = 0;
-        for (lo = 0; lo < 255; ++lo)
-            if ((sum += hist[lo]) > limit) break;
-        sum = 0;
-        for (hi = 255; hi > 0; --hi)
-            if ((sum += hist[hi]) > limit) break;
-    };
-    walk(static_cast<u32>(m_packets) / 100);  // one per cent of the pixels at each end
-    if (lo == hi) walk(0);                     // narrow histogram: the outermost levels
-    if (lo >= hi) {
-        // A single luminance level: the image is destroyed, by contract.
-        destroy();
-        return 0;
-    }
-    u8 table[256];
-    for (int i = 0; i < 256; ++i) {
-        if (i < lo)
-            table[i] = 0;
-        else if (i > hi)
-            table[i] = 255;
-        else  // the high point maps to 254, not 255
-            table[i] = static_cast<u8>(254u * static_cast<u32>(i - lo) / static_cast<u32>(hi - lo));
-    }
-    // 32-bit images count as true colour too (they have no map to change).
-    if (true_colour(*this))
-        apply_one_table(*this, &rc, table);
-    else
-        apply_one_table(*this, nullptr, table);  // map only: pixels keep their colours
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
+        kivcore::Stages stages({1, 1});
+        const Histogram hist = luminance_histogram(*this);  // of the whole image
+        stages.next();
+        int lo = 255, hi = 0;
+        // The first level from below and from above at which the running count exceeds
+        // `limit`; lo stays 255 and hi 0 when none does.
+        auto walk = [&](u32 limit) {
+            u32 sum = 0;
+            for (lo = 0; lo < 255; ++lo)
+                if ((sum += hist[lo]) > limit) break;
+            sum = 0;
+            for (hi = 255; hi > 0; --hi)
+                if ((sum += hist[hi]) > limit) break;
+        };
+        walk(static_cast<u32>(m_packets) / 100);  // one per cent of the pixels at each end
+        if (lo == hi) walk(0);                     // narrow histogram: the outermost levels
+        if (lo >= hi) {
+            // A single luminance level: the image is destroyed, by contract.
+            destroy();
+            return 0;
+        }
+        u8 table[256];
+        for (int i = 0; i < 256; ++i) {
+            if (i < lo)
+                table[i] = 0;
+            else if (i > hi)
+                table[i] = 255;
+            else  // the high point maps to 254, not 255
+                table[i] = static_cast<u8>(254u * static_cast<u32>(i - lo) / static_cast<u32>(hi - lo));
+        }
+        // 32-bit images count as true colour too (they have no map to change).
+        if (true_colour(*this))
+            apply_one_table(*this, &rc, table);
+        else
+            apply_one_table(*this, nullptr, table);  // map only: pixels keep their colours
+        return 1;
+    });
 }
 
 int kiv::autocolorenhance(tagRECT* rect) {
-    if (!has_pixels(*this)) return 0;
-    if (true_colour(*this)) {
-        Area rc;
-        if (!clip_rect(*this, rect, &rc)) return 0;
-        // Extremes are exact whatever the order, so rows are scanned in parallel.
-        ValueRange total;
-        std::mutex mu;
-        kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
-            ValueRange part;
-            for (int y = y0; y < y1; ++y) {
-                const tagRGBA* p = pos(rc.left, y);
-                for (int i = 0; i < rc.right - rc.left; ++i) part.add(to_cmy_hsv(load(p + i)).hsv.v);
-            }
-            std::lock_guard<std::mutex> lock(mu);
-            total.add(part.vmax);
-            total.add(part.vmin);
-        });
-        map_rect_cached(*this, rc, [&](u32 w) { return enhance_word(w, total); });
-    } else {
-        ValueRange vr;
-        for (int i = 0; i < map_entries(*this); ++i) vr.add(to_cmy_hsv(load(m_map + i)).hsv.v);
-        // The map changes; the pixels keep their old colours until it is applied to them.
-        map_colormap(*this, [&](u32 w) { return enhance_word(w, vr); });
-    }
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        if (!has_pixels(*this)) return 0;
+        if (true_colour(*this)) {
+            Area rc;
+            if (!clip_rect(*this, rect, &rc)) return 0;
+            // Extremes are exact whatever the order, so rows are scanned in parallel.
+            ValueRange total;
+            std::mutex mu;
+            kivcore::Stages stages({1, 3});
+            kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
+                ValueRange part;
+                for (int y = y0; y < y1; ++y) {
+                    const tagRGBA* p = pos(rc.left, y);
+                    for (int i = 0; i < rc.right - rc.left; ++i) part.add(to_cmy_hsv(load(p + i)).hsv.v);
+                }
+                std::lock_guard<std::mutex> lock(mu);
+                total.add(part.vmax);
+                total.add(part.vmin);
+            });
+            stages.next();
+            map_rect_cached(*this, rc, [&](u32 w) { return enhance_word(w, total); });
+        } else {
+            ValueRange vr;
+            for (int i = 0; i < map_entries(*this); ++i) vr.add(to_cmy_hsv(load(m_map + i)).hsv.v);
+            // The map changes; the pixels keep their old colours until it is applied to them.
+            map_colormap(*this, [&](u32 w) { return enhance_word(w, vr); });
+        }
+        return 1;
+    });
 }

@@ -5,6 +5,7 @@
 #include "adjust/adjust.h"
 #include "core/color_batch.h"
 #include "core/color_models.h"
+#include "core/watch.h"
 
 using namespace kivadjust;
 
@@ -194,38 +195,44 @@ int apply_rule(kiv& img, tagRECT* rect, const F& fn, bool refresh) {
 }  // namespace
 
 int kiv::modulate(tagRECT* rect, int hue, int saturation, int lightness) {
-    if (!has_pixels(*this)) return 0;
-    const int h = static_cast<int>(hue > kHueCap ? kHueCap : hue < -kHueCap ? -kHueCap : hue);
-    return apply_rule(*this, rect, Modulate{h, saturation, lightness}, true);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        if (!has_pixels(*this)) return 0;
+        const int h = static_cast<int>(hue > kHueCap ? kHueCap : hue < -kHueCap ? -kHueCap : hue);
+        return apply_rule(*this, rect, Modulate{h, saturation, lightness}, true);
+    });
 }
 
 int kiv::hue_saturation(tagRECT* rect, int range, int hue, int saturation, int lightness) {
-    if (!has_pixels(*this) || range < 0 || range > 6) return 0;
-    HueSat t;
-    build_hue_sat(t, range, hue, saturation, lightness);
-    return apply_rule(*this, rect, t, true);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        if (!has_pixels(*this) || range < 0 || range > 6) return 0;
+        HueSat t;
+        build_hue_sat(t, range, hue, saturation, lightness);
+        return apply_rule(*this, rect, t, true);
+    });
 }
 
 int kiv::colorbalance(tagRECT* rect, tagKIV_COLORBALANCE* cb) {
-    if (!cb || !has_pixels(*this)) return 0;
-    int red[3], green[3], blue[3];
-    for (int k = 0; k < 3; ++k) {
-        red[k] = clamp_shift(cb->red[k]);
-        green[k] = clamp_shift(cb->green[k]);
-        blue[k] = clamp_shift(cb->blue[k]);
-    }
-    Tables t;
-    balance_table(red, t.r);
-    balance_table(green, t.g);
-    balance_table(blue, t.b);
-    // The colour map is changed without refreshing the pixels.
-    if (cb->preserve) return apply_rule(*this, rect, Preserve{&t}, false);
-    if (!true_colour(*this)) {
-        tables_colormap(*this, t);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        if (!cb || !has_pixels(*this)) return 0;
+        int red[3], green[3], blue[3];
+        for (int k = 0; k < 3; ++k) {
+            red[k] = clamp_shift(cb->red[k]);
+            green[k] = clamp_shift(cb->green[k]);
+            blue[k] = clamp_shift(cb->blue[k]);
+        }
+        Tables t;
+        balance_table(red, t.r);
+        balance_table(green, t.g);
+        balance_table(blue, t.b);
+        // The colour map is changed without refreshing the pixels.
+        if (cb->preserve) return apply_rule(*this, rect, Preserve{&t}, false);
+        if (!true_colour(*this)) {
+            tables_colormap(*this, t);
+            return 1;
+        }
+        Area rc;
+        if (!clip_rect(*this, rect, &rc)) return 0;
+        tables_rect(*this, rc, t);
         return 1;
-    }
-    Area rc;
-    if (!clip_rect(*this, rect, &rc)) return 0;
-    tables_rect(*this, rc, t);
-    return 1;
+    });
 }

@@ -161,6 +161,7 @@ MEMBER(void, progress_init, (kiv_image* img, int steps), NOTHING, m->progress_in
 MEMBER(void, progress_continue, (kiv_image* img), NOTHING, m->progress_continue())
 MEMBER(void, progress_term, (kiv_image* img), NOTHING, m->progress_term())
 MEMBER(void, progress_reset, (kiv_image* img), NOTHING, m->progress_reset())
+MEMBER(void, set_progress, (kiv_image* img, kivProgressFn fn, void* user), NOTHING, m->set_progress(fn, user))
 #ifdef _WIN32
 MEMBER(HPALETTE, createpalette, (kiv_image* img), nullptr, m->createpalette())
 MEMBER(int, replace_palette, (kiv_image* img, HPALETTE palette), 0, m->replace_palette(palette))
@@ -258,6 +259,8 @@ OP(int, scroll, (kiv_image* img, int dx, int dy, int wrap), V(dx), V(dy), V(wrap
 OP(int, tile, (kiv_image* img, tagRECT* rect, int nx, int ny), V(rect), V(nx), V(ny))
 OP(int, tile_divide, (kiv_image* img, tagRECT* rect, int n), V(rect), V(n))
 OP(int, rotate_any, (kiv_image* img, double degrees, COLORREF background, int method), V(degrees), V(background), V(method))
+OP(int, zoom_rgba, (kiv_image* img, int w, int h, int method, int flags), V(w), V(h), V(method), V(flags))
+OP(int, rotate_any_rgba, (kiv_image* img, double degrees, int method, int flags), V(degrees), V(method), V(flags))
 OP(int, addlayer, (kiv_image* img, kiv_image* layer, int x, int y, int opacity, int mode, int usealpha), V(layer), V(x), V(y),
    V(opacity), V(mode), V(usealpha))
 OP(int, merge, (kiv_image* img, kiv_image* src, tagRECT* srcrect, int x, int y, int opacity), V(src), V(srcrect), V(x), V(y),
@@ -302,6 +305,8 @@ OP(int, blur_simple, (kiv_image* img, tagRECT* rect, int r), V(rect), V(r))
 OP(int, blur_gauss_iir, (kiv_image* img, tagRECT* rect, double sx, double sy), V(rect), V(sx), V(sy))
 OP(int, blur_gauss_rle_plane, (kiv_image* img, tagRECT* rect, double sigma, unsigned planes), V(rect), V(sigma), V(planes))
 OP(int, blur_gauss_rle, (kiv_image* img, tagRECT* rect, double sigma), V(rect), V(sigma))
+OP(int, blur_gauss_rgba, (kiv_image* img, tagRECT* rect, double sx, double sy, int flags), V(rect), V(sx), V(sy),
+   V(flags))
 OP(int, blur_gauss_sel, (kiv_image* img, tagRECT* rect, double radius, int threshold), V(rect), V(radius), V(threshold))
 OP(int, filter_3x3, (kiv_image* img, tagRECT* rect, unsigned mode), V(rect), V(mode))
 OP(int, filter_custom3x3, (kiv_image* img, tagRECT* rect, int* kernel, int divisor), V(rect), Arr(kernel, 9), V(divisor))
@@ -316,6 +321,8 @@ OP(int, unsharp_mask, (kiv_image* img, tagRECT* rect, double radius, int amount,
    V(threshold))
 OP(int, unsharp_mask2, (kiv_image* img, tagRECT* rect, double radius, int amount, int threshold), V(rect), V(radius), V(amount),
    V(threshold))
+OP(int, unsharp_mask_rgba, (kiv_image* img, tagRECT* rect, double radius, int amount, int threshold, int flags),
+   V(rect), V(radius), V(amount), V(threshold), V(flags))
 OP(int, enhance, (kiv_image* img, tagRECT* rect, int radius, int amount), V(rect), V(radius), V(amount))
 OP(int, mblur_linear, (kiv_image* img, tagRECT* rect, double angle, int distance), V(rect), V(angle), V(distance))
 OP(int, mblur_radial, (kiv_image* img, tagRECT* rect, int cx, int cy, double angle), V(rect), V(cx), V(cy), V(angle))

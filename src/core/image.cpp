@@ -8,6 +8,7 @@
 #include "core/mapstore.h"
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "kiv.h"
 
 kiv::kiv() { clearparam(); }
@@ -22,7 +23,10 @@ kiv::kiv(const kiv& src) {
     copyfrom(const_cast<kiv*>(&src));
 }
 
-kiv::~kiv() { destroy(); }
+kiv::~kiv() {
+    destroy();
+    kivcore::drop_hook(this);
+}
 
 kiv& kiv::operator=(const kiv& other) {
     // Shallow on purpose: hosts rely on sharing the buffers (and on nothing being freed).
@@ -172,6 +176,7 @@ static int create_for_copy(kiv* d, kiv* s) {
 // where operations that raised a palettized image keep it), D gets a map of S's entries.
 static int deep_copy(kiv* d, kiv* s) {
     if (!d || !s) return 0;
+    const kivcore::Quiet quiet;  // a copy is no progress of the operation that makes it
     if (d == s) return 1;
     if (!s->m_pixels) {
         d->destroy();

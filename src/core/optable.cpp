@@ -9,6 +9,8 @@
 #include <cstring>
 #include <new>
 
+#include "core/watch.h"
+
 namespace kivops {
 
 namespace {
@@ -182,6 +184,7 @@ int call(kiv_image* img, int op, const kiv_value* in, int nargs, kiv_value* resu
                              im->validaterect(static_cast<tagRECT*>(const_cast<void*>(v[0].p)), &clipped);
     Args a{v};
     Result got;
+    kivcore::reset_cancelled();
     try {
         got = r.call(im, a);
     } catch (const std::bad_alloc&) {
@@ -209,7 +212,9 @@ int call(kiv_image* img, int op, const kiv_value* in, int nargs, kiv_value* resu
         if (refusal(outcome_in_call(r, k, v))) refused_arg = k;
     if (r.desc.result == KIV_T_VOID && refused_arg >= 0) ok = false;
     if (ok) return 1;
-    if (refused_arg >= 0)
+    if (kivcore::was_cancelled())
+        set_error("%s: cancelled", name);
+    else if (refused_arg >= 0)
         explain_arg(r, refused_arg, v[refused_arg]);
     else if (!(r.desc.flags & (KIV_OP_STATIC | KIV_OP_FREE)) && !had_pixels)
         set_error("%s: the image is empty", name);

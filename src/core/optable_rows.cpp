@@ -112,6 +112,15 @@ constexpr kiv_choice kTurn[] = {{0, "clockwise"}, {1, "counter_clockwise"}};
 constexpr kiv_choice kSampling[] = {{0, "nearest"}, {1, "bilinear"}};
 constexpr kiv_choice kNoise[] = {{0, "uniform"}, {1, "gaussian"}};
 
+// The flags of the weighted members (KIV_FILTER_ALPHA, KIV_FILTER_LINEAR).
+A Flags() {
+    return Int("flags", "bits",
+               "1: the fourth byte is straight alpha (colour weighted by it); 2: filter in linear light")
+        .range(0, 3)
+        .def(0);
+}
+#define KIV_PALETTIZED_ALPHA "flag 1 on a palettized image (its fourth byte is a colour index)"
+
 A Mode() { return Choice("mode", kBlend, "blend mode; any other value is normal", KIV_OUT_REPLACED).replaced(0); }
 A QuantMode() { return Choice("mode", kQuantModes, "how pixels are mapped to the palette"); }
 A Space() { return Choice("colorspace", kSpaces, "colour space"); }
@@ -367,6 +376,10 @@ void geometry(Rows& t) {
           Bool("mapped", "nonzero: the result's pixels in a mapped temporary file").def(0)},
          RUN(m->zoom(a.i(0), a.i(1), a.i(2), a.i(3))))
         .refuses("the same size, too little memory");
+    t.op("zoom_rgba", I, "resample as zoom (no sharpening), colour weighted by alpha and/or in linear light",
+         {Size("w", "new width"), Size("h", "new height"), Choice("method", kZoom, "the filter"), Flags()},
+         RUN(m->zoom_rgba(a.i(0), a.i(1), a.i(2), a.i(3))))
+        .refuses("the same size, too little memory, " KIV_PALETTIZED_ALPHA);
     t.op("zoom_pixel", I, "resize to w x h by replicating pixels (keeps depth and map)",
          {Size("w", "new width"), Size("h", "new height")}, RUN(m->zoom_pixel(a.i(0), a.i(1))));
     t.op("zoom_near", I, "resize to w x h taking the nearest pixel (keeps depth and map)",
@@ -409,6 +422,12 @@ void geometry(Rows& t) {
           Choice("method", kSampling, "sampling")},
          RUN(m->rotate_any(a.d(0), a.c(1), a.i(2))))
         .refuses("a result too large");
+    t.op("rotate_any_rgba", I,
+         "turn by any angle into a transparent surround, colour weighted by alpha and/or in linear light",
+         {Real("degrees", "degrees", "angle, counter-clockwise").finite(), Choice("method", kSampling, "sampling"),
+          Flags()},
+         RUN(m->rotate_any_rgba(a.d(0), a.i(1), a.i(2))))
+        .refuses("a result too large, " KIV_PALETTIZED_ALPHA);
 
     const char* nothing = "nothing to draw (no overlap, an empty source)";
     t.op("addlayer", I, "draw layer at (x, y) through a blend mode",
@@ -527,6 +546,10 @@ void filter(Rows& t) {
          {Rect(), rle, Uint("planes", "bits", "channels: bit 0 red, 1 green, 2 blue, 3 alpha")},
          RUN(m->blur_gauss_rle_plane(a.rect(0), a.d(1), a.u(2))))
         .refuses(tiny);
+    t.op("blur_gauss_rgba", I, "recursive Gaussian blur, colour weighted by alpha and/or in linear light",
+         {Rect(), sigma, Real("sy", "pixels", "vertical standard deviation").gt(0).finite(), Flags()},
+         RUN(m->blur_gauss_rgba(a.rect(0), a.d(1), a.d(2), a.i(3))))
+        .refuses("a sigma whose filter coefficients are not finite, " KIV_PALETTIZED_ALPHA);
     t.op("blur_gauss_rle", I, "sampled Gaussian blur (alpha kept)", {Rect(), rle}, RUN(m->blur_gauss_rle(a.rect(0), a.d(1))))
         .refuses(tiny);
     t.op("blur_gauss_sel", I, "selective Gaussian: averages only neighbours within threshold",
@@ -571,6 +594,12 @@ void filter(Rows& t) {
               Int("threshold", "levels", "smallest difference sharpened").range(0, 255)},
              light ? Invoke(RUN(m->unsharp_mask2(a.rect(0), a.d(1), a.i(2), a.i(3))))
                    : Invoke(RUN(m->unsharp_mask(a.rect(0), a.d(1), a.i(2), a.i(3)))));
+    t.op("unsharp_mask_rgba", I, "unsharp mask, colour weighted by alpha and/or in linear light",
+         {Rect(), Real("radius", "pixels", "blur sigma").gt(0).max(1000),
+          Int("amount", "percent", "strength").range(0, 1000),
+          Int("threshold", "levels", "smallest difference sharpened").range(0, 255), Flags()},
+         RUN(m->unsharp_mask_rgba(a.rect(0), a.d(1), a.i(2), a.i(3), a.i(4))))
+        .refuses(KIV_PALETTIZED_ALPHA);
     t.op("enhance", I, "local contrast enhancement",
          {Rect(), Int("radius", "pixels", "half the box side").range(1, 1000), Int("amount", "", "strength").range(0, 100)},
          RUN(m->enhance(a.rect(0), a.i(1), a.i(2))));

@@ -17,6 +17,9 @@ void parallel_range(int first, int last, RangeFn fn, void* ctx);
 // Threads one operation may use (the cap from kiv::setthreads resolved against the cores).
 int parallel_threads();
 
+// Whether the calling thread is running a chunk of a parallel_range.
+bool inside_parallel_body();
+
 // body(i) for every i in [first, last).
 template <class F>
 void parallel_for(int first, int last, F&& body) {

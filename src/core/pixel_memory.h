@@ -6,6 +6,7 @@
 #define KIV_CORE_PIXEL_MEMORY_H
 
 #include <cstddef>
+#include <new>
 
 class kiv;
 
@@ -22,6 +23,25 @@ void free_pixels(void* p);
 // kiv::create for a caller that then writes every byte of every pixel: a heap image of the
 // same pixel count keeps its buffer, a new buffer need not come zeroed. 1 on success.
 int create_overwritten(kiv* img, int width, int height, int bits);
+
+// A block of n bytes that its user writes whole before reading: a large one may be a block
+// freed shortly before, which spares the page faults of fresh memory. Throws std::bad_alloc.
+class UnzeroedBlock {
+public:
+    explicit UnzeroedBlock(std::size_t n) : p_(alloc_pixels_unzeroed(n == 0 ? 1 : n)) {
+        if (!p_) throw std::bad_alloc();
+    }
+    ~UnzeroedBlock() { free_pixels(p_); }
+    UnzeroedBlock(const UnzeroedBlock&) = delete;
+    UnzeroedBlock& operator=(const UnzeroedBlock&) = delete;
+    template <class T>
+    T* as() const {
+        return static_cast<T*>(p_);
+    }
+
+private:
+    void* p_;
+};
 
 }  // namespace kivcore
 

@@ -27,6 +27,7 @@ struct Avx2 {
     using H = __m128i;
     static constexpr int kBytes = 32;
     static constexpr int kDoubles = 4;
+    static constexpr int kFloats = 8;
 
 #define KIV_OPS(x) _mm256_##x
 #define KIV_OPS_SI(x) _mm256_##x##_si256

@@ -39,6 +39,8 @@ static void store_pd(double* p, D v) { KIV_OPS(storeu_pd)(p, v); }
 static D set_pd(double v) { return KIV_OPS(set1_pd)(v); }
 static D zero_pd() { return KIV_OPS(setzero_pd)(); }
 static F set_ps(float v) { return KIV_OPS(set1_ps)(v); }
+static F load_ps(const float* p) { return KIV_OPS(loadu_ps)(p); }
+static void store_ps(float* p, F v) { KIV_OPS(storeu_ps)(p, v); }
 
 // Bits.
 KIV_OP_SI(and_, and)
@@ -90,6 +92,8 @@ KIV_OP_F(add_ps, add_ps)
 KIV_OP_F(sub_ps, sub_ps)
 KIV_OP_F(mul_ps, mul_ps)
 KIV_OP_F(div_ps, div_ps)
+KIV_OP_F(min_ps, min_ps)  // a < b ? a : b (NaN in a gives b)
+KIV_OP_F(max_ps, max_ps)  // a > b ? a : b
 
 // Doubles, their bits, and the dwords of one double vector (H) to and from them.
 static D sqrt_pd(D a) { return KIV_OPS(sqrt_pd)(a); }

@@ -30,6 +30,7 @@ struct Sse2 {
     using H = __m128i;
     static constexpr int kBytes = 16;
     static constexpr int kDoubles = 2;
+    static constexpr int kFloats = 4;
 
 #define KIV_OPS(x) _mm_##x
 #define KIV_OPS_SI(x) _mm_##x##_si128

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "effect/effect.h"
 
 namespace kiveffect {
@@ -38,69 +39,75 @@ int gaussian_noise(std::uint32_t seed, int x, int y, std::uint32_t stream, int a
 }  // namespace kiveffect
 
 int kiv::spread(tagRECT* rect, int distance, unsigned int seed) {
-    using namespace kiveffect;
-    Area a;
-    if (!clip_rect(*this, rect, &a) || distance < 0 || distance > 10000) return 0;
-    raise_depth_24(*this);
-    if (distance == 0) return 1;
-    const int d = distance;
-    // Swaps reach d rows up and down. Bands of 2d + 1 rows or more are done in two passes,
-    // even bands and then odd ones: two bands of one pass are at least a band apart, so
-    // their swaps never touch the same pixel and the bands may run in parallel while the
-    // result stays that of one fixed order.
-    const int band = std::max(2 * d + 1, 16);
-    const int h = a.h();
-    const int bands = static_cast<int>((static_cast<long long>(h) + band - 1) / band);
-    for (int parity = 0; parity < 2; ++parity) {
-        kivcore::parallel_for(0, (bands - parity + 1) / 2, [&](int i) {
-            const int k = 2 * i + parity;
-            const int y0 = a.top + k * band;
-            const int y1 = static_cast<int>(std::min<long long>(a.bottom, static_cast<long long>(y0) + band));
-            for (int y = y0; y < y1; ++y) {
-                // y + d and x + d may pass INT_MAX on an image that tall or wide.
-                const int py0 = std::max(a.top, y - d), py1 = a.bottom - 1 - y > d ? y + d : a.bottom - 1;
-                for (int x = a.left; x < a.right; ++x) {
-                    const int px0 = std::max(a.left, x - d), px1 = a.right - 1 - x > d ? x + d : a.right - 1;
-                    const std::uint64_t r = pixel_random(seed, x, y, 0);
-                    const int px = px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
-                    const int py = py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
-                    std::swap(row_ptr(*this, y)[x], row_ptr(*this, py)[px]);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kiveffect;
+        Area a;
+        if (!clip_rect(*this, rect, &a) || distance < 0 || distance > 10000) return 0;
+        raise_depth_24(*this);
+        if (distance == 0) return 1;
+        const int d = distance;
+        // Swaps reach d rows up and down. Bands of 2d + 1 rows or more are done in two passes,
+        // even bands and then odd ones: two bands of one pass are at least a band apart, so
+        // their swaps never touch the same pixel and the bands may run in parallel while the
+        // result stays that of one fixed order.
+        const int band = std::max(2 * d + 1, 16);
+        const int h = a.h();
+        const int bands = static_cast<int>((static_cast<long long>(h) + band - 1) / band);
+        for (int parity = 0; parity < 2; ++parity) {
+            kivcore::parallel_for(0, (bands - parity + 1) / 2, [&](int i) {
+                const int k = 2 * i + parity;
+                const int y0 = a.top + k * band;
+                const int y1 = static_cast<int>(std::min<long long>(a.bottom, static_cast<long long>(y0) + band));
+                for (int y = y0; y < y1; ++y) {
+                    // y + d and x + d may pass INT_MAX on an image that tall or wide.
+                    const int py0 = std::max(a.top, y - d), py1 = a.bottom - 1 - y > d ? y + d : a.bottom - 1;
+                    for (int x = a.left; x < a.right; ++x) {
+                        const int px0 = std::max(a.left, x - d), px1 = a.right - 1 - x > d ? x + d : a.right - 1;
+                        const std::uint64_t r = pixel_random(seed, x, y, 0);
+                        const int px =
+                            px0 + below(static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(px1 - px0 + 1));
+                        const int py =
+                            py0 + below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(py1 - py0 + 1));
+                        std::swap(row_ptr(*this, y)[x], row_ptr(*this, py)[px]);
+                    }
                 }
-            }
-        });
-    }
-    return 1;
+            });
+        }
+        return 1;
+    });
 }
 
 int kiv::noise(tagRECT* rect, tagKIV_NOISE* param) {
-    using namespace kiveffect;
-    Area a;
-    if (!param || !clip_rect(*this, rect, &a)) return 0;
-    const tagKIV_NOISE p = *param;
-    if (p.amount < 0 || p.amount > 255 || p.gaussian < 0 || p.gaussian > 1) return 0;
-    raise_depth_24(*this);
-    if (p.amount == 0) return 1;
-    const int amount = p.amount, span = 2 * amount + 1;
-    const bool gauss = p.gaussian != 0, mono = p.mono != 0;
-    const std::uint32_t seed = p.seed;
-    // Noise of stream c at (x, y): uniform in -amount..amount, or Gaussian with a standard
-    // deviation of amount / 2 (rounded to the nearest integer).
-    auto value = [&](int x, int y, std::uint32_t c) {
-        if (gauss) return gaussian_noise(seed, x, y, c, amount);
-        const std::uint64_t r = pixel_random(seed, x, y, c);
-        return below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(span)) - amount;
-    };
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        tagRGBA* q = row_ptr(*this, y);
-        for (int x = a.left; x < a.right; ++x) {
-            int n[3];
-            n[0] = value(x, y, 0);
-            n[1] = mono ? n[0] : value(x, y, 1);
-            n[2] = mono ? n[0] : value(x, y, 2);
-            q[x].r = static_cast<BYTE>(clamp255(q[x].r + n[0]));
-            q[x].g = static_cast<BYTE>(clamp255(q[x].g + n[1]));
-            q[x].b = static_cast<BYTE>(clamp255(q[x].b + n[2]));
-        }
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kiveffect;
+        Area a;
+        if (!param || !clip_rect(*this, rect, &a)) return 0;
+        const tagKIV_NOISE p = *param;
+        if (p.amount < 0 || p.amount > 255 || p.gaussian < 0 || p.gaussian > 1) return 0;
+        raise_depth_24(*this);
+        if (p.amount == 0) return 1;
+        const int amount = p.amount, span = 2 * amount + 1;
+        const bool gauss = p.gaussian != 0, mono = p.mono != 0;
+        const std::uint32_t seed = p.seed;
+        // Noise of stream c at (x, y): uniform in -amount..amount, or Gaussian with a standard
+        // deviation of amount / 2 (rounded to the nearest integer).
+        auto value = [&](int x, int y, std::uint32_t c) {
+            if (gauss) return gaussian_noise(seed, x, y, c, amount);
+            const std::uint64_t r = pixel_random(seed, x, y, c);
+            return below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(span)) - amount;
+        };
+        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            tagRGBA* q = row_ptr(*this, y);
+            for (int x = a.left; x < a.right; ++x) {
+                int n[3];
+                n[0] = value(x, y, 0);
+                n[1] = mono ? n[0] : value(x, y, 1);
+                n[2] = mono ? n[0] : value(x, y, 2);
+                q[x].r = static_cast<BYTE>(clamp255(q[x].r + n[0]));
+                q[x].g = static_cast<BYTE>(clamp255(q[x].g + n[1]));
+                q[x].b = static_cast<BYTE>(clamp255(q[x].b + n[2]));
+            }
+        });
+        return 1;
     });
-    return 1;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "effect/effect.h"
 #include "fill/blend.h"
 
@@ -48,12 +49,15 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
     const int w = a->w(), h = a->h(), mw = map->m_width, mh = map->m_height;
     const int left = a->left, top = a->top;
     // Heights are read before anything is written, so map may be the image itself.
+    kivcore::Stages stages({1, 2, 1});
     const std::vector<int> heights = height_plane(
         map, w, h, p.invert != 0, [&](int i) { return kivcore::clamp_index(left + i, mw); },
         [&](int j) { return kivcore::clamp_index(top + j, mh); });
+    stages.next();
     std::vector<BYTE> shade;
     shade_block(light, heights, w, h, &shade);
     out->resize(shade.size());
+    stages.next();
     kivcore::parallel_for(0, h, [&](int j) {
         const tagRGBA* s = row_ptr(*img, top + j) + left;
         const BYTE* sh = shade.data() + static_cast<std::size_t>(j) * w;
@@ -71,65 +75,73 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
 }  // namespace kiveffect
 
 int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
-    using namespace kiveffect;
-    Area a;
-    if (!clip_rect(*this, rect, &a) || !usable(texture)) return 0;
-    const tagKIV_TEXTURE p = param ? *param : tagKIV_TEXTURE{135.0, 45.0, 4};
-    kivcore::ReliefLight light;
-    if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return 0;
-    const int flat = light.flat;
-    if (flat < 1) return 0;
-    // Tiles start at the rectangle's corner as given (null or empty: the image's corner).
-    const bool given = rect && rect->right > rect->left && rect->bottom > rect->top;
-    const long long ox = given ? rect->left : 0, oy = given ? rect->top : 0;
-    const int tw = texture->m_width, th = texture->m_height;
-    // One period of the tiling at most: shade column i stands for texture column u0 + i.
-    const int sw = std::min(a.w(), tw), sh = std::min(a.h(), th);
-    const int u0 = wrap(a.left - ox, tw), v0 = wrap(a.top - oy, th);
-    const std::vector<int> heights =
-        height_plane(texture, sw, sh, false, [&](int i) { return wrap(static_cast<long long>(u0) + i, tw); },
-                     [&](int j) { return wrap(static_cast<long long>(v0) + j, th); });
-    std::vector<BYTE> shade;
-    shade_block(light, heights, sw, sh, &shade);
-    // Gain in 1/256 steps: a flat texture gives exactly 256, the identity.
-    std::vector<int> gain(shade.size());
-    for (std::size_t k = 0; k < shade.size(); ++k) gain[k] = shade[k] * 256 / flat;
-    raise_depth_24(*this);
-    const int w = a.w();
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        tagRGBA* q = row_ptr(*this, y) + a.left;
-        const int* g = gain.data() + static_cast<std::size_t>((y - a.top) % sh) * sw;
-        for (int i = 0, k = 0; i < w; ++i) {
-            const int f = g[k];
-            q[i].r = static_cast<BYTE>(std::min(255, (q[i].r * f) >> 8));
-            q[i].g = static_cast<BYTE>(std::min(255, (q[i].g * f) >> 8));
-            q[i].b = static_cast<BYTE>(std::min(255, (q[i].b * f) >> 8));
-            if (++k == sw) k = 0;
-        }
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kiveffect;
+        Area a;
+        if (!clip_rect(*this, rect, &a) || !usable(texture)) return 0;
+        const tagKIV_TEXTURE p = param ? *param : tagKIV_TEXTURE{135.0, 45.0, 4};
+        kivcore::ReliefLight light;
+        if (!make_light(p.azimuth, p.elevation, p.depth, &light)) return 0;
+        const int flat = light.flat;
+        if (flat < 1) return 0;
+        // Tiles start at the rectangle's corner as given (null or empty: the image's corner).
+        const bool given = rect && rect->right > rect->left && rect->bottom > rect->top;
+        const long long ox = given ? rect->left : 0, oy = given ? rect->top : 0;
+        const int tw = texture->m_width, th = texture->m_height;
+        // One period of the tiling at most: shade column i stands for texture column u0 + i.
+        const int sw = std::min(a.w(), tw), sh = std::min(a.h(), th);
+        const int u0 = wrap(a.left - ox, tw), v0 = wrap(a.top - oy, th);
+        const std::vector<int> heights = height_plane(
+            texture, sw, sh, false, [&](int i) { return wrap(static_cast<long long>(u0) + i, tw); },
+            [&](int j) { return wrap(static_cast<long long>(v0) + j, th); });
+        std::vector<BYTE> shade;
+        shade_block(light, heights, sw, sh, &shade);
+        // Gain in 1/256 steps: a flat texture gives exactly 256, the identity.
+        std::vector<int> gain(shade.size());
+        for (std::size_t k = 0; k < shade.size(); ++k) gain[k] = shade[k] * 256 / flat;
+        raise_depth_24(*this);
+        const int w = a.w();
+        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            tagRGBA* q = row_ptr(*this, y) + a.left;
+            const int* g = gain.data() + static_cast<std::size_t>((y - a.top) % sh) * sw;
+            for (int i = 0, k = 0; i < w; ++i) {
+                const int f = g[k];
+                q[i].r = static_cast<BYTE>(std::min(255, (q[i].r * f) >> 8));
+                q[i].g = static_cast<BYTE>(std::min(255, (q[i].g * f) >> 8));
+                q[i].b = static_cast<BYTE>(std::min(255, (q[i].b * f) >> 8));
+                if (++k == sw) k = 0;
+            }
+        });
+        return 1;
     });
-    return 1;
 }
 
 int kiv::bumpmap(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param) {
-    kiveffect::Area a;
-    std::vector<tagRGBA> out;
-    if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(*this);
-    setpacket(out.data(), a.left, a.top, a.w(), a.h());
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        kiveffect::Area a;
+        std::vector<tagRGBA> out;
+        if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
+        kiveffect::raise_depth_24(*this);
+        setpacket(out.data(), a.left, a.top, a.w(), a.h());
+        return 1;
+    });
 }
 
 int kiv::bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode, int opacity) {
-    opacity = kivfill::clamp_opacity(opacity);
-    if (opacity == 0) return 0;
-    kiveffect::Area a;
-    std::vector<tagRGBA> out;
-    if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
-    kiveffect::raise_depth_24(*this);
-    const int w = a.w();
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        kivfill::blend_row(mode, kiveffect::row_ptr(*this, y) + a.left,
-                           out.data() + static_cast<std::size_t>(y - a.top) * w, w, opacity);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        opacity = kivfill::clamp_opacity(opacity);
+        if (opacity == 0) return 0;
+        kiveffect::Area a;
+        std::vector<tagRGBA> out;
+        kivcore::Stages stages({4, 1});
+        if (!kiveffect::bump_area(this, rect, map, param, &a, &out)) return 0;
+        stages.next();
+        kiveffect::raise_depth_24(*this);
+        const int w = a.w();
+        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            kivfill::blend_row(mode, kiveffect::row_ptr(*this, y) + a.left,
+                               out.data() + static_cast<std::size_t>(y - a.top) * w, w, opacity);
+        });
+        return 1;
     });
-    return 1;
 }

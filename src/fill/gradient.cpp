@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -102,11 +103,14 @@ tagLOGPALETTE* kiv::make_gradtable(tagGRADCOLORS* stops, int n, int size) {
 void kiv::free_gradtable(tagLOGPALETTE* t) { std::free(t); }
 
 int kiv::gradientfill(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op, int mode) {
-    return gradient_fill(*this, x, y, w, h, stops, n, dir, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return gradient_fill(*this, x, y, w, h, stops, n, dir, op, mode); });
 }
 
 int kiv::gradientfill(tagRECT* r, tagGRADCOLORS* stops, int n, int dir, int op, int mode) {
-    return kivfill::over_rect(*this, r, gradient_fill, stops, n, dir, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        return kivfill::over_rect(*this, r, gradient_fill, stops, n, dir, op, mode);
+    });
 }
 
 int kiv::fillgradientrect(int x, int y, int w, int h, tagGRADCOLORS* stops, int n, int dir, int op) {

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -55,11 +56,14 @@ int shade_fill(kiv& img, long long x, long long y, long long w, long long h, con
 }  // namespace
 
 int kiv::shadefill(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op, int mode) {
-    return shade_fill(*this, x, y, w, h, colors, n, dir, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return shade_fill(*this, x, y, w, h, colors, n, dir, op, mode); });
 }
 
 int kiv::shadefill(tagRECT* r, COLORREF* colors, int n, int dir, int op, int mode) {
-    return kivfill::over_rect(*this, r, shade_fill, colors, n, dir, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        return kivfill::over_rect(*this, r, shade_fill, colors, n, dir, op, mode);
+    });
 }
 
 int kiv::fillshaderect(int x, int y, int w, int h, COLORREF* colors, int n, int dir, int op) {

@@ -4,6 +4,7 @@
 #include "core/checked.h"
 #include "core/parallel.h"
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "fill/blend.h"
 #include "fill/fill_private.h"
 
@@ -24,11 +25,14 @@ int kivfill::solid_fill(kiv& img, long long x, long long y, long long w, long lo
 }
 
 int kiv::solidfill(int x, int y, int w, int h, COLORREF color, int op, int mode) {
-    return kivfill::solid_fill(*this, x, y, w, h, color, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return kivfill::solid_fill(*this, x, y, w, h, color, op, mode); });
 }
 
 int kiv::solidfill(tagRECT* r, COLORREF color, int op, int mode) {
-    return kivfill::over_rect(*this, r, kivfill::solid_fill, color, op, mode);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        return kivfill::over_rect(*this, r, kivfill::solid_fill, color, op, mode);
+    });
 }
 
 int kiv::fillsolidrect(int x, int y, int w, int h, COLORREF color, int op) {

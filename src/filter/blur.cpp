@@ -5,52 +5,55 @@
 #include <vector>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/int_conv.h"
 
 int kiv::blur(tagRECT* rect, int dx, int dy) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a)) return 0;
-    if (dx < 1 && dy < 1) return 0;
-    // A negative span would put the "left" sample on the right with the wrong bounds test.
-    const int hx = std::max(dx, 0) >> 1, hy = std::max(dy, 0) >> 1;
-    set_depth_24(this);
-    const int W = m_width, H = m_height, w = a.w();
-    std::vector<tagRGBA> out(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()));
-    // Results go to a buffer, so every read sees the original image.
-    // x + hx and y + hy are formed only once known to lie inside the image: on an image
-    // wider or taller than 2^30 the sums could overflow.
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-        const bool up = y >= hy, down = hy < H - y;
-        const tagRGBA* ru = up ? row_ptr(*this, y - hy) : nullptr;
-        const tagRGBA* rd = down ? row_ptr(*this, y + hy) : nullptr;
-        const tagRGBA* rc = row_ptr(*this, y);
-        tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * static_cast<std::size_t>(w);
-        for (int x = a.left; x < a.right; ++x) {
-            int s0 = 0, s1 = 0, s2 = 0, n = 0;
-            auto take = [&](const tagRGBA& p) {
-                s0 += p.r;
-                s1 += p.g;
-                s2 += p.b;
-                ++n;
-            };
-            const bool lft = x >= hx, rgt = hx < W - x;
-            if (lft && up) take(ru[x - hx]);
-            if (lft && down) take(rd[x - hx]);
-            if (rgt && up) take(ru[x + hx]);
-            if (rgt && down) take(rd[x + hx]);
-            tagRGBA q = rc[x];
-            if (n) {
-                q.r = static_cast<BYTE>(s0 / n);
-                q.g = static_cast<BYTE>(s1 / n);
-                q.b = static_cast<BYTE>(s2 / n);
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a)) return 0;
+        if (dx < 1 && dy < 1) return 0;
+        // A negative span would put the "left" sample on the right with the wrong bounds test.
+        const int hx = std::max(dx, 0) >> 1, hy = std::max(dy, 0) >> 1;
+        set_depth_24(this);
+        const int W = m_width, H = m_height, w = a.w();
+        std::vector<tagRGBA> out(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()));
+        // Results go to a buffer, so every read sees the original image.
+        // x + hx and y + hy are formed only once known to lie inside the image: on an image
+        // wider or taller than 2^30 the sums could overflow.
+        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            const bool up = y >= hy, down = hy < H - y;
+            const tagRGBA* ru = up ? row_ptr(*this, y - hy) : nullptr;
+            const tagRGBA* rd = down ? row_ptr(*this, y + hy) : nullptr;
+            const tagRGBA* rc = row_ptr(*this, y);
+            tagRGBA* o = out.data() + static_cast<std::size_t>(y - a.top) * static_cast<std::size_t>(w);
+            for (int x = a.left; x < a.right; ++x) {
+                int s0 = 0, s1 = 0, s2 = 0, n = 0;
+                auto take = [&](const tagRGBA& p) {
+                    s0 += p.r;
+                    s1 += p.g;
+                    s2 += p.b;
+                    ++n;
+                };
+                const bool lft = x >= hx, rgt = hx < W - x;
+                if (lft && up) take(ru[x - hx]);
+                if (lft && down) take(rd[x - hx]);
+                if (rgt && up) take(ru[x + hx]);
+                if (rgt && down) take(rd[x + hx]);
+                tagRGBA q = rc[x];
+                if (n) {
+                    q.r = static_cast<BYTE>(s0 / n);
+                    q.g = static_cast<BYTE>(s1 / n);
+                    q.b = static_cast<BYTE>(s2 / n);
+                }
+                o[x - a.left] = q;
             }
-            o[x - a.left] = q;
-        }
+        });
+        setpacket(out.data(), a.left, a.top, w, a.h());
+        return 1;
     });
-    setpacket(out.data(), a.left, a.top, w, a.h());
-    return 1;
 }
 
 namespace {
@@ -159,6 +162,7 @@ public:
                 const int sw = std::min(kTentStrip, w_ - x0);
                 for (int j = y0; j < y1; ++j) column(j, x0, sw, out(j) + x0, *sc);
             }
+            kivcore::poll(y1 - lo, hi - lo);
         }
         pool_.give(std::move(sc));
     }
@@ -288,24 +292,26 @@ void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
 }  // namespace
 
 int kiv::blur_simple(tagRECT* rect, int r) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a) || r < 0 || r > kTentMaxRadius) return 0;
-    raise_depth_24(*this);
-    if (r == 0) {
-        // Weight 1 alone: the colours stay, alpha becomes 0.
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
-            tagRGBA* p = row_ptr(*this, y);
-            for (int x = a.left; x < a.right; ++x) p[x].a = 0;
-        });
-    } else if (r <= kTent32Max) {
-        tent_banded(this, a, r);
-    } else {
-        // Taps beyond the image (or rectangle) never count, so a radius past the larger
-        // side only changes the weights; the sums then need 64 bits.
-        std::vector<tagRGBA> scratch(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
-        tent_rows<std::int64_t>(this, a, r, scratch.data());
-        tent_cols<std::int64_t>(this, a, r, scratch.data());
-    }
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a) || r < 0 || r > kTentMaxRadius) return 0;
+        raise_depth_24(*this);
+        if (r == 0) {
+            // Weight 1 alone: the colours stay, alpha becomes 0.
+            kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+                tagRGBA* p = row_ptr(*this, y);
+                for (int x = a.left; x < a.right; ++x) p[x].a = 0;
+            });
+        } else if (r <= kTent32Max) {
+            tent_banded(this, a, r);
+        } else {
+            // Taps beyond the image (or rectangle) never count, so a radius past the larger
+            // side only changes the weights; the sums then need 64 bits.
+            std::vector<tagRGBA> scratch(static_cast<std::size_t>(a.w()) * static_cast<std::size_t>(a.h()));
+            tent_rows<std::int64_t>(this, a, r, scratch.data());
+            tent_cols<std::int64_t>(this, a, r, scratch.data());
+        }
+        return 1;
+    });
 }

@@ -16,6 +16,7 @@
 #include "core/pixel_memory.h"
 #include "core/simd.h"
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "kiv.h"
 
 namespace kivfilter {
@@ -27,6 +28,7 @@ using kivcore::clamp_trunc_byte;
 using kivcore::clip_rect;
 using kivcore::raise_depth_24;
 using kivcore::row_ptr;
+using kivcore::UnzeroedBlock;
 
 // Filters work on full colour: the image is declared 24-bit whatever it was (a palettized
 // image's pixels already hold the colours; the map is kept for whoever reads it).
@@ -95,7 +97,8 @@ template <class Band, class ImageRow>
 void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     const int threads = kivcore::parallel_threads();
     const long long seg_min = std::max<long long>(64, 4LL * z);
-    const int nseg = threads > 1 ? static_cast<int>(std::max<long long>(1, std::min<long long>(2LL * threads, h / seg_min))) : 1;
+    const int most = static_cast<int>(std::max<long long>(1, h / seg_min));
+    const int nseg = kivcore::watched_pieces(threads > 1 ? std::min(2 * threads, most) : 1, most);
     if (nseg == 1) {
         band(0, h, static_cast<tagRGBA*>(nullptr));
         return;
@@ -106,7 +109,9 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     std::vector<tagRGBA> zones(static_cast<std::size_t>(nseg - 1) * zone_px);
     auto zone = [&](int s) { return zones.data() + static_cast<std::size_t>(s - 1) * zone_px; };
     auto at = [&](int s) { return cut[static_cast<std::size_t>(s)]; };
+    kivcore::Stages stages({2.0 * z * (nseg - 1), static_cast<double>(h)});  // rows made in each loop
     kivcore::parallel_for(1, nseg, [&](int s) { band(at(s) - z, at(s) + z, zone(s)); });
+    stages.next();
     kivcore::parallel_for(0, nseg, [&](int s) {
         band(at(s) + (s > 0 ? z : 0), at(s + 1) - (s + 1 < nseg ? z : 0), static_cast<tagRGBA*>(nullptr));
         auto copy_in = [&](int c, int j0, int j1) {
@@ -119,25 +124,6 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
         if (s + 1 < nseg) copy_in(s + 1, at(s + 1) - z, at(s + 1));
     });
 }
-
-// A block of n bytes that its user writes whole before reading: a large one may be a block
-// freed shortly before, which spares the page faults of fresh memory. Throws std::bad_alloc.
-class UnzeroedBlock {
-public:
-    explicit UnzeroedBlock(std::size_t n) : p_(kivcore::alloc_pixels_unzeroed(n == 0 ? 1 : n)) {
-        if (!p_) throw std::bad_alloc();
-    }
-    ~UnzeroedBlock() { kivcore::free_pixels(p_); }
-    UnzeroedBlock(const UnzeroedBlock&) = delete;
-    UnzeroedBlock& operator=(const UnzeroedBlock&) = delete;
-    template <class T>
-    T* as() const {
-        return static_cast<T*>(p_);
-    }
-
-private:
-    void* p_;
-};
 
 // Copy of a rectangle's pixels, row-major at width w.
 inline std::vector<tagRGBA> read_area(kiv* img, const Area& a) {
@@ -160,6 +146,9 @@ bool iir_sigma_ok(double s);
 // kernel run instead of four lines of three channels.
 bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigned char* dst, std::ptrdiff_t dst_stride,
                     int w, int h, double sx, double sy, LineProgress* progress);
+// The same in place on a plane of 16-bit values (stride in elements), each result rounded:
+// the weighted blurs' intermediates.
+bool iir_blur_plane16(std::uint16_t* p, std::ptrdiff_t stride, int w, int h, double sx, double sy);
 
 }  // namespace kivfilter
 

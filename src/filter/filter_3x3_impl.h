@@ -11,6 +11,7 @@
 
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter_3x3_simd.h"
 
 namespace kivfilter {
@@ -38,7 +39,8 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
     // Bands of at least four rows, about eight per thread so that a loaded core does not
     // hold the others up.
     const int threads = kivcore::parallel_threads();
-    const int nb = threads <= 1 ? 1 : std::max(1, std::min(threads * 8, h / 4));
+    const int nb =
+        kivcore::watched_pieces(threads <= 1 ? 1 : std::max(1, std::min(threads * 8, h / 4)), std::max(1, h / 4));
     auto band_start = [&](int k) { return a.top + static_cast<int>(static_cast<long long>(h) * k / nb); };
     // The rows on either side of each band boundary, kept before any band writes: the band
     // above still reads the first row of the band below, and that band the last row above.

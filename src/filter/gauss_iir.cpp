@@ -6,12 +6,15 @@
 // of operations, which keeps the result identical to filtering the lines one by one.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "core/kmath.h"
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/gauss_iir_simd.h"
 
@@ -56,20 +59,28 @@ bool iir_sigma_ok(double s) { return s > 0.0 && std::isfinite(s) && iir_coeffici
 
 namespace {
 
-// L lanes, n positions, lane-interleaved bytes (element i * S + l; S >= L leaves room for a
-// whole vector load). The causal pass writes
+// A line's output element: bytes truncated (blur_gauss_iir's rule), the 16-bit
+// intermediates of the weighted blurs rounded; both clamped, NaN to 0.
+inline unsigned char iir_out(double v, const unsigned char*) { return clamp_trunc_byte(v); }
+inline std::uint16_t iir_out(double v, const std::uint16_t*) {
+    if (!(v >= 0.0)) return 0;
+    return static_cast<std::uint16_t>((v > 65535.0 ? 65535.0 : v) + 0.5);
+}
+
+// L lanes, n positions, lane-interleaved elements (element i * S + l; S >= L leaves room for
+// a whole vector load). The causal pass writes
 // yp; the anticausal pass forms each output from yp and its own value. Past inputs (and
 // past anticausal outputs) are kept in four-slot rings, slot i & 3 for position i, so the
 // only n-long arrays are the bytes in and out and yp: the working set stays in L2.
-template <int L, int S>
-void iir_lanes(const IirCoef& c, int n, const unsigned char* x, double* yp, unsigned char* out) {
+template <int L, int S, class T>
+void iir_lanes(const IirCoef& c, int n, const T* x, double* yp, T* out) {
     double first[L], last[L], xr[4][L], yr[4][L];
     for (int l = 0; l < L; ++l) {
         first[l] = x[l];
         last[l] = x[static_cast<std::size_t>(n - 1) * S + l];
     }
     for (int i = 0; i < n; ++i) {
-        const unsigned char* xb = x + static_cast<std::size_t>(i) * S;
+        const T* xb = x + static_cast<std::size_t>(i) * S;
         double* yi = yp + static_cast<std::size_t>(i) * L;
         double acc[L];
         // d0 = 0 and the position's own output is still 0, so the k = 0 term is p0 * x.
@@ -93,7 +104,7 @@ void iir_lanes(const IirCoef& c, int n, const unsigned char* x, double* yp, unsi
     }
     for (int i = 0; i < n; ++i) {
         const int j = n - 1 - i;
-        const unsigned char* xb = x + static_cast<std::size_t>(j) * S;
+        const T* xb = x + static_cast<std::size_t>(j) * S;
         double acc[L];
         // m0 = 0 and d0 = 0: the k = 0 term adds nothing.
         for (int l = 0; l < L; ++l) acc[l] = 0.0;
@@ -109,13 +120,13 @@ void iir_lanes(const IirCoef& c, int n, const unsigned char* x, double* yp, unsi
             }
         }
         const double* pj = yp + static_cast<std::size_t>(j) * L;
-        unsigned char* oj = out + static_cast<std::size_t>(j) * S;
+        T* oj = out + static_cast<std::size_t>(j) * S;
         double* xs = xr[i & 3];
         double* ys = yr[i & 3];
         for (int l = 0; l < L; ++l) {
             xs[l] = xb[l];
             ys[l] = acc[l];
-            oj[l] = clamp_trunc_byte(pj[l] + acc[l]);
+            oj[l] = iir_out(pj[l] + acc[l], out);
         }
     }
 }
@@ -130,6 +141,11 @@ void iir_run(const IirCoef& c, int n, const unsigned char* x, double* yp, unsign
         return lanes(c, n, x, yp, out);
     iir_lanes<kLanes, kStride>(c, n, x, yp, out);
 }
+void iir_run(const IirCoef& c, int n, const std::uint16_t* x, double* yp, std::uint16_t* out) {
+    if (const auto lanes = kivcore::pick(KIV_AVX2_KERNEL(iir_lanes16_avx2), KIV_SSE2_KERNEL(iir_lanes16_sse2)))
+        return lanes(c, n, x, yp, out);
+    iir_lanes<kLanes, kStride>(c, n, x, yp, out);
+}
 
 // Groups filtered together: their 16 neighbouring columns make one 64-byte row segment, so
 // the column pass reads and writes whole cache lines.
@@ -138,8 +154,9 @@ constexpr int kSweep = 4;
 // Rows ahead that the column pass asks the cache for.
 constexpr int kAhead = 8;
 
+template <class T>
 struct Scratch {
-    std::vector<unsigned char> x, out;
+    std::vector<T> x, out;
     std::vector<double> yp;
     explicit Scratch(int n)
         : x(static_cast<std::size_t>(n) * kStride * kSweep),
@@ -160,17 +177,17 @@ constexpr int lines_per_run() {
 // the input block itself. Across (columns) the positions run in the outer loop, so each
 // row segment is read and written whole; along (rows) each line is read in turn, because
 // rows a power-of-two stride apart read side by side would compete for the same cache sets.
-template <bool Across, int Ch, class In, class Out>
-void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out outp) {
+template <bool Across, int Ch, class T, class In, class Out>
+void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch<T>& s, In in, Out outp) {
     constexpr int kRun = lines_per_run<Ch>();
     const int used = end - q0, lanes = (used + kRun - 1) / kRun * kRun;
     const std::size_t plane = static_cast<std::size_t>(n) * kStride;
-    auto slot = [&](unsigned char* base, int g, int i) {
+    auto slot = [&](T* base, int g, int i) {
         return base + static_cast<std::size_t>(g / kRun) * plane + static_cast<std::size_t>(i) * kStride +
                Ch * (g % kRun);
     };
     auto get = [&](int g, int i) {
-        unsigned char* xi = slot(s.x.data(), g, i);
+        T* xi = slot(s.x.data(), g, i);
         if constexpr (Ch == 3) {
             const tagRGBA& p = in(q0 + std::min(g, used - 1), i);
             xi[0] = p.r;
@@ -181,7 +198,7 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
         }
     };
     auto put = [&](int g, int i) {
-        const unsigned char* o = slot(s.out.data(), g, i);
+        const T* o = slot(s.out.data(), g, i);
         if constexpr (Ch == 3) {
             tagRGBA& p = outp(q0 + g, i);
             p.r = o[0];
@@ -193,7 +210,7 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
     };
     // Across, a whole run of lines is one stretch of a row: copied as such.
     auto get_run = [&](int g, int i) {
-        unsigned char* xi = slot(s.x.data(), g, i);
+        T* xi = slot(s.x.data(), g, i);
         if constexpr (Ch == 3) {
             const tagRGBA* p = &in(q0 + g, i);
             for (int l = 0; l < kRun; ++l) {
@@ -202,11 +219,11 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
                 xi[3 * l + 2] = p[l].b;
             }
         } else {
-            std::memcpy(xi, &in(q0 + g, i), kRun);
+            std::memcpy(xi, &in(q0 + g, i), kRun * sizeof(T));
         }
     };
     auto put_run = [&](int g, int i) {
-        const unsigned char* o = slot(s.out.data(), g, i);
+        const T* o = slot(s.out.data(), g, i);
         if constexpr (Ch == 3) {
             tagRGBA* p = &outp(q0 + g, i);
             for (int l = 0; l < kRun; ++l) {
@@ -215,7 +232,7 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
                 p[l].b = o[3 * l + 2];
             }
         } else {
-            std::memcpy(&outp(q0 + g, i), o, kRun);
+            std::memcpy(&outp(q0 + g, i), o, kRun * sizeof(T));
         }
     };
     const int whole = used / kRun * kRun;  // lines in whole runs
@@ -237,11 +254,14 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
     move(
         lanes, [&](int i) { return &in(q0, i); }, get, get_run);
     const int groups = lanes / kRun;
-    const auto lanes2 = kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2));
+    // Two groups at once for bytes (the 16-bit lines have only the one-group kernels).
+    const auto lanes2 =
+        std::is_same_v<T, unsigned char> ? kivcore::pick_avx2(KIV_AVX2_KERNEL(iir_lanes2_avx2)) : nullptr;
     for (int g = 0; g < groups; ++g) {
         if (g + 1 < groups && lanes2) {
-            lanes2(c, n, s.x.data() + static_cast<std::size_t>(g) * plane, static_cast<long long>(plane), s.yp.data(),
-                   s.out.data() + static_cast<std::size_t>(g) * plane);
+            lanes2(c, n, reinterpret_cast<const unsigned char*>(s.x.data() + static_cast<std::size_t>(g) * plane),
+                   static_cast<long long>(plane), s.yp.data(),
+                   reinterpret_cast<unsigned char*>(s.out.data() + static_cast<std::size_t>(g) * plane));
             ++g;
             continue;
         }
@@ -252,19 +272,20 @@ void iir_sweep(const IirCoef& c, int n, int q0, int end, Scratch& s, In in, Out 
 }
 
 // Runs `lines` lines in batches, parallel within a batch, and reports each finished batch.
-template <bool Across, int Ch, class In, class Out>
+template <bool Across, int Ch, class T = unsigned char, class In, class Out>
 void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* progress) {
     constexpr int kSpan = lines_per_run<Ch>() * kSweep;
-    ScratchPool<Scratch> pool;
+    ScratchPool<Scratch<T>> pool;
     for (int b0 = 0; b0 < lines; b0 += kProgressBatch) {
         const int b1 = std::min(lines, b0 + kProgressBatch);
+        const kivcore::Part part(static_cast<double>(b0) / lines, static_cast<double>(b1) / lines);
         const int sweeps = (b1 - b0 + kSpan - 1) / kSpan;
         kivcore::parallel_chunks(0, sweeps, [&](int gb, int ge) {
-            std::unique_ptr<Scratch> s = pool.take([&] { return std::make_unique<Scratch>(n); });
+            std::unique_ptr<Scratch<T>> s = pool.take([&] { return std::make_unique<Scratch<T>>(n); });
             for (int g = gb; g < ge; ++g) {
                 const int q0 = b0 + g * kSpan;
                 // A sweep may not reach past this batch's last line.
-                iir_sweep<Across, Ch>(c, n, q0, std::min(b1, q0 + kSpan), *s, in, out);
+                iir_sweep<Across, Ch, T>(c, n, q0, std::min(b1, q0 + kSpan), *s, in, out);
             }
             pool.give(std::move(s));
         });
@@ -282,11 +303,13 @@ bool iir_blur_block(const tagRGBA* src, std::ptrdiff_t src_stride, tagRGBA* dst,
     if (!cy.ok || !cx.ok) return false;
     // Columns of src into dst, then rows of dst in place. A sweep reads all of its lines
     // before it writes them and sweeps own disjoint lines, so dst may be src itself.
+    kivcore::Stages stages({1, 1});
     iir_pass<true, 3>(
         cy, h, w,
         [&](int q, int i) -> const tagRGBA& { return src[static_cast<std::ptrdiff_t>(i) * src_stride + q]; },
         [&](int q, int i) -> tagRGBA& { return dst[static_cast<std::ptrdiff_t>(i) * dst_stride + q]; },
         progress);
+    stages.next();
     iir_pass<false, 3>(
         cx, w, h,
         [&](int q, int i) -> const tagRGBA& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
@@ -301,11 +324,13 @@ bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigne
     const IirCoef cy = iir_coefficients(sy);
     const IirCoef cx = sx == sy ? cy : iir_coefficients(sx);
     if (!cy.ok || !cx.ok) return false;
+    kivcore::Stages stages({1, 1});
     iir_pass<true, 1>(
         cy, h, w,
         [&](int q, int i) -> const unsigned char& { return src[static_cast<std::ptrdiff_t>(i) * src_stride + q]; },
         [&](int q, int i) -> unsigned char& { return dst[static_cast<std::ptrdiff_t>(i) * dst_stride + q]; },
         progress);
+    stages.next();
     iir_pass<false, 1>(
         cx, w, h,
         [&](int q, int i) -> const unsigned char& { return dst[static_cast<std::ptrdiff_t>(q) * dst_stride + i]; },
@@ -314,17 +339,36 @@ bool iir_blur_plane(const unsigned char* src, std::ptrdiff_t src_stride, unsigne
     return true;
 }
 
+bool iir_blur_plane16(std::uint16_t* p, std::ptrdiff_t stride, int w, int h, double sx, double sy) {
+    if (w < 1 || h < 1 || !(sx > 0.0) || !(sy > 0.0)) return false;
+    const IirCoef cy = iir_coefficients(sy);
+    const IirCoef cx = sx == sy ? cy : iir_coefficients(sx);
+    if (!cy.ok || !cx.ok) return false;
+    auto at = [&](std::ptrdiff_t row, std::ptrdiff_t col) -> std::uint16_t& { return p[row * stride + col]; };
+    kivcore::Stages stages({1, 1});
+    iir_pass<true, 1, std::uint16_t>(
+        cy, h, w, [&](int q, int i) -> const std::uint16_t& { return at(i, q); },
+        [&](int q, int i) -> std::uint16_t& { return at(i, q); }, nullptr);
+    stages.next();
+    iir_pass<false, 1, std::uint16_t>(
+        cx, w, h, [&](int q, int i) -> const std::uint16_t& { return at(q, i); },
+        [&](int q, int i) -> std::uint16_t& { return at(q, i); }, nullptr);
+    return true;
+}
+
 }  // namespace kivfilter
 
 int kiv::blur_gauss_iir(tagRECT* rect, double sx, double sy) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a)) return 0;
-    if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
-    raise_depth_24(*this);
-    LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
-    tagRGBA* base = row_ptr(*this, a.top) + a.left;
-    iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
-    progress.term();
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a)) return 0;
+        if (!iir_sigma_ok(sx) || !iir_sigma_ok(sy)) return 0;
+        raise_depth_24(*this);
+        LineProgress progress(this, static_cast<long long>(a.w()) + a.h());
+        tagRGBA* base = row_ptr(*this, a.top) + a.left;
+        iir_blur_block(base, m_width, base, m_width, a.w(), a.h(), sx, sy, &progress);
+        progress.term();
+        return 1;
+    });
 }

@@ -4,6 +4,8 @@
 #ifndef KIV_FILTER_GAUSS_IIR_SIMD_H
 #define KIV_FILTER_GAUSS_IIR_SIMD_H
 
+#include <cstdint>
+
 #include "core/simd.h"
 
 namespace kivfilter {
@@ -29,6 +31,10 @@ void iir_lanes_avx2(const IirCoef& c, int n, const unsigned char* x, double* yp,
 // Two such groups at once, the second's bytes and outputs `plane` bytes after the first's
 // and its yp n * 12 doubles after; the same results as two calls of iir_lanes_avx2.
 void iir_lanes2_avx2(const IirCoef& c, int n, const unsigned char* x, long long plane, double* yp, unsigned char* out);
+// The same on 16-bit elements at a 16-element stride (the weighted blurs' planes), each
+// output clamped to 0 .. 65535 and rounded.
+void iir_lanes16_sse2(const IirCoef& c, int n, const std::uint16_t* x, double* yp, std::uint16_t* out);
+void iir_lanes16_avx2(const IirCoef& c, int n, const std::uint16_t* x, double* yp, std::uint16_t* out);
 
 namespace {
 
@@ -55,14 +61,15 @@ KIV_SIMD_INLINE void add_past(typename S::D* acc, int i, const double* b, const 
     }
 }
 
-// G groups of twelve lanes at a 16-byte stride, group g's bytes and outputs plane * g bytes
-// on and its yp n * 12 * g doubles on. Io::load widens a position's twelve bytes to R
-// vectors of doubles and Io::store narrows R clamped vectors back to bytes. Each step's
+// G groups of twelve lanes at a 16-element stride, group g's elements and outputs plane * g
+// elements on and its yp n * 12 * g doubles on. Io::load widens a position's twelve
+// elements (Io::T) to R vectors of doubles and Io::store narrows R vectors clamped to
+// 0 .. Io::kTop back. Each step's
 // result waits on the step before through a chain of five dependent operations; groups
 // filtered side by side fill those waits with independent work. Past inputs and outputs are
 // kept in four-slot rings, slot i & 3 for position i.
 template <class S, class Io, int G>
-void iir_groups(const IirCoef& c, int n, const unsigned char* x, long long plane, double* yp, unsigned char* out) {
+void iir_groups(const IirCoef& c, int n, const typename Io::T* x, long long plane, double* yp, typename Io::T* out) {
     using D = typename S::D;
     constexpr int kLanes = 12, R = kLanes / S::kDoubles, RG = R * G;
     constexpr long long kStride = 16;
@@ -86,7 +93,7 @@ void iir_groups(const IirCoef& c, int n, const unsigned char* x, long long plane
             S::store_pd(yp + (t / R) * yplane + static_cast<long long>(i) * kLanes + S::kDoubles * (t % R), acc[t]);
         }
     }
-    const D zero = S::zero_pd(), top = S::set_pd(255.0);
+    const D zero = S::zero_pd(), top = S::set_pd(Io::kTop);
     for (int i = 0; i < n; ++i) {
         const int j = n - 1 - i;
         D xj[RG], acc[RG];

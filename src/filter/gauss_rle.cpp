@@ -4,21 +4,22 @@
 // sum of tap times clamped sample, whatever the evaluation order.  That lets the lines be
 // computed as plain vectorised convolutions (int_conv.h), in parallel, instead of one run at
 // a time.
-#include <cmath>
 #include "filter/gauss_rle.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "core/kmath.h"
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/int_conv.h"
-#include "core/kmath.h"
 
 namespace kivfilter {
 
@@ -164,6 +165,7 @@ public:
             for (int x0 = 0; x0 < w_; x0 += kRleStrip) columns(y0, y1, x0, std::min(kRleStrip, w_ - x0), *sc);
             for (int j = y0; j < y1; ++j) row(sc->band.data() + static_cast<std::size_t>(j - y0) * w_, out(j), *sc);
             done(y1 - y0);
+            kivcore::poll(y1 - lo, hi - lo);
         }
         pool_.give(std::move(sc));
     }
@@ -335,39 +337,47 @@ private:
 }  // namespace kivfilter
 
 int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a)) return 0;
-    RleKernel k;
-    if (!rle_kernel(sigma, &k)) return 0;
-    raise_depth_24(*this);
-    const int w = a.w(), h = a.h();
-    RlePlan plan(this, a, k, planes & 15u);
-    // Progress counts the lines of both passes (w + h) and reports them in proportion to the
-    // rows finished, from the calling thread only.
-    LineProgress progress(this, static_cast<long long>(w) + h);
-    const std::thread::id caller = std::this_thread::get_id();
-    std::atomic<long long> rows{0};
-    long long reported = 0;
-    auto report = [&] {
-        const long long now = (static_cast<long long>(w) + h) * rows.load() / h;
-        progress.done(now - reported);
-        reported = now;
-    };
-    auto done = [&](int n) {
-        rows += n;
-        if (std::this_thread::get_id() == caller) report();
-    };
-    auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
-    run_in_segments(h, w, k.h, [&](int lo, int hi, tagRGBA* buf) {
-        if (buf)
-            plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); }, done);
-        else
-            plan.run(lo, hi, image_row, done);
-    }, image_row);
-    report();
-    progress.term();
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a)) return 0;
+        RleKernel k;
+        if (!rle_kernel(sigma, &k)) return 0;
+        raise_depth_24(*this);
+        const int w = a.w(), h = a.h();
+        RlePlan plan(this, a, k, planes & 15u);
+        // Progress counts the lines of both passes (w + h) and reports them in proportion to the
+        // rows finished, from the calling thread only.
+        LineProgress progress(this, static_cast<long long>(w) + h);
+        const std::thread::id caller = std::this_thread::get_id();
+        std::atomic<long long> rows{0};
+        long long reported = 0;
+        auto report = [&] {
+            const long long now = (static_cast<long long>(w) + h) * rows.load() / h;
+            progress.done(now - reported);
+            reported = now;
+        };
+        auto done = [&](int n) {
+            rows += n;
+            if (std::this_thread::get_id() == caller) report();
+        };
+        auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
+        run_in_segments(
+            h, w, k.h,
+            [&](int lo, int hi, tagRGBA* buf) {
+                if (buf)
+                    plan.run(
+                        lo, hi,
+                        [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); },
+                        done);
+                else
+                    plan.run(lo, hi, image_row, done);
+            },
+            image_row);
+        report();
+        progress.term();
+        return 1;
+    });
 }
 
 int kiv::blur_gauss_rle(tagRECT* rect, double sigma) { return blur_gauss_rle_plane(rect, sigma, 7); }

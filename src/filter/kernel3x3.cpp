@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/kernel3x3_simd.h"
 
@@ -168,29 +169,62 @@ bool kivfilter::weighted_3x3(kiv* img, const Area& a, const Weighted3x3& k) {
 }
 
 int kiv::filter_3x3(tagRECT* rect, unsigned mode) {
-    using namespace kivfilter;
-    Area a;
-    if (!clip_rect(*this, rect, &a)) return 0;
-    set_depth_24(this);  // also for a refused mode
-    switch (mode) {
-        case 0: run_mode<0>(this, a); break;
-        case 1: run_mode<1>(this, a); break;
-        case 3: run_mode<3>(this, a); break;
-        case 4: run_mode<4>(this, a); break;
-        case 5: run_mode<5>(this, a); break;
-        case 6: run_mode<6>(this, a); break;
-        case 7: run_mode<7>(this, a); break;
-        case 8: run_mode<8>(this, a); break;
-        case 9: run_mode<9>(this, a); break;
-        case 10: run_mode<10>(this, a); break;
-        case 11: run_mode<11>(this, a); break;
-        case 12: run_mode<12>(this, a); break;
-        case 13: run_mode<13>(this, a); break;
-        case 14: run_mode<14>(this, a); break;
-        case 15: run_mode<15>(this, a); break;
-        default: return 0;
-    }
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        using namespace kivfilter;
+        Area a;
+        if (!clip_rect(*this, rect, &a)) return 0;
+        set_depth_24(this);  // also for a refused mode
+        switch (mode) {
+            case 0:
+                run_mode<0>(this, a);
+                break;
+            case 1:
+                run_mode<1>(this, a);
+                break;
+            case 3:
+                run_mode<3>(this, a);
+                break;
+            case 4:
+                run_mode<4>(this, a);
+                break;
+            case 5:
+                run_mode<5>(this, a);
+                break;
+            case 6:
+                run_mode<6>(this, a);
+                break;
+            case 7:
+                run_mode<7>(this, a);
+                break;
+            case 8:
+                run_mode<8>(this, a);
+                break;
+            case 9:
+                run_mode<9>(this, a);
+                break;
+            case 10:
+                run_mode<10>(this, a);
+                break;
+            case 11:
+                run_mode<11>(this, a);
+                break;
+            case 12:
+                run_mode<12>(this, a);
+                break;
+            case 13:
+                run_mode<13>(this, a);
+                break;
+            case 14:
+                run_mode<14>(this, a);
+                break;
+            case 15:
+                run_mode<15>(this, a);
+                break;
+            default:
+                return 0;
+        }
+        return 1;
+    });
 }
 
 int kiv::filter_custom3x3(tagRECT* rect, int* kernel, int divisor) {

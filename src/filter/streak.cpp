@@ -6,6 +6,7 @@
 
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "core/watch.h"
 #include "filter/filter.h"
 #include "filter/streak_simd.h"
 
@@ -53,7 +54,7 @@ void per_wind_line(kiv* img, const Area& a, int direction, LineFn line_fn) {
 template <class Body>
 void for_strips(int w, int group, Body body) {
     const int groups = (w + group - 1) / group;
-    const int strips = std::max(1, std::min(groups, kivcore::parallel_threads()));
+    const int strips = kivcore::watched_pieces(std::max(1, std::min(groups, kivcore::parallel_threads())), groups);
     kivcore::parallel_for(0, strips, [&](int k) {
         body(static_cast<int>(static_cast<long long>(groups) * k / strips),
              static_cast<int>(static_cast<long long>(groups) * (k + 1) / strips));
@@ -148,41 +149,45 @@ int streak(kiv* img, tagRECT* rect, int direction, int strength, Line line, Colu
 }  // namespace
 
 int kiv::sblur_wind(tagRECT* rect, int direction, int strength) {
-    return streak(
-        this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(wind_line_sse2)),
-        KIV_SSE2_KERNEL(wind_columns_sse2), wind_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
-            // The trail of the brightest recent pixel fades linearly over the streak length.
-            const int fade = std::max(1, 255 / streak_length(line, strength));
-            int tr = 0, tg = 0, tb = 0;
-            for (int k = 0; k < n; ++k) {
-                tr = std::max<int>(in[k].r, tr - fade);
-                tg = std::max<int>(in[k].g, tg - fade);
-                tb = std::max<int>(in[k].b, tb - fade);
-                out[k] = tagRGBA{static_cast<BYTE>(tr), static_cast<BYTE>(tg), static_cast<BYTE>(tb), in[k].a};
-            }
-        });
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        return streak(
+            this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(wind_line_sse2)),
+            KIV_SSE2_KERNEL(wind_columns_sse2), wind_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
+                // The trail of the brightest recent pixel fades linearly over the streak length.
+                const int fade = std::max(1, 255 / streak_length(line, strength));
+                int tr = 0, tg = 0, tb = 0;
+                for (int k = 0; k < n; ++k) {
+                    tr = std::max<int>(in[k].r, tr - fade);
+                    tg = std::max<int>(in[k].g, tg - fade);
+                    tb = std::max<int>(in[k].b, tb - fade);
+                    out[k] = tagRGBA{static_cast<BYTE>(tr), static_cast<BYTE>(tg), static_cast<BYTE>(tb), in[k].a};
+                }
+            });
+    });
 }
 
 int kiv::sblur_blast(tagRECT* rect, int direction, int strength) {
-    return streak(this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2)),
-                  KIV_SSE2_KERNEL(blast_columns_sse2), blast_vector,
-                  [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
-                      // Running mean over the last `len` pixels upwind (fewer at the line's start).
-                      const int len = streak_length(line, strength);
-                      int sr = 0, sg = 0, sb = 0;
-                      for (int k = 0; k < n; ++k) {
-                          sr += in[k].r;
-                          sg += in[k].g;
-                          sb += in[k].b;
-                          if (k >= len) {
-                              sr -= in[k - len].r;
-                              sg -= in[k - len].g;
-                              sb -= in[k - len].b;
-                          }
-                          const int cnt = std::min(k + 1, len);
-                          out[k] = tagRGBA{static_cast<BYTE>(std::max<int>(in[k].r, (sr + cnt / 2) / cnt)),
-                                           static_cast<BYTE>(std::max<int>(in[k].g, (sg + cnt / 2) / cnt)),
-                                           static_cast<BYTE>(std::max<int>(in[k].b, (sb + cnt / 2) / cnt)), in[k].a};
-                      }
-                  });
+    return kivcore::watched(*this, kivcore::Keep::kCopy, [&]() -> int {
+        return streak(
+            this, rect, direction, strength, kivcore::pick_sse2(KIV_SSE2_KERNEL(blast_line_sse2)),
+            KIV_SSE2_KERNEL(blast_columns_sse2), blast_vector, [&](const tagRGBA* in, tagRGBA* out, int n, int line) {
+                // Running mean over the last `len` pixels upwind (fewer at the line's start).
+                const int len = streak_length(line, strength);
+                int sr = 0, sg = 0, sb = 0;
+                for (int k = 0; k < n; ++k) {
+                    sr += in[k].r;
+                    sg += in[k].g;
+                    sb += in[k].b;
+                    if (k >= len) {
+                        sr -= in[k - len].r;
+                        sg -= in[k - len].g;
+                        sb -= in[k - len].b;
+                    }
+                    const int cnt = std::min(k + 1, len);
+                    out[k] = tagRGBA{static_cast<BYTE>(std::max<int>(in[k].r, (sr + cnt / 2) / cnt)),
+                                     static_cast<BYTE>(std::max<int>(in[k].g, (sg + cnt / 2) / cnt)),
+                                     static_cast<BYTE>(std::max<int>(in[k].b, (sb + cnt / 2) / cnt)), in[k].a};
+                }
+            });
+    });
 }

@@ -8,6 +8,7 @@
 #include "core/checked.h"
 #include "core/simd.h"
 #include "core/toolkit.h"
+#include "core/wide_pixels.h"
 #include "kiv.h"
 
 namespace kivgeom {
@@ -18,6 +19,9 @@ using kivcore::row_ptr;
 // mapped-file store when mapped). src is only read. False, dst empty, when the method has
 // no filter, a size is below 1 or too large, or memory runs out.
 bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst);
+// The same on all four bytes taken through f (core/wide_pixels.h), with 16-bit intermediates:
+// dst is made w x h at 32 bits when f carries alpha out, else 24.
+bool resample_wide(kiv& src, int w, int h, int method, const kivcore::WideFormat& f, kiv& dst);
 
 // dst gets src's colour map: its colors entries and, with count, the count itself (callers
 // decide for which depths). Without count, dst keeps the count its create gave it unless

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "geometry/geometry.h"
 
 namespace {
@@ -96,17 +97,21 @@ int kiv::tile(tagRECT* rect, int nx, int ny) {
 }
 
 int kiv::tile_divide(tagRECT* rect, int n) {
-    if (n < 2) return 0;
-    try {
-        kiv part, tiled;
-        if (!crop_copy(*this, rect, part)) return 0;
-        part.m_bits = 24;
-        // Mitchell filter, heap result; a side shorter than n leaves nothing to repeat.
-        if (!part.zoom(part.m_width / n, part.m_height / n, 10, 0)) return 0;
-        if (!repeat_into(part, n, n, tiled)) return 0;
-        movefrom(&tiled);
-        return 1;
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&]() -> int {
+        if (n < 2) return 0;
+        try {
+            kiv part, tiled;
+            if (!crop_copy(*this, rect, part)) return 0;
+            part.m_bits = 24;
+            kivcore::Stages stages({4, 1});
+            // Mitchell filter, heap result; a side shorter than n leaves nothing to repeat.
+            if (!part.zoom(part.m_width / n, part.m_height / n, 10, 0)) return 0;
+            stages.next();
+            if (!repeat_into(part, n, n, tiled)) return 0;
+            movefrom(&tiled);
+            return 1;
+        } catch (const std::bad_alloc&) {
+            return 0;
+        }
+    });
 }

@@ -18,6 +18,7 @@
 
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "geometry/geometry.h"
 #include "geometry/resample_filters.h"
 
@@ -113,18 +114,44 @@ bool build_contributions(Contributions& c, int n_out, int n_src, double scale, c
     return true;
 }
 
-}  // namespace
-
-bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
-    dst.destroy();
+// Both passes' lists for src to w x h; false when the method has no filter, a size is out
+// of range or the lists cannot be built.
+bool both_lists(kiv& src, int w, int h, int method, Contributions& cx, Contributions& cy) {
     const ResampleFilter* f = resample_filter(method);
     if (!f || !src.m_pixels || src.m_width < 1 || src.m_height < 1) return false;
     if (kivcore::checked_packets(w, h) < 0) return false;
     const int W = src.m_width, H = src.m_height;
+    const double xscale = static_cast<double>(w) / W, yscale = static_cast<double>(h) / H;
+    return build_contributions(cx, w, W, xscale, *f) && build_contributions(cy, h, H, yscale, *f);
+}
+
+// The parts of a watched call's progress: the lists, then each pass by its products (output
+// pixels times taps, the taps estimated from the filter's support).
+struct Shares {
+    double lists, first, second;
+};
+Shares shares(const kiv& src, int w, int h, int method) {
+    const ResampleFilter* f = resample_filter(method);
+    const double S = f ? f->support : 1.0, W = src.m_width, H = src.m_height;
+    const double tx = 2 * S * std::max(1.0, W / w) + 1, ty = 2 * S * std::max(1.0, H / h) + 1;
+    const double vfirst = W * h * ty + static_cast<double>(w) * h * tx,
+                 hfirst = w * H * tx + static_cast<double>(w) * h * ty;
+    const bool vertical_first = h < H;
+    const double first = vertical_first ? W * h * ty : w * H * tx;
+    return Shares{0.02 * (vertical_first ? vfirst : hfirst), first, (vertical_first ? vfirst : hfirst) - first};
+}
+
+}  // namespace
+
+bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
+    dst.destroy();
+    const int W = src.m_width, H = src.m_height;
     try {
-        const double xscale = static_cast<double>(w) / W, yscale = static_cast<double>(h) / H;
+        const Shares sh = shares(src, w, h, method);
+        kivcore::Stages stages({sh.lists, sh.first, sh.second});
         Contributions cx, cy;
-        if (!build_contributions(cx, w, W, xscale, *f) || !build_contributions(cy, h, H, yscale, *f)) return false;
+        if (!both_lists(src, w, h, method, cx, cy)) return false;
+        stages.next();
         // Shrinking vertically goes first, so the intermediate is the smaller of the two.
         const bool vertical_first = h < H;
         // Both passes write every byte of every pixel (alpha 0), so neither block need come
@@ -136,10 +163,43 @@ bool resample(kiv& src, int w, int h, int method, bool mapped, kiv& dst) {
         else
             hpass(src, mid, cx);
         if (!(mapped ? dst.create_width_mapfile(w, h, 24) : kivcore::create_overwritten(&dst, w, h, 24))) return false;
+        stages.next();
         if (vertical_first)
             hpass(mid, dst, cx);
         else
             vpass(mid, dst, cy);
+        return true;
+    } catch (const std::bad_alloc&) {
+        dst.destroy();
+        return false;
+    }
+}
+
+bool resample_wide(kiv& src, int w, int h, int method, const kivcore::WideFormat& f, kiv& dst) {
+    dst.destroy();
+    const int W = src.m_width, H = src.m_height;
+    try {
+        const Shares sh = shares(src, w, h, method);
+        kivcore::Stages stages({sh.lists, sh.first, sh.second});
+        Contributions cx, cy;
+        if (!both_lists(src, w, h, method, cx, cy)) return false;
+        stages.next();
+        const bool vertical_first = h < H;
+        const int mw = vertical_first ? W : w, mh = vertical_first ? h : H;
+        // Four words a pixel, each written before it is read.
+        const kivcore::UnzeroedBlock mid(static_cast<std::size_t>(mw) * static_cast<std::size_t>(mh) * 8);
+        const WideImage in{src.m_pixels, nullptr, W, H}, between{nullptr, mid.as<std::uint16_t>(), mw, mh};
+        if (vertical_first)
+            vpass_wide(in, between, cy, f);
+        else
+            hpass_wide(in, between, cx, f);
+        if (!kivcore::create_overwritten(&dst, w, h, f.alpha_out ? 32 : 24)) return false;
+        const WideImage out{dst.m_pixels, nullptr, w, h};
+        stages.next();
+        if (vertical_first)
+            hpass_wide(between, out, cx, f);
+        else
+            vpass_wide(between, out, cy, f);
         return true;
     } catch (const std::bad_alloc&) {
         dst.destroy();
@@ -155,8 +215,32 @@ int kiv::zoom(int w, int h, int method, int mapped) {
     const bool shrink_both = w < m_width && h < m_height;
     kiv result;
     // The result is true colour; a palettized image's map goes with the old buffer.
-    if (!kivgeom::resample(*this, w, h, method, mapped != 0, result)) return 0;
-    movefrom(&result);
-    if (shrink_both) sharpen(nullptr);
-    return 1;
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&] {
+        kivcore::Stages stages({8, 1});
+        if (!kivgeom::resample(*this, w, h, method, mapped != 0, result)) return 0;
+        stages.next();
+        // Sharpened before it is taken over, so a cancel leaves this image untouched.
+        if (shrink_both) result.sharpen(nullptr);
+        movefrom(&result);
+        return 1;
+    });
+}
+
+int kiv::zoom_rgba(int w, int h, int method, int flags) {
+    if (!m_pixels || w < 1 || h < 1 || (w == m_width && h == m_height)) return 0;
+    if (static_cast<unsigned>(method) >= static_cast<unsigned>(kivgeom::kResampleMethods)) return 0;
+    if ((flags & ~kivcore::kWideFlags) || ((flags & KIV_FILTER_ALPHA) && m_bits < 24)) return 0;
+    kiv result;
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&] {
+        const kivcore::WideFormat f = kivcore::WideFormat::of(flags, (flags & KIV_FILTER_ALPHA) != 0);
+        // Weighting by an alpha of 255 changes nothing: the plain passes then give the bytes.
+        if (!(flags & KIV_FILTER_LINEAR) && (!f.alpha || kivcore::opaque(*this))) {
+            if (!kivgeom::resample(*this, w, h, method, false, result)) return 0;
+            if (f.alpha) kivcore::set_alpha(result, 255, 32);
+        } else if (!kivgeom::resample_wide(*this, w, h, method, f, result)) {
+            return 0;
+        }
+        movefrom(&result);
+        return 1;
+    });
 }

@@ -4,8 +4,10 @@
 #define KIV_GEOMETRY_RESAMPLE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
+#include "core/wide_pixels.h"
 #include "kiv.h"
 
 namespace kivgeom {
@@ -31,6 +33,17 @@ struct Contributions {
 // rows of src) from the lists; every byte of every pixel is written (alpha 0).
 void hpass(kiv& src, kiv& dst, const Contributions& c);
 void vpass(kiv& src, kiv& dst, const Contributions& c);
+
+// One end of a weighted pass (zoom_rgba): an image's RGBA pixels (read through WideFormat's
+// load, written through its store), or 16-bit intermediates of four words a pixel.
+struct WideImage {
+    tagRGBA* bytes;
+    std::uint16_t* words;
+    int width, height;
+};
+// The passes of hpass and vpass on four channels of floats, each with its scalar twin.
+void hpass_wide(const WideImage& src, const WideImage& dst, const Contributions& c, const kivcore::WideFormat& f);
+void vpass_wide(const WideImage& src, const WideImage& dst, const Contributions& c, const kivcore::WideFormat& f);
 
 }  // namespace kivgeom
 

@@ -6,6 +6,7 @@
 
 #include "core/parallel.h"
 #include "core/pixel_memory.h"
+#include "core/watch.h"
 #include "geometry/geometry.h"
 #include "geometry/zoom_direct_simd.h"
 
@@ -124,69 +125,75 @@ int resize_by_index(kiv& img, int w, int h, Col col, Row row) {
 }  // namespace
 
 int kiv::zoom_pixel(int w, int h) {
-    // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
-    // enlarging by 2 or more, so they are clamped to the last row.
-    const long long W = m_width, H = m_height;
-    return resize_by_index(
-        *this, w, h, [&](int x) { return clamp_index(W * x / w, m_width); },
-        [&](int y) { return clamp_index((H * y + h / 2) / h, m_height); });
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&]() -> int {
+        // Columns truncate; rows round to nearest like MulDiv, which reaches row H when
+        // enlarging by 2 or more, so they are clamped to the last row.
+        const long long W = m_width, H = m_height;
+        return resize_by_index(
+            *this, w, h, [&](int x) { return clamp_index(W * x / w, m_width); },
+            [&](int y) { return clamp_index((H * y + h / 2) / h, m_height); });
+    });
 }
 
 int kiv::zoom_near(int w, int h) {
-    return resize_by_index(
-        *this, w, h, [&](int x) { return nearest_at(x, m_width, w); },
-        [&](int y) { return nearest_at(y, m_height, h); });
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&]() -> int {
+        return resize_by_index(
+            *this, w, h, [&](int x) { return nearest_at(x, m_width, w); },
+            [&](int y) { return nearest_at(y, m_height, h); });
+    });
 }
 
 int kiv::zoom_linear(int w, int h) {
-    if (!valid_target(*this, w, h)) return 0;
-    try {
-        // Per axis, once per call: the two neighbours read and the fraction toward the second.
-        auto taps = [](int m, int n) {
-            std::vector<Tap> t(static_cast<std::size_t>(m));
-            for (int x = 0; x < m; ++x) {
-                Sample s = sample_at(x, n, m);
-                t[static_cast<std::size_t>(x)] = Tap{clamp_index(s.i, n), clamp_index(static_cast<long long>(s.i) + 1, n), s.frac};
-            }
-            return t;
-        };
-        const std::vector<Tap> tx = taps(w, m_width), ty = taps(h, m_height);
-        kiv result;
-        if (!result.create(w, h, 24)) return 0;
-        m_bits = 24;
-        const LinearKernels k{kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::linear_row_sse2)),
-                              KIV_SSE2_KERNEL(kivgeom::linear_mix_row_sse2),
-                              kivcore::pick(KIV_AVX2_KERNEL(kivgeom::linear_combine_avx2),
-                                            KIV_SSE2_KERNEL(kivgeom::linear_combine_sse2))};
-        kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
-            if (k.row) return linear_rows_vector(*this, result, tx.data(), ty.data(), y0, y1, k);
-            for (int y = y0; y < y1; ++y) {
-                const Tap& v = ty[static_cast<std::size_t>(y)];
-                const tagRGBA* r0 = row_ptr(*this, v.i0);
-                const tagRGBA* r1 = row_ptr(*this, v.i1);
-                const float fy = v.f, gy = 1.0f - v.f;
-                tagRGBA* d = row_ptr(result, y);
-                for (int x = 0; x < w; ++x) {
-                    const Tap& u = tx[static_cast<std::size_t>(x)];
-                    const float fx = u.f, gx = 1.0f - u.f;
-                    const BYTE* p00 = &r0[u.i0].r;
-                    const BYTE* p01 = &r0[u.i1].r;
-                    const BYTE* p10 = &r1[u.i0].r;
-                    const BYTE* p11 = &r1[u.i1].r;
-                    BYTE out[3];
-                    for (int c = 0; c < 3; ++c) {
-                        float s = (p10[c] * gx + p11[c] * fx) * fy + (p00[c] * gx + p01[c] * fx) * gy;
-                        out[c] = static_cast<BYTE>(std::min(s, 255.0f));  // a convex mix: never negative
-                    }
-                    d[x] = tagRGBA{out[0], out[1], out[2], 0};
+    return kivcore::watched(*this, kivcore::Keep::kAside, [&]() -> int {
+        if (!valid_target(*this, w, h)) return 0;
+        try {
+            // Per axis, once per call: the two neighbours read and the fraction toward the second.
+            auto taps = [](int m, int n) {
+                std::vector<Tap> t(static_cast<std::size_t>(m));
+                for (int x = 0; x < m; ++x) {
+                    Sample s = sample_at(x, n, m);
+                    t[static_cast<std::size_t>(x)] =
+                        Tap{clamp_index(s.i, n), clamp_index(static_cast<long long>(s.i) + 1, n), s.frac};
                 }
-            }
-        });
-        movefrom(&result);
-        return 1;
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+                return t;
+            };
+            const std::vector<Tap> tx = taps(w, m_width), ty = taps(h, m_height);
+            kiv result;
+            if (!result.create(w, h, 24)) return 0;
+            const LinearKernels k{kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::linear_row_sse2)),
+                                  KIV_SSE2_KERNEL(kivgeom::linear_mix_row_sse2),
+                                  kivcore::pick(KIV_AVX2_KERNEL(kivgeom::linear_combine_avx2),
+                                                KIV_SSE2_KERNEL(kivgeom::linear_combine_sse2))};
+            kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
+                if (k.row) return linear_rows_vector(*this, result, tx.data(), ty.data(), y0, y1, k);
+                for (int y = y0; y < y1; ++y) {
+                    const Tap& v = ty[static_cast<std::size_t>(y)];
+                    const tagRGBA* r0 = row_ptr(*this, v.i0);
+                    const tagRGBA* r1 = row_ptr(*this, v.i1);
+                    const float fy = v.f, gy = 1.0f - v.f;
+                    tagRGBA* d = row_ptr(result, y);
+                    for (int x = 0; x < w; ++x) {
+                        const Tap& u = tx[static_cast<std::size_t>(x)];
+                        const float fx = u.f, gx = 1.0f - u.f;
+                        const BYTE* p00 = &r0[u.i0].r;
+                        const BYTE* p01 = &r0[u.i1].r;
+                        const BYTE* p10 = &r1[u.i0].r;
+                        const BYTE* p11 = &r1[u.i1].r;
+                        BYTE out[3];
+                        for (int c = 0; c < 3; ++c) {
+                            float s = (p10[c] * gx + p11[c] * fx) * fy + (p00[c] * gx + p01[c] * fx) * gy;
+                            out[c] = static_cast<BYTE>(std::min(s, 255.0f));  // a convex mix: never negative
+                        }
+                        d[x] = tagRGBA{out[0], out[1], out[2], 0};
+                    }
+                }
+            });
+            movefrom(&result);
+            return 1;
+        } catch (const std::bad_alloc&) {
+            return 0;
+        }
+    });
 }
 
 int kiv::zoom_inframe(int w, int h) {

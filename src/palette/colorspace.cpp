@@ -1,11 +1,13 @@
 // Colour-space conversions: RGB to and from HSV, HLS, YCbCr, YIQ, CMY and CIE L*a*b*, each
 // held in bytes 0..2 of a pixel.  See kiv.h (KIV_CS_*) for the byte scaling of each space.
+#include "palette/colorspace.h"
+
 #include <algorithm>
 
 #include "core/color_models.h"
 #include "core/parallel.h"
+#include "core/watch.h"
 #include "kiv.h"
-#include "palette/colorspace.h"
 
 namespace kivpal {
 namespace {
@@ -317,5 +319,11 @@ int convert_rect(kiv* img, tagRECT* rect, int colorspace, bool forward) {
 
 }  // namespace
 
-int kiv::convert_colorspace(tagRECT* rect, int colorspace) { return convert_rect(this, rect, colorspace, true); }
-int kiv::convert_rgb(tagRECT* rect, int colorspace) { return convert_rect(this, rect, colorspace, false); }
+int kiv::convert_colorspace(tagRECT* rect, int colorspace) {
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return convert_rect(this, rect, colorspace, true); });
+}
+int kiv::convert_rgb(tagRECT* rect, int colorspace) {
+    return kivcore::watched(*this, kivcore::Keep::kCopy,
+                            [&]() -> int { return convert_rect(this, rect, colorspace, false); });
+}

@@ -6,6 +6,7 @@
 
 #include "core/parallel.h"
 #include "core/toolkit.h"
+#include "core/watch.h"
 #include "quantize/quantize.h"
 
 namespace kivquant {
@@ -134,6 +135,7 @@ struct Mapper {
     template <bool Filled>
     void nearest_rows(int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
+            kivcore::poll(y - y0, y1 - y0);
             tagRGBA* p = row(y);
             for (int x = 0; x < width; ++x) p[x] = out[look<Filled>(cell_of(p[x].r, p[x].g, p[x].b))];
         }
@@ -144,6 +146,7 @@ struct Mapper {
         const std::uint8_t* matrix = threshold_matrix();
         std::uint8_t thr[128];  // this row's thresholds, gathered from a matrix column
         for (int y = y0; y < y1; ++y) {
+            kivcore::poll(y - y0, y1 - y0);
             for (int k = 0; k < 128; ++k) thr[k] = matrix[k * 128 + (y & 127)];
             tagRGBA* p = row(y);
             for (int x = 0; x < width; ++x) {
@@ -176,6 +179,9 @@ struct Mapper {
         }
     }
 
+    // Pixels between two looks at a watched call's progress in the exact match's scan.
+    static constexpr long long kPollPixels = 1 << 16;
+
     // Exact match.  A pixel's index is the first entry of its colour; a pixel whose colour
     // is missing takes the previous pixel's index (0 at the start).  Segments run in
     // parallel; pixels before a segment's first match are settled afterwards from the
@@ -183,7 +189,8 @@ struct Mapper {
     void exact(bool parallel) {
         ExactTable table(pal);
         const long long n = static_cast<long long>(width) * height;
-        const int segs = parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1;
+        const int segs =
+            kivcore::watched_pieces(parallel ? std::min(height, kivcore::parallel_threads() * 8) : 1, height);
         std::vector<long long> first_hit(static_cast<std::size_t>(segs));
         std::vector<int> last_index(static_cast<std::size_t>(segs));
         auto seg_begin = [&](int s) { return static_cast<long long>(height) * s / segs * width; };
@@ -193,6 +200,7 @@ struct Mapper {
             int remembered_index = 0, current = -1;
             long long first = e;
             for (long long i = b; i < e; ++i) {
+                if ((i - b) % kPollPixels == 0) kivcore::poll(i - b, e - b);
                 const std::uint32_t key = rgb_key(px[i]);
                 if (key == remembered) {
                     current = remembered_index;
@@ -237,6 +245,7 @@ struct Mapper {
         int* cur = store.data();
         int* nxt = cur + span;
         for (int y = 0; y < height; ++y) {
+            kivcore::poll(y, height);  // serial: the watched call's only chance to report
             std::fill(nxt, nxt + span, 0);
             const int dir = (y & 1) ? -1 : 1, step = 3 * dir;
             tagRGBA* p = row(y);

@@ -66,6 +66,13 @@ static kiv_image* card(int bits, unsigned seed) {
     return img;
 }
 
+/* Answers the second report with "stop". */
+static int stop_second(void* user, int done, int total) {
+    int* calls = (int*)user;
+    (void)done, (void)total;
+    return ++*calls == 2;
+}
+
 static int same_image(kiv_image* a, kiv_image* b) {
     return kiv_width(a) == kiv_width(b) && kiv_height(a) == kiv_height(b) && kiv_bits(a) == kiv_bits(b) &&
            kiv_colors(a) == kiv_colors(b) && (kiv_pixels(a) == NULL) == (kiv_pixels(b) == NULL) &&
@@ -99,6 +106,18 @@ int main(void) {
     CHECK(kiv_zoom(a, 7, 5, 1, 0) == 0 && strstr(kiv_last_error(), "same size"), "a refusal the table cannot see", kiv_last_error());
     kiv_quantize(a, 9, 16, NULL);
     CHECK(same_image(a, img) && strstr(kiv_last_error(), "quantize: mode must be 0..4"), "void members report too", kiv_last_error());
+
+    /* A cancelled call fails with its reason and leaves the image as it was. */
+    b = kiv_image_copy(img);
+    n = 0;
+    kiv_setthreads(1);
+    kiv_set_progress(b, stop_second, &n);
+    CHECK(kiv_blur_gauss_rgba(b, NULL, 2.0, 2.0, 3) == 0 && n == 2 && same_image(b, img) &&
+              !strcmp(kiv_last_error(), "blur_gauss_rgba: cancelled"), "cancelled", kiv_last_error());
+    kiv_set_progress(b, NULL, NULL);
+    kiv_setthreads(0);
+    CHECK(kiv_blur_gauss_rgba(b, NULL, 2.0, 2.0, 3) == 1 && n == 2, "the callback is removed", kiv_last_error());
+    kiv_image_free(b);
 
     /* The generic call gives what the C function gives. */
     op = kiv_op_find("zoom");

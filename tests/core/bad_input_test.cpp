@@ -552,6 +552,18 @@ TEST(BadInput, ResamplingOrientationLayout) {
     for (int m : {-1, 14, 15, INT_MAX})
         v.push_back({"zoom method " + std::to_string(m), CALL(im.zoom(2, 2, m, 0)), kRefused, kRefused, kRefused});
     v.push_back({"zoom same size", CALL(im.zoom(1, 1, 0, 0)), kRefused, kRefused, kRefused});
+    // The weighted members: unknown flags, and alpha weighting of a palettized image (whose
+    // fourth byte is an index), are refused.
+    for (int f : {-1, 4, INT_MIN, INT_MAX}) {
+        v.push_back({"zoom_rgba flags " + std::to_string(f), CALL(im.zoom_rgba(2, 2, 11, f)), kRefused, kRefused, kRefused});
+        v.push_back({"rotate_any_rgba flags " + std::to_string(f), CALL(im.rotate_any_rgba(30, 1, f)), kRefused, kRefused, kRefused});
+    }
+    v.push_back({"zoom_rgba 0x0", CALL(im.zoom_rgba(0, 0, 11, 3)), kRefused, kRefused, kRefused});
+    v.push_back({"zoom_rgba too large", CALL(im.zoom_rgba(65536, 32768, 0, 3)), kRefused, kRefused, kRefused});
+    v.push_back({"zoom_rgba method 14", CALL(im.zoom_rgba(2, 2, 14, 1)), kRefused, kRefused, kRefused});
+    v.push_back({"zoom_rgba palettized alpha", CALL(im.zoom_rgba(3, 2, 11, 1)), kRefused, {1, Post::Valid}, kRefused});
+    v.push_back({"rotate_any_rgba NaN", CALL(im.rotate_any_rgba(kNaN, 1, 1)), kRefused, kRefused, kRefused});
+    v.push_back({"rotate_any_rgba palettized alpha", CALL(im.rotate_any_rgba(30, 1, 3)), kRefused, kDone, kRefused});
     for (int d : {INT_MIN, -1, 0, 7})
         v.push_back({"rotate " + std::to_string(d), VCALL(im.rotate(d)), kVoidKeep, kVoidValid, kVoidValid});
     struct Box {
@@ -730,6 +742,16 @@ TEST(BadInput, BlursKernelsSharpening) {
         v.push_back({"unsharp_mask radius" + n, CALL(im.unsharp_mask(nullptr, s, 100, 0)), kRefused, kRefused, kRefused});
         v.push_back({"unsharp_mask2 radius" + n, CALL(im.unsharp_mask2(nullptr, s, 100, 0)), kRefused, kRefused, kRefused});
     }
+    for (int f : {-1, 4, INT_MIN}) {
+        v.push_back({"blur_gauss_rgba flags " + std::to_string(f), CALL(im.blur_gauss_rgba(nullptr, 1, 1, f)), kRefused, kRefused, kRefused});
+        v.push_back({"unsharp_mask_rgba flags " + std::to_string(f), CALL(im.unsharp_mask_rgba(nullptr, 1, 100, 0, f)), kRefused,
+                     kRefused, kRefused});
+    }
+    v.push_back({"blur_gauss_rgba sigma NaN", CALL(im.blur_gauss_rgba(nullptr, kNaN, 1, 3)), kRefused, kRefused, kRefused});
+    v.push_back({"unsharp_mask_rgba amount", CALL(im.unsharp_mask_rgba(nullptr, 2, 1001, 0, 1)), kRefused, kRefused, kRefused});
+    v.push_back({"blur_gauss_rgba palettized alpha", CALL(im.blur_gauss_rgba(nullptr, 1, 1, 1)), kRefused, kDone, kRefused});
+    add_rect_cases(v, "blur_gauss_rgba", [](kiv& im, tagRECT* r) { return im.blur_gauss_rgba(r, 1e9, 1e-300, 2); });
+    add_rect_cases(v, "unsharp_mask_rgba", [](kiv& im, tagRECT* r) { return im.unsharp_mask_rgba(r, 1000, 1000, 0, 2); });
     v.push_back({"blur_gauss_rle 10001", CALL(im.blur_gauss_rle_plane(nullptr, 10000.5, 7)), kRefused, kRefused, kRefused});
     v.push_back({"blur_gauss_rle 1e9", CALL(im.blur_gauss_rle(nullptr, 1e9)), kRefused, kRefused, kRefused});
     v.push_back({"unsharp_mask radius 1e9", CALL(im.unsharp_mask(nullptr, 1e9, 100, 0)), kRefused, kRefused, kRefused});

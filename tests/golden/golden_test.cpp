@@ -315,6 +315,14 @@ std::vector<Case> cases() {
         });
         full("zoom" + m + "_mixed", [method](kiv& i) { return i.zoom(i.m_width * 2 + 1, i.m_height / 2 + 1, method, 0); });
     }
+    for (int flags = 1; flags <= 3; ++flags)
+        for (int method : {1, 10, 11}) {
+            const std::string m = std::to_string(method) + "f" + std::to_string(flags);
+            full("zoom_rgba" + m + "_down", [method, flags](kiv& i) {
+                return i.zoom_rgba(i.m_width > 2 ? i.m_width * 2 / 5 + 1 : 3, i.m_height > 2 ? i.m_height / 3 + 1 : 2, method, flags);
+            });
+            full("zoom_rgba" + m + "_up", [method, flags](kiv& i) { return i.zoom_rgba(i.m_width * 3 / 2 + 1, i.m_height * 5 / 3 + 2, method, flags); });
+        }
     full("zoom_pixel", [](kiv& i) { return i.zoom_pixel(i.m_width * 2 + 1, i.m_height / 2 + 1); });
     full("zoom_near", [](kiv& i) { return i.zoom_near(i.m_width / 3 + 1, i.m_height * 3 + 1); });
     full("zoom_linear", [](kiv& i) { return i.zoom_linear(i.m_width * 7 / 4 + 1, i.m_height * 2 / 3 + 1); });
@@ -333,6 +341,8 @@ std::vector<Case> cases() {
             std::ostringstream n;
             n << "rotate_any" << deg << "_" << method;
             full(n.str(), [deg, method](kiv& i) { return i.rotate_any(deg, RGB(9, 200, 70), method); });
+            for (int flags = 1; flags <= 3; ++flags)
+                full(n.str() + "_rgba" + std::to_string(flags), [deg, method, flags](kiv& i) { return i.rotate_any_rgba(deg, method, flags); });
         }
     }
 
@@ -432,6 +442,10 @@ std::vector<Case> cases() {
     both("sharpen2", [](kiv& i, tagRECT* r) { return i.sharpen2(r, 150); });
     both("unsharp_mask", [](kiv& i, tagRECT* r) { return i.unsharp_mask(r, 2.5, 120, 4); });
     both("unsharp_mask2", [](kiv& i, tagRECT* r) { return i.unsharp_mask2(r, 1.5, 200, 0); });
+    for (int flags = 1; flags <= 3; ++flags) {
+        both("blur_gauss_rgba" + std::to_string(flags), [flags](kiv& i, tagRECT* r) { return i.blur_gauss_rgba(r, 2.0, 1.5, flags); });
+        both("unsharp_mask_rgba" + std::to_string(flags), [flags](kiv& i, tagRECT* r) { return i.unsharp_mask_rgba(r, 2.5, 120, 4, flags); });
+    }
     both("enhance", [](kiv& i, tagRECT* r) { return i.enhance(r, 3, 60); });
     for (double angle : {0.0, 33.0, -120.5})
         both("mblur_linear" + std::to_string(static_cast<int>(angle)), [angle](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, 9); });

@@ -1,10 +1,14 @@
 // The kiv program end to end: formats in and out, pipelines, alpha, bad input and exit codes.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <thread>
 
 #include "cli.h"
 #include "codec.h"
@@ -256,8 +260,8 @@ TEST(Cli, IccProfileIsCarriedWhereBothFormatsHoldOne) {
     }
 }
 
-// Alpha goes through the operations that keep the alpha byte; one that defines it away gives
-// an opaque output and says so under -v; settoalpha makes it.
+// Alpha goes through the operations that keep the alpha byte (zoom weighting by it); one that
+// defines it away gives an opaque output and says so under -v; settoalpha makes it.
 TEST(Cli, AlphaKeptThroughOperationsAndDroppedWhereDefinedAway) {
     Scratch s;
     kiv rgba = kivtest::random_image(24, 16, 32, 9);
@@ -268,7 +272,8 @@ TEST(Cli, AlphaKeptThroughOperationsAndDroppedWhereDefinedAway) {
         const char* out;
         bool alpha;
     } cases[] = {{{"negative"}, "n.png", true}, {{"blur_gauss_iir", "1", "1"}, "b.tif", true}, {{"rotate", "1"}, "r.webp", true},
-                 {{"zoom", "30", "20", "11"}, "z.png", false}, {{"blur_simple", "2"}, "s.png", false},
+                 {{"zoom", "30", "20", "11"}, "z.png", true}, {{"zoom_linear", "30", "20"}, "l.png", false},
+                 {{"blur_simple", "2"}, "s.png", false},
                  {{"quantize", "0", "16"}, "q.png", false}};
     for (const Case& c : cases) {
         std::vector<std::string> args{s("a.png"), "-v", "--lossless"};
@@ -550,4 +555,52 @@ TEST(Cli, RectEdgesSaturateAtTheIntRange) {
         kivcli::run_pipeline(p, pic, err);
         EXPECT_EQ(pic.img.packets(), 15);
     }
+}
+
+// Transparent inputs are resampled and blurred with colour weighted by alpha (and keep their
+// alpha), --linear works in linear light, and each matches its library member.
+TEST(Cli, TransparencyAndLinearLightTakeTheWeightedMembers) {
+    Scratch s;
+    kiv src(64, 64, 32);
+    for (int i = 0; i < src.m_packets; ++i) {
+        const int x = i % 64 - 32, y = i / 64 - 32;
+        src.m_pixels[i] = x * x + y * y < 400 ? tagRGBA{255, 0, 0, 255} : tagRGBA{0, 255, 0, 0};
+    }
+    save(src, s("in.png"), Alpha::Pixels);
+    struct Case {
+        std::vector<std::string> op;
+        std::function<int(kiv&)> member;
+    } cases[] = {{{"zoom", "16", "16", "11"}, [](kiv& k) { return k.zoom_rgba(16, 16, 11, 1); }},
+                 {{"zoom", "20", "20", "10", "--linear"}, [](kiv& k) { return k.zoom_rgba(20, 20, 10, 3); }},
+                 {{"blur_gauss_iir", "3", "3"}, [](kiv& k) { return k.blur_gauss_rgba(nullptr, 3, 3, 1); }}};
+    for (const Case& c : cases) {
+        std::vector<std::string> args = {s("in.png")};
+        args.insert(args.end(), c.op.begin(), c.op.end());
+        args.insert(args.end(), {"-o", s("out.png")});
+        CliResult r = cli(args);
+        ASSERT_EQ(0, r.code) << r.err;
+        kiv want(src);
+        ASSERT_EQ(1, c.member(want));
+        Loaded got(s("out.png"));
+        EXPECT_EQ(Alpha::Pixels, got.alpha) << c.op[0];
+        EXPECT_TRUE(kivtest::images_equal(got.img, want)) << c.op[0];
+    }
+}
+
+// Ctrl-C during a long operation: exit code 130, no output file, no temporary left (the
+// scratch directory checks that).
+TEST(Cli, InterruptStopsWithoutWritingAnything) {
+    Scratch s;
+    kiv src;
+    kivcli::make_test_card(src, 1200, 900);
+    save(src, s("in.png"));
+    std::thread ctrl_c([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::raise(SIGINT);
+    });
+    CliResult r = cli({s("in.png"), "blur_gauss_sel", "60", "255", "blur_gauss_sel", "60", "255", "-o", s("out.png")});
+    ctrl_c.join();
+    EXPECT_EQ(130, r.code) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("interrupted"));
+    EXPECT_FALSE(fs::exists(s("out.png")));
 }

@@ -62,10 +62,11 @@ int run_batch(const Pipeline& p, std::ostream& out, std::ostream& err) {
     Progress progress(!p.opt.quiet && kivplat::is_terminal(stderr));
     progress.begin("batch");
     auto work = [&] {
-        for (std::size_t i; (i = next++) < files.size();) {
+        for (std::size_t i; !interrupted() && (i = next++) < files.size();) {
             std::ostringstream e;
             const int code = run_file(p, files[i], output_for(files[i], p.opt), e);
             std::lock_guard<std::mutex> lock(m);
+            if (code == kExitInterrupted) continue;
             // One line per failure, naming the file (reasons about the file name it already).
             std::string msg = e.str();
             if (code != kExitOk) {
@@ -86,6 +87,10 @@ int run_batch(const Pipeline& p, std::ostream& out, std::ostream& err) {
     work();
     for (std::thread& t : pool) t.join();
     progress.end();
+    if (interrupted()) {
+        err << "kiv: batch: interrupted after " << done << " of " << files.size() << " files\n";
+        return kExitInterrupted;
+    }
     if (failed || p.opt.verbose)
         err << "kiv: batch: " << files.size() - failed << " of " << files.size() << " files done" << (failed ? ", " + std::to_string(failed) + " failed" : "") << "\n";
     (void)out;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -33,7 +34,7 @@ int parse_option(const std::vector<std::string>& args, std::size_t* k, Pipeline*
     const std::string& a = args[*k];
     Options& o = p->opt;
     static const std::pair<const char*, bool Options::*> flags[] = {
-        {"-q", &Options::quiet}, {"-v", &Options::verbose}, {"--lossless", &Options::lossless}};
+        {"-q", &Options::quiet}, {"-v", &Options::verbose}, {"--lossless", &Options::lossless}, {"--linear", &Options::linear}};
     for (const auto& [name, member] : flags)
         if (a == name) {
             o.*member = true;
@@ -96,12 +97,52 @@ struct Notes {
     }
 };
 
+// Ctrl-C: the handler only raises the flag; the library's progress callback hands it on, so
+// the running operation stops and leaves the image as it was.
+volatile std::sig_atomic_t g_interrupted = 0;
+extern "C" void on_interrupt(int) { g_interrupted = 1; }
+
+// Installs the handler for one run and puts the previous one back.
+class InterruptHandler {
+public:
+    InterruptHandler() : previous_(std::signal(SIGINT, on_interrupt)) { g_interrupted = 0; }
+    ~InterruptHandler() { std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_); }
+    InterruptHandler(const InterruptHandler&) = delete;
+    InterruptHandler& operator=(const InterruptHandler&) = delete;
+
+private:
+    void (*previous_)(int);
+};
+
+// Whether any pixel carries transparency the weighted members should respect.
+bool has_transparency(const Picture& pic) {
+    const kiv& img = pic.img;
+    if (pic.alpha != Alpha::Pixels || img.m_bits != 32 || !img.m_pixels) return false;
+    for (int i = 0; i < img.m_packets; ++i)
+        if (img.m_pixels[i].a != 255) return true;
+    return false;
+}
+
+// The flags a weighted call runs with: the program's choice for the plain names, the
+// argument for the _rgba forms.
+int weighted_flags(const OpSpec& op, const OpCall& call) {
+    const bool rgba = op.name.size() > 5 && op.name.compare(op.name.size() - 5, 5, "_rgba") == 0;
+    return rgba ? static_cast<int>(call.args.back()) : call.flags;
+}
+
+// The resamplers keep (filtered) alpha when weighting by it; otherwise as the table says.
+AlphaEffect effect_of(const OpSpec& op, const OpCall& call) {
+    const bool resampler = op.name == "zoom" || op.name == "zoom_rgba";
+    return resampler && (weighted_flags(op, call) & KIV_FILTER_ALPHA) ? AlphaEffect::Keeps : op.alpha;
+}
+
 // After an operation: where the picture's alpha now lives.
-void follow_alpha(const OpSpec& op, Picture& pic, Alpha before, const std::vector<BYTE>& map_alpha_before, const Notes& note) {
+void follow_alpha(const OpSpec& op, AlphaEffect effect, Picture& pic, Alpha before, const std::vector<BYTE>& map_alpha_before,
+                  const Notes& note) {
     const kiv& img = pic.img;
     const bool palettized = img.m_bits <= 8 && img.m_map;
     Alpha now = before;
-    switch (op.alpha) {
+    switch (effect) {
         case AlphaEffect::Sets: now = Alpha::Pixels; break;
         case AlphaEffect::Drops: now = Alpha::None; break;
         case AlphaEffect::InMap: now = before == Alpha::Pixels && palettized ? Alpha::Map : Alpha::None; break;
@@ -115,12 +156,14 @@ void follow_alpha(const OpSpec& op, Picture& pic, Alpha before, const std::vecto
             break;
     }
     if (before != Alpha::None && now == Alpha::None)
-        note(op.name + (op.alpha == AlphaEffect::Drops ? " defines alpha away" : " leaves no alpha") + ": the output is opaque");
+        note(op.name + (effect == AlphaEffect::Drops ? " defines alpha away" : " leaves no alpha") + ": the output is opaque");
     if (before == Alpha::None && now == Alpha::Pixels) note(op.name + " makes alpha: the output keeps it");
     pic.alpha = now;
 }
 
 }  // namespace
+
+bool interrupted() { return g_interrupted != 0; }
 
 int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     if (args.empty() || args[0] == "-h" || args[0] == "--help") {
@@ -170,6 +213,7 @@ int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostrea
         code != kExitOk)
         return code;
     if (p.opt.threads >= 0) kiv::setthreads(p.opt.threads);
+    const InterruptHandler interrupts;
     if (batch) return run_batch(p, out, err);
     Progress progress(!p.opt.quiet && kivplat::is_terminal(stderr));
     return run_file(p, p.input, p.output, err, &progress);
@@ -258,6 +302,11 @@ int run_pipeline(const Pipeline& p, Picture& pic, std::ostream& err, Progress* p
         }
         OpCall call = s.call;
         call.rect = have_rect ? &current : nullptr;
+        call.flags = (has_transparency(pic) ? KIV_FILTER_ALPHA : 0) | (p.opt.linear ? KIV_FILTER_LINEAR : 0);
+        // An opaque image weighted by alpha on request: its fourth bytes mean nothing, so
+        // they become opaque rather than weigh its colours to nothing.
+        if ((weighted_flags(*s.op, call) & KIV_FILTER_ALPHA) && pic.alpha == Alpha::None && pic.img.m_bits > 8)
+            for (int i = 0; i < pic.img.m_packets; ++i) pic.img.m_pixels[i].a = 255;
         call.images.assign(call.args.size(), nullptr);
         for (std::size_t k = 0; k < s.op->args.size(); ++k) {
             if (s.op->args[k].kind != ArgKind::Image) continue;
@@ -269,12 +318,16 @@ int run_pipeline(const Pipeline& p, Picture& pic, std::ostream& err, Progress* p
         for (int k = 0; before == Alpha::Map && k < pic.img.m_colors; ++k) map_alpha.push_back(pic.img.m_map[k].a);
         const auto t0 = std::chrono::steady_clock::now();
         if (progress) progress->begin(s.op->name);
-        int result;
+        int result = 0;
         {
-            ProgressFeed feed(pic.img, progress);
-            result = s.op->run(pic.img, call);
+            ProgressFeed feed(pic.img, progress, interrupted);
+            if (!g_interrupted) result = s.op->run(pic.img, call);
         }
         if (progress) progress->end();
+        if (g_interrupted) {
+            err << "kiv: interrupted\n";
+            return kExitInterrupted;
+        }
         if (!result) {
             const std::string refuses = s.op->row->refuses;
             err << "kiv: " << s.op->name << " failed on this image"
@@ -287,7 +340,7 @@ int run_pipeline(const Pipeline& p, Picture& pic, std::ostream& err, Progress* p
             std::snprintf(line, sizeof line, "%.1f ms", ms);
             note(s.op->name + (result == kUnchanged ? ": nothing to do" : ": " + std::string(line)));
         }
-        if (result != kUnchanged) follow_alpha(*s.op, pic, before, map_alpha, note);
+        if (result != kUnchanged) follow_alpha(*s.op, effect_of(*s.op, call), pic, before, map_alpha, note);
     }
     return kExitOk;
 }

@@ -18,6 +18,10 @@ class Progress;
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;  // an operation refused, or a file could not be read or written
 constexpr int kExitUsage = 2;   // bad command line
+constexpr int kExitInterrupted = 130;  // Ctrl-C: the running operation stopped, nothing written
+
+// Whether Ctrl-C has stopped this run (a batch then starts no more files).
+bool interrupted();
 
 // args excludes the program name.
 int run_cli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
@@ -30,6 +34,7 @@ struct Options {
     bool autorotate = true;  // --no-autorotate
     bool quiet = false;      // -q: no progress bar
     bool verbose = false;    // -v: what was read, done and written, and what alpha became
+    bool linear = false;     // --linear: resample and blur in linear light
     int threads = -1;        // --threads N (library threads; -1: as it is)
     int jobs = 0;            // batch -j N (0: as many as cores)
     std::string out_dir;     // batch --out DIR

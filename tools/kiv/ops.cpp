@@ -44,7 +44,7 @@ std::vector<OpSpec> build_table() {
     // What each operation does to alpha, where it does more than keep it: the resamplers
     // and the filters documented to leave alpha 0.
     for (OpSpec& op : ops) {
-        for (const char* n : {"zoom", "zoom_linear", "zoom_inframe", "tile_divide", "blur_simple", "edge", "emboss"})
+        for (const char* n : {"zoom", "zoom_rgba", "zoom_linear", "zoom_inframe", "tile_divide", "blur_simple", "edge", "emboss"})
             if (op.name == n) op.alpha = AlphaEffect::Drops;
         if (op.name == "settoalpha") op.alpha = AlphaEffect::Sets;
         if (op.name == "quantize_hq") op.alpha = AlphaEffect::InMap;

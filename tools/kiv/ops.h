@@ -36,6 +36,10 @@ struct OpCall {
     std::vector<std::string> text;
     std::vector<std::shared_ptr<kiv>> images;
     tagRECT* rect = nullptr;
+    // For members with a weighted form (zoom, rotate_any, blur_gauss_iir, unsharp_mask):
+    // KIV_FILTER_ALPHA when the image has transparency, KIV_FILTER_LINEAR with --linear;
+    // 0: the plain member.
+    int flags = 0;
     int i(std::size_t k) const { return static_cast<int>(args[k]); }
     double d(std::size_t k) const { return args[k]; }
     COLORREF c(std::size_t k) const { return static_cast<COLORREF>(args[k]); }

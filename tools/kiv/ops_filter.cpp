@@ -8,7 +8,11 @@ void add_filter_ops(OpTable& t) {
     // Blurs.
     t.add("blur", "8 8", [](kiv& im, const OpCall& c) { return im.blur(c.rect, c.i(0), c.i(1)); });
     t.add("blur_simple", "4", [](kiv& im, const OpCall& c) { return im.blur_simple(c.rect, c.i(0)); });
-    t.add("blur_gauss_iir", "3 3", [](kiv& im, const OpCall& c) { return im.blur_gauss_iir(c.rect, c.d(0), c.d(1)); });
+    // Transparency and --linear take the weighted forms (see OpCall::flags).
+    t.add("blur_gauss_iir", "3 3", [](kiv& im, const OpCall& c) {
+        return c.flags ? im.blur_gauss_rgba(c.rect, c.d(0), c.d(1), c.flags) : im.blur_gauss_iir(c.rect, c.d(0), c.d(1));
+    });
+    t.add("blur_gauss_rgba", "3 3 2", [](kiv& im, const OpCall& c) { return im.blur_gauss_rgba(c.rect, c.d(0), c.d(1), c.i(2)); });
     t.add("blur_gauss_rle_plane", "4 5", [](kiv& im, const OpCall& c) {
         return im.blur_gauss_rle_plane(c.rect, c.d(0), static_cast<unsigned>(c.i(1)));
     });
@@ -38,7 +42,12 @@ void add_filter_ops(OpTable& t) {
     // Sharpening.
     t.add("sharpen", "", [](kiv& im, const OpCall& c) { return im.sharpen(c.rect); });
     t.add("sharpen2", "300", [](kiv& im, const OpCall& c) { return im.sharpen2(c.rect, c.i(0)); });
-    t.add("unsharp_mask", "3 200 0", [](kiv& im, const OpCall& c) { return im.unsharp_mask(c.rect, c.d(0), c.i(1), c.i(2)); });
+    t.add("unsharp_mask", "3 200 0", [](kiv& im, const OpCall& c) {
+        return c.flags ? im.unsharp_mask_rgba(c.rect, c.d(0), c.i(1), c.i(2), c.flags)
+                       : im.unsharp_mask(c.rect, c.d(0), c.i(1), c.i(2));
+    });
+    t.add("unsharp_mask_rgba", "3 200 0 2",
+          [](kiv& im, const OpCall& c) { return im.unsharp_mask_rgba(c.rect, c.d(0), c.i(1), c.i(2), c.i(3)); });
     t.add("unsharp_mask2", "3 200 0",
           [](kiv& im, const OpCall& c) { return im.unsharp_mask2(c.rect, c.d(0), c.i(1), c.i(2)); });
     t.add("enhance", "8 80", [](kiv& im, const OpCall& c) { return im.enhance(c.rect, c.i(0), c.i(1)); });

@@ -25,11 +25,13 @@ void add_geometry_ops(OpTable& t) {
 
     // Resampling.
     // Resizing to the size the image has is nothing to do (a batch resizes some files that
-    // are already right); the library member refuses it.
+    // are already right); the library member refuses it. Transparency and --linear take the
+    // weighted form (see OpCall::flags).
     t.add("zoom", "320 240 11", [](kiv& im, const OpCall& c) {
         if (im.m_pixels && c.i(0) == im.m_width && c.i(1) == im.m_height) return kUnchanged;
-        return im.zoom(c.i(0), c.i(1), c.i(2), 0);
+        return c.flags ? im.zoom_rgba(c.i(0), c.i(1), c.i(2), c.flags) : im.zoom(c.i(0), c.i(1), c.i(2), 0);
     }, {{"mapped", {}}});
+    t.add("zoom_rgba", "320 240 11 2", [](kiv& im, const OpCall& c) { return im.zoom_rgba(c.i(0), c.i(1), c.i(2), c.i(3)); });
     t.add("zoom_pixel", "120 90", [](kiv& im, const OpCall& c) { return im.zoom_pixel(c.i(0), c.i(1)); });
     t.add("zoom_near", "160 120", [](kiv& im, const OpCall& c) { return im.zoom_near(c.i(0), c.i(1)); });
     t.add("zoom_linear", "320 240", [](kiv& im, const OpCall& c) { return im.zoom_linear(c.i(0), c.i(1)); });
@@ -55,7 +57,11 @@ void add_geometry_ops(OpTable& t) {
         Box b(c.rect);
         return im.flip(b.x, b.y, b.w, b.h);
     }, kBox);
-    t.add("rotate_any", "30 white 1", [](kiv& im, const OpCall& c) { return im.rotate_any(c.d(0), c.c(1), c.i(2)); });
+    t.add("rotate_any", "30 white 1", [](kiv& im, const OpCall& c) {
+        // A transparent image turns into a transparent surround (the colour is not used).
+        return c.flags & KIV_FILTER_ALPHA ? im.rotate_any_rgba(c.d(0), c.i(2), c.flags) : im.rotate_any(c.d(0), c.c(1), c.i(2));
+    });
+    t.add("rotate_any_rgba", "30 1 2", [](kiv& im, const OpCall& c) { return im.rotate_any_rgba(c.d(0), c.i(1), c.i(2)); });
 
     // Layout.
     t.add("scroll", "120 60 1", [](kiv& im, const OpCall& c) { return im.scroll(c.i(0), c.i(1), c.i(2)); });

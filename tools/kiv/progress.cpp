@@ -10,27 +10,6 @@ namespace {
 constexpr double kDelay = 0.5;  // seconds of quiet before a bar appears
 constexpr auto kRedraw = std::chrono::milliseconds(100);
 
-// The Progress and step counts of the library call running on this thread.
-struct Feed {
-    Progress* progress = nullptr;
-    long long steps = 0, done = 0;
-};
-thread_local Feed t_feed;
-
-void on_progress(int code, int value) {
-    Feed& f = t_feed;
-    if (!f.progress) return;
-    if (code == 0) {
-        f.steps = value;
-        f.done = 0;
-    } else if (code == 1) {
-        ++f.done;
-    } else {
-        return;
-    }
-    if (f.steps > 0) f.progress->update(f.done >= f.steps ? 1.0 : static_cast<double>(f.done) / f.steps);
-}
-
 }  // namespace
 
 Progress::Progress(bool enabled) : enabled_(enabled) {
@@ -100,14 +79,16 @@ void Progress::draw_loop() {
     }
 }
 
-ProgressFeed::ProgressFeed(kiv& img, Progress* progress) : img_(img), outer_(t_feed.progress) {
-    t_feed = Feed{progress, 0, 0};
-    img_.m_progressproc = progress ? on_progress : nullptr;
+ProgressFeed::ProgressFeed(kiv& img, Progress* progress, bool (*stop)()) : img_(img), progress_(progress), stop_(stop) {
+    img_.set_progress(on_progress, this);
 }
 
-ProgressFeed::~ProgressFeed() {
-    img_.m_progressproc = nullptr;
-    t_feed = Feed{outer_, 0, 0};
+ProgressFeed::~ProgressFeed() { img_.set_progress(nullptr, nullptr); }
+
+int ProgressFeed::on_progress(void* user, int done, int total) {
+    const auto* f = static_cast<const ProgressFeed*>(user);
+    if (f->progress_ && total > 0) f->progress_->update(done >= total ? 1.0 : static_cast<double>(done) / total);
+    return f->stop_ && f->stop_() ? 1 : 0;
 }
 
 }  // namespace kivcli

@@ -43,19 +43,21 @@ private:
     std::chrono::steady_clock::time_point start_;
 };
 
-// Connects one library call on img to a Progress for its lifetime. The library reports
-// through kiv::m_progressproc today (steps started, done, finished); this is the one place
-// that knows how.
+// Connects one library call on img to a Progress (may be null) for its lifetime, through the
+// image's watch callback (kiv::set_progress); the call stops early, leaving the image as it
+// was, once stop (may be null) says so.
 class ProgressFeed {
 public:
-    ProgressFeed(kiv& img, Progress* progress);
+    ProgressFeed(kiv& img, Progress* progress, bool (*stop)());
     ~ProgressFeed();
     ProgressFeed(const ProgressFeed&) = delete;
     ProgressFeed& operator=(const ProgressFeed&) = delete;
 
 private:
+    static int on_progress(void* user, int done, int total);
     kiv& img_;
-    Progress* outer_;
+    Progress* progress_;
+    bool (*stop_)();
 };
 
 }  // namespace kivcli

@@ -1,5 +1,5 @@
 // A console host of kivlib through the .NET binding: draws a gradient, shrinks, sharpens and
-// quantizes it, shows a refusal and writes the result as a BMP file.
+// quantizes it, shows a refusal and a stopped operation and writes the result as a BMP file.
 //   mcs -target:library -out:Kiv.dll bindings/dotnet/*.cs && mcs -r:Kiv.dll -out:Example.exe bindings/dotnet/example/Example.cs
 //   mono Example.exe [OUT.bmp]      (Kiv.dll.config beside Kiv.dll; libkivlib.so on LD_LIBRARY_PATH)
 using System;
@@ -26,6 +26,16 @@ static class Example
             {
                 Console.WriteLine("refused: " + e.Message);
             }
+            img.Progress = (done, total) => true;        // stop the next long operation at once
+            try
+            {
+                img.BlurGaussRgba(3.0, 3.0, 2);
+            }
+            catch (OperationCanceledException e)
+            {
+                Console.WriteLine("stopped: " + e.Message);
+            }
+            img.Progress = null;
             img.Save(path);
         }
         Console.WriteLine("wrote " + path);
