@@ -379,6 +379,7 @@ TEST(Cli, UnreadableMalformedAndUnwritableFilesFailCleanly) {
     EXPECT_EQ(0u, r.err.find("kiv: cannot write '" + s("no/such/dir/out.png") + "': ")) << r.err;
     EXPECT_GT(r.err.size(), r.err.find("': ") + 4);
     EXPECT_NE(std::string::npos, cli({s("ok.png"), "-o", s("out.xyz")}).err.find("unknown format"));
+    if (!kivcli::find_codec("tiff")) EXPECT_NE(std::string::npos, cli({s("ok.png"), "-o", s("out.tif")}).err.find("this build has no tiff"));
     EXPECT_EQ((std::vector<std::string>{"empty.bmp", "garbage.png", "lying.bmp", "ok.bmp", "ok.png", "trunc.bmp", "trunc.png"}), s.files());
 }
 

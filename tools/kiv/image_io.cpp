@@ -26,6 +26,25 @@ std::string extension_of(const std::string& path) {
     return lower(path.substr(dot));
 }
 
+// Every format some build of the program has, by its extensions, so a format this build lacks
+// reads as missing rather than unknown.
+struct Known {
+    const char* name;
+    const char* extensions;
+};
+constexpr Known kKnown[] = {{"png", ".png"}, {"jpeg", ".jpg .jpeg .jpe"}, {"bmp", ".bmp .dib"},
+                            {"tiff", ".tif .tiff"}, {"webp", ".webp"}, {"gif", ".gif"}};
+
+// The name of a known format by its name or extension ("" when none).
+std::string known_format(const std::string& want) {
+    for (const Known& k : kKnown) {
+        std::istringstream exts(k.extensions);
+        for (std::string e; exts >> e;)
+            if (want == k.name || want == e || "." + want == e) return k.name;
+    }
+    return "";
+}
+
 std::vector<Codec> build_codecs() {
     std::vector<Codec> list;
 #ifdef KIV_HAVE_PNG
@@ -81,11 +100,10 @@ std::string formats_text() {
                       c.extensions, c.library);
         s += line;
     }
-    // The formats other builds have, so a missing one reads as missing rather than unknown.
-    for (const char* name : {"png", "jpeg", "bmp", "tiff", "webp", "gif"}) {
-        if (find_codec(name)) continue;
+    for (const Known& k : kKnown) {
+        if (find_codec(k.name)) continue;
         char line[80];
-        std::snprintf(line, sizeof line, "%-5s %-5s %-6s %-18s %s\n", name, "", "", "", "not in this build");
+        std::snprintf(line, sizeof line, "%-5s %-5s %-6s %-18s %s\n", k.name, "", "", "", "not in this build");
         s += line;
     }
     return s;
@@ -154,6 +172,8 @@ Bytes encode_image(Picture& pic, const std::string& path, const std::string& for
         for (const Codec& k : codecs())
             if (k.encode) known += (known.empty() ? "" : ", ") + std::string(k.name);
         if (format.empty() && path == "-") throw CliError("writing to standard output needs --format (" + known + ")");
+        if (const std::string missing = known_format(lower(format.empty() ? ext : format)); !missing.empty())
+            throw CliError("output '" + path + "': this build has no " + missing + " (it writes " + known + "; see kiv --formats)");
         throw CliError("output '" + path + "': unknown format " + (format.empty() ? "'" + ext + "'" : "'" + format + "'") +
                        " (this build writes " + known + ")");
     }
