@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/optable.h"
+#include "support/checks.h"
 #include "support/scratch_dir.h"
 #include "support/test_images.h"
 
@@ -20,18 +21,7 @@ namespace {
 bool same(const std::vector<tagRGBA>& a, const std::vector<tagRGBA>& b) {
     return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * 4) == 0);
 }
-
-struct Img {
-    int w, h, bits, colors;
-    std::vector<tagRGBA> px, map;
-    explicit Img(const kiv& m) : w(m.m_width), h(m.m_height), bits(m.m_bits), colors(m.m_colors) {
-        if (m.m_pixels) px.assign(m.m_pixels, m.m_pixels + m.m_packets);
-        if (m.m_map && m.m_colors > 0) map.assign(m.m_map, m.m_map + m.m_colors);
-    }
-    bool operator==(const Img& o) const {
-        return w == o.w && h == o.h && bits == o.bits && colors == o.colors && same(px, o.px) && same(map, o.map);
-    }
-};
+using Img = kivtest::Snapshot;
 
 // What one call did: its success, the image afterwards and the bytes of what it returned.
 struct State {

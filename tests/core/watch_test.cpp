@@ -3,29 +3,18 @@
 // returns 0 with the image exactly as before (size, depth, colour map, pixels).
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "kiv.h"
+#include "support/checks.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 namespace {
 
-struct Image {
-    int w, h, bits, colors;
-    std::vector<tagRGBA> px, map;
-    explicit Image(const kiv& k) : w(k.m_width), h(k.m_height), bits(k.m_bits), colors(k.m_colors) {
-        if (k.m_pixels) px.assign(k.m_pixels, k.m_pixels + k.m_packets);
-        if (k.m_map) map.assign(k.m_map, k.m_map + k.m_colors);
-    }
-    bool operator==(const Image& o) const {
-        return w == o.w && h == o.h && bits == o.bits && colors == o.colors && px.size() == o.px.size() &&
-               map.size() == o.map.size() && !std::memcmp(px.data(), o.px.data(), px.size() * 4) &&
-               !std::memcmp(map.data(), o.map.data(), map.size() * 4);
-    }
-};
+using Image = kivtest::Snapshot;
 
 struct Recorder {
     std::vector<int> done;
@@ -101,7 +90,7 @@ const std::vector<Op>& ops() {
 
 TEST(Watch, ReportsRiseToTheEndAndCancellingLeavesTheImageAsItWas) {
     for (int threads : {1, 2}) {
-        kiv::setthreads(threads);
+        const kivtest::ThreadCap cap(threads);
         for (const Op& op : ops()) {
             SCOPED_TRACE(std::string(op.name) + ", threads " + std::to_string(threads));
             const kiv src = kivtest::random_image(96, 80, op.bits, 11);
@@ -132,7 +121,6 @@ TEST(Watch, ReportsRiseToTheEndAndCancellingLeavesTheImageAsItWas) {
             }
         }
     }
-    kiv::setthreads(0);
 }
 
 TEST(Watch, TheOldProgressCallbackKeepsItsPattern) {
@@ -157,7 +145,7 @@ TEST(Watch, TheCallbackMayUseOtherImagesAndStaysWithItsObject) {
         kiv other;
         int calls;
     } ctx{kivtest::random_image(20, 20, 24, 1), 0};
-    kiv::setthreads(1);  // every report from this thread's own chunks: as many as the work has
+    const kivtest::ThreadCap cap(1);  // every report from this thread's own chunks: as many as the work has
     kiv img = kivtest::random_image(50, 40, 24, 3), plain(img), other_before(ctx.other);
     img.set_progress(
         [](void* u, int, int) {
@@ -169,7 +157,6 @@ TEST(Watch, TheCallbackMayUseOtherImagesAndStaysWithItsObject) {
     ASSERT_EQ(img.blur_gauss_iir(nullptr, 2.0, 2.0), 1);
     ASSERT_EQ(plain.blur_gauss_iir(nullptr, 2.0, 2.0), 1);
     EXPECT_TRUE(Image(img) == Image(plain));
-    kiv::setthreads(0);
     EXPECT_GT(ctx.calls, 2);
     EXPECT_FALSE(Image(ctx.other) == Image(other_before));
     Recorder r;

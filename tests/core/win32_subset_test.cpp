@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cstring>
+#include <string>
 
 #include "kiv.h"
 
@@ -45,6 +46,12 @@ TEST(GlobalMemory, EmulationRefusesUnknownHandles) {
 }
 #endif
 
+namespace {
+std::string rect(const RECT& r) {
+    return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) + "," + std::to_string(r.bottom);
+}
+}  // namespace
+
 TEST(Rectangles, Win32Semantics) {
     RECT r;
     ASSERT_TRUE(SetRect(&r, 1, 2, 5, 6));
@@ -55,25 +62,16 @@ TEST(Rectangles, Win32Semantics) {
     EXPECT_FALSE(SetRect(nullptr, 0, 0, 1, 1));
     RECT a{0, 0, 10, 10}, b{5, -5, 20, 7}, out;
     EXPECT_TRUE(IntersectRect(&out, &a, &b));
-    EXPECT_EQ(5, out.left);
-    EXPECT_EQ(0, out.top);
-    EXPECT_EQ(10, out.right);
-    EXPECT_EQ(7, out.bottom);
+    EXPECT_EQ(rect(out), rect(RECT{5, 0, 10, 7}));
     RECT c{20, 20, 30, 30};
     EXPECT_FALSE(IntersectRect(&out, &a, &c));
     EXPECT_TRUE(IsRectEmpty(&out));
     RECT copy;
     CopyRect(&copy, &r);
     InflateRect(&copy, 1, 2);
-    EXPECT_EQ(0, copy.left);
-    EXPECT_EQ(0, copy.top);
-    EXPECT_EQ(6, copy.right);
-    EXPECT_EQ(8, copy.bottom);
+    EXPECT_EQ(rect(copy), rect(RECT{0, 0, 6, 8}));
     // Extreme values wrap as on Windows instead of overflowing.
     RECT edge{INT_MIN, INT_MIN, INT_MAX, INT_MAX};
     InflateRect(&edge, 1, -1);
-    EXPECT_EQ(INT_MAX, edge.left);
-    EXPECT_EQ(INT_MIN + 1, edge.top);
-    EXPECT_EQ(INT_MIN, edge.right);
-    EXPECT_EQ(INT_MAX - 1, edge.bottom);
+    EXPECT_EQ(rect(edge), rect(RECT{INT_MAX, INT_MIN + 1, INT_MIN, INT_MAX - 1}));
 }

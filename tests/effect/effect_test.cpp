@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kiv.h"
+#include "support/paths.h"
 #include "support/test_images.h"
 
 using kivtest::images_equal;
@@ -82,12 +83,6 @@ std::vector<std::uint32_t> sorted_pixels(kiv& img) {
     return v;
 }
 
-struct ThreadCap {
-    int old = kiv::getthreads();
-    explicit ThreadCap(int n) { kiv::setthreads(n); }
-    ~ThreadCap() { kiv::setthreads(old); }
-};
-
 }  // namespace
 
 // Only the clipped rectangle changes; a rectangle partly outside acts as its clipped part
@@ -113,47 +108,14 @@ TEST(Effects, TouchOnlyTheClippedRectangle) {
         }
 }
 
-TEST(Effects, RefuseEmptyImagesAndRectanglesOutside) {
+// (Refusals are rows of the bad-input table.)  Success on a palettized image raises it to 24
+// bits and keeps its colour map.
+TEST(Effects, RaisePalettizedImagesKeepingTheMap) {
     for (const Effect& e : effects()) {
-        kiv empty;
-        EXPECT_EQ(0, e.run(empty, nullptr)) << e.name;
-        kiv img = kivtest::random_image(8, 5, 8, 3), before(img);
-        tagRECT out{8, 0, 20, 5};
-        EXPECT_EQ(0, e.run(img, &out)) << e.name;
-        EXPECT_EQ(8, img.m_bits) << e.name;
-        EXPECT_TRUE(images_equal(img, before)) << e.name;
+        kiv img = kivtest::random_image(8, 5, 8, 3);
         EXPECT_EQ(1, e.run(img, nullptr)) << e.name;
         EXPECT_EQ(24, img.m_bits) << e.name;
         EXPECT_NE(nullptr, img.m_map) << e.name;
-    }
-}
-
-TEST(Effects, RefuseBadParameters) {
-    tagKIV_NOISE bad_amount{256, 0, 0, 1}, neg_amount{-1, 0, 0, 1}, bad_kind{10, 2, 0, 1};
-    const std::vector<std::pair<const char*, std::function<int(kiv&)>>> cases = {
-        {"oil r0", [](kiv& i) { return i.oilpaint(nullptr, 0, 8); }},
-        {"oil r101", [](kiv& i) { return i.oilpaint(nullptr, 101, 8); }},
-        {"oil l1", [](kiv& i) { return i.oilpaint(nullptr, 2, 1); }},
-        {"oil l257", [](kiv& i) { return i.oilpaint(nullptr, 2, 257); }},
-        {"pixelize 0", [](kiv& i) { return i.pixelize(nullptr, 0); }},
-        {"pixelize -5", [](kiv& i) { return i.pixelize(nullptr, -5); }},
-        {"pyramid 1", [](kiv& i) { return i.pyramid(nullptr, 1, 10); }},
-        {"pyramid d-1", [](kiv& i) { return i.pyramid(nullptr, 4, -1); }},
-        {"pyramid d256", [](kiv& i) { return i.pyramid(nullptr, 4, 256); }},
-        {"spread -1", [](kiv& i) { return i.spread(nullptr, -1, 0); }},
-        {"spread 10001", [](kiv& i) { return i.spread(nullptr, 10001, 0); }},
-        {"video -1", [](kiv& i) { return i.video(nullptr, -1, 0); }},
-        {"video 101", [](kiv& i) { return i.video(nullptr, 0, 101); }},
-        {"noise null", [](kiv& i) { return i.noise(nullptr, nullptr); }},
-        {"noise 256", [&](kiv& i) { return i.noise(nullptr, &bad_amount); }},
-        {"noise -1", [&](kiv& i) { return i.noise(nullptr, &neg_amount); }},
-        {"noise kind", [&](kiv& i) { return i.noise(nullptr, &bad_kind); }},
-    };
-    for (const auto& c : cases) {
-        kiv img = kivtest::random_image(9, 7, 4, 5), before(img);
-        EXPECT_EQ(0, c.second(img)) << c.first;
-        EXPECT_EQ(4, img.m_bits) << c.first;
-        EXPECT_TRUE(images_equal(img, before)) << c.first;
     }
 }
 
@@ -256,7 +218,7 @@ TEST(Spread, PermutesReproduciblyOnAnyThreadCount) {
         tagRECT r{3, 5, 58, 90};
         kiv a(src), b(src), c(src);
         {
-            ThreadCap one(1);
+            const kivtest::ThreadCap one(1);
             ASSERT_EQ(1, a.spread(&r, d, 1234u));
         }
         ASSERT_EQ(1, b.spread(&r, d, 1234u));
@@ -318,7 +280,7 @@ TEST(Noise, ReproducibleBoundedAndOfTheStatedSpread) {
         tagKIV_NOISE p{c.amount, c.gaussian, c.mono, 42u};
         kiv a(grey), b(grey), other(grey);
         {
-            ThreadCap one(1);
+            const kivtest::ThreadCap one(1);
             ASSERT_EQ(1, a.noise(nullptr, &p));
         }
         ASSERT_EQ(1, b.noise(nullptr, &p));

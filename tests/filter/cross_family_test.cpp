@@ -34,11 +34,6 @@ TEST(CrossFamily, ColorcutWithoutStepsIsTheColourSpaceRoundTrip) {
         b.blt(r.left, r.top, r.right - r.left, r.bottom - r.top, &part, 0, 0);
         EXPECT_TRUE(images_equal(a, b)) << space;
     }
-    kiv img = random_image(5, 5, 24, 60);
-    kiv orig(img);
-    tagKIV_COLORCUT bad{77, {4, 4, 4}};
-    EXPECT_EQ(0, img.colorcut(nullptr, &bad));
-    EXPECT_TRUE(images_equal(img, orig));
 }
 
 TEST(CrossFamily, SettoalphaIsDesaturateThenAlphaFromRed) {

@@ -2,6 +2,8 @@
 #ifndef KIV_TESTS_FILTER_UTIL_H
 #define KIV_TESTS_FILTER_UTIL_H
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -50,6 +52,15 @@ inline std::string progress_expect(int n) {
     for (int k = 0; k < n; ++k) s.append(" c");
     s.append(" t");
     return s;
+}
+
+// op on one copy of src against ref on another, byte for byte; op must succeed.
+template <class Op, class Ref>
+::testing::AssertionResult matches(const kiv& src, Op op, Ref ref) {
+    kiv got(src), want(src);
+    if (op(got) != 1) return ::testing::AssertionFailure() << "refused";
+    ref(want);
+    return kivtest::images_equal(got, want);
 }
 
 inline kiv flat_image(int w, int h, tagRGBA p) {

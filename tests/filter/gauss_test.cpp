@@ -193,20 +193,10 @@ TEST(FilterGaussIir, CoefficientsForSigmaOne) {
 TEST(FilterGaussIir, MatchesScalarReference) {
     const double sig[][2] = {{1.0, 1.0}, {0.3, 2.5}, {4.0, 0.7}, {12.0, 12.0}};
     for (Case c : cases())
-        for (auto& s : sig) {
-            kiv got = random_image(c.w, c.h, 8, c.w * 5 + c.h), want(got);
-            ASSERT_EQ(got.blur_gauss_iir(rect_of(c), s[0], s[1]), 1);
-            ref_iir(want, rect_of(c), s[0], s[1]);
-            EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " sigma " << s[0] << "," << s[1];
-        }
-}
-
-TEST(FilterGaussIir, WideImageSpansSeveralBatches) {
-    kiv got = random_image(601, 7, 24, 11), want(got);
-    tagRECT r{3, 1, 600, 7};
-    ASSERT_EQ(got.blur_gauss_iir(&r, 2.0, 3.0), 1);
-    ref_iir(want, &r, 2.0, 3.0);
-    EXPECT_TRUE(images_equal(got, want));
+        for (auto& s : sig)
+            EXPECT_TRUE(matches(random_image(c.w, c.h, 8, c.w * 5 + c.h), [&](kiv& i) { return i.blur_gauss_iir(rect_of(c), s[0], s[1]); },
+                                [&](kiv& i) { ref_iir(i, rect_of(c), s[0], s[1]); }))
+                << c.w << "x" << c.h << " sigma " << s[0] << "," << s[1];
 }
 
 TEST(FilterGaussRle, TapsAndTotalForSigmaOne) {
@@ -226,16 +216,13 @@ TEST(FilterGaussRle, TapsAndTotalForSigmaOne) {
 // Flat images: every sum is an exact multiple of the total, the quotient's edge case, on
 // each path and for totals on both sides of 8192.
 TEST(FilterGaussRle, FlatImagesStayFlatOnEveryPath) {
-    kivtest::on_every_path([&](int path) {
-        for (double sigma : {1.5, 13.5})
-            for (int v = 0; v < 256; ++v) {
-                const BYTE b = static_cast<BYTE>(v);
-                kiv img = flat_image(40, 5, tagRGBA{b, b, b, b});
-                ASSERT_EQ(img.blur_gauss_rle_plane(nullptr, sigma, 15), 1);
-                for (int i = 0; i < img.m_packets; ++i)
-                    ASSERT_TRUE(same_rgba(img.m_pixels[i], tagRGBA{b, b, b, b})) << "value " << v << " sigma " << sigma << " path " << path;
-            }
-    });
+    for (double sigma : {1.5, 13.5})
+        for (int v = 0; v < 256; ++v) {
+            SCOPED_TRACE("value " + std::to_string(v) + " sigma " + std::to_string(sigma));
+            const BYTE b = static_cast<BYTE>(v);
+            kiv flat = flat_image(40, 5, tagRGBA{b, b, b, b});
+            same_on_every_path(flat, flat, [&](kiv& i) { return i.blur_gauss_rle_plane(nullptr, sigma, 15); }, 1);
+        }
 }
 
 TEST(FilterGaussRle, MatchesRunByRunReference) {
@@ -302,75 +289,6 @@ TEST(FilterGaussProgress, SequencesAreCountedAcrossPasses) {
     EXPECT_EQ(progress_log(), "") << "a refusal reports nothing";
 }
 
-TEST(FilterGaussFamily, SingleThreadGivesTheSameBytes) {
-    kiv a = random_image(203, 77, 24, 8), b(a), c(a);
-    tagRECT r{5, 3, 190, 70};
-    kiv::setthreads(1);
-    b.blur_gauss_iir(&r, 3, 5);
-    b.blur_gauss_rle(&r, 3);
-    b.blur_gauss_sel(&r, 3, 40);
-    kiv::setthreads(0);
-    a.blur_gauss_iir(&r, 3, 5);
-    a.blur_gauss_rle(&r, 3);
-    a.blur_gauss_sel(&r, 3, 40);
-    EXPECT_TRUE(images_equal(a, b));
-}
-
-// Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,
-// on the vector and the portable paths and on one to three threads; the integer Gaussian
-// likewise across its bands, column strips and row tails, the selective Gaussian across its
-// 64-pixel blocks and their tails.
-TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
-    struct Big {
-        int w, h;
-        tagRECT r;
-        bool whole;
-    };
-    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}, false},
-                        {45, 291, {2, -4, 40, 280}, false},
-                        {300, 262, {}, true},
-                        {133, 1103, {1, 2, 131, 1103}, false}};
-    std::unique_ptr<kiv> rle_want[2 * std::size(bigs)];
-    // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
-    kivtest::on_every_path(3, [&](int path, int threads) {
-        for (const Big& b : bigs) {
-            tagRECT r = b.r;
-            tagRECT* rp = b.whole ? nullptr : &r;
-            kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
-            if (b.h < 1000) {
-                ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
-                ref_iir(want, rp, 1.5, 4.0);
-                EXPECT_TRUE(images_equal(got, want))
-                    << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
-            }
-            // Two colours, so that runs of equal values cross the band boundaries; sigma 3
-            // has 20 taps, sigma 14 a total above 8192. One reference serves every path.
-            for (int si = 0; si < (b.h < 1000 ? 2 : 1); ++si) {
-                const int slot = static_cast<int>(&b - bigs) * 2 + si;
-                const double sigma = si ? 14.0 : 3.0;
-                const unsigned planes = slot % 3 ? 15 : 11;
-                kiv rle = random_image(b.w, b.h, 1, static_cast<std::uint64_t>(b.h * 5 + si));
-                if (!rle_want[slot]) {
-                    rle_want[slot] = std::make_unique<kiv>(rle);
-                    ref_rle(*rle_want[slot], rp, sigma, planes);
-                }
-                ASSERT_EQ(rle.blur_gauss_rle_plane(rp, sigma, planes), 1);
-                EXPECT_TRUE(images_equal(rle, *rle_want[slot]))
-                    << "rle " << b.w << "x" << b.h << " sigma " << sigma << " path " << path << " threads " << threads;
-            }
-            if (b.h >= 1000) continue;
-            // Blocks of 64 pixels with tails of every parity, columns outside the image.
-            const double radius = threads == 2 ? 3.5 : 2.0;
-            const int threshold = threads == 3 ? 0 : 60;
-            kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
-            ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);
-            ref_sel(sel_want, rp, radius, threshold);
-            EXPECT_TRUE(images_equal(sel, sel_want))
-                << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
-        }
-    });
-}
-
 namespace {
 
 int ref_unsharp_value(int O, int B, int amount, int threshold) {
@@ -416,6 +334,69 @@ void ref_unsharp(kiv& img, tagRECT* rect, double radius, int amount, int thresho
 
 }  // namespace
 
+// Sizes that cross the 16-line sweeps and the 256-line batches, rectangles partly outside,
+// on the vector and the portable paths and on one to three threads; the integer Gaussian
+// likewise across its bands, column strips and row tails, the selective Gaussian across its
+// 64-pixel blocks and their tails.
+TEST(FilterGaussFamily, FastPathsMatchReferencesOnLargerImages) {
+    struct Big {
+        int w, h;
+        tagRECT r;
+        bool whole;
+    };
+    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}, false},
+                        {45, 291, {2, -4, 40, 280}, false},
+                        {300, 262, {}, true},
+                        {133, 1103, {1, 2, 131, 1103}, false}};
+    std::unique_ptr<kiv> rle_want[2 * std::size(bigs)];
+    // Paths: 0 the best this processor runs (AVX2 where it has it), 1 SSE2, 2 portable.
+    kivtest::on_every_path(3, [&](int path, int threads) {
+        for (const Big& b : bigs) {
+            tagRECT r = b.r;
+            tagRECT* rp = b.whole ? nullptr : &r;
+            kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 7 + threads)), want(got);
+            if (b.h < 1000) {
+                ASSERT_EQ(got.blur_gauss_iir(rp, 1.5, 4.0), 1);
+                ref_iir(want, rp, 1.5, 4.0);
+                EXPECT_TRUE(images_equal(got, want))
+                    << "iir " << b.w << "x" << b.h << " path " << path << " threads " << threads;
+            }
+            // Two colours, so that runs of equal values cross the band boundaries; sigma 3
+            // has 20 taps, sigma 14 a total above 8192. One reference serves every path.
+            for (int si = 0; si < (b.h < 1000 ? 2 : 1); ++si) {
+                const int slot = static_cast<int>(&b - bigs) * 2 + si;
+                const double sigma = si ? 14.0 : 3.0;
+                const unsigned planes = slot % 3 ? 15 : 11;
+                kiv rle = random_image(b.w, b.h, 1, static_cast<std::uint64_t>(b.h * 5 + si));
+                if (!rle_want[slot]) {
+                    rle_want[slot] = std::make_unique<kiv>(rle);
+                    ref_rle(*rle_want[slot], rp, sigma, planes);
+                }
+                ASSERT_EQ(rle.blur_gauss_rle_plane(rp, sigma, planes), 1);
+                EXPECT_TRUE(images_equal(rle, *rle_want[slot]))
+                    << "rle " << b.w << "x" << b.h << " sigma " << sigma << " path " << path << " threads " << threads;
+            }
+            if (b.h >= 1000) continue;
+            // unsharp_mask's and unsharp_mask2's own passes (the lightness plane, twelve lines a kernel run).
+            for (int grey = 0; grey < 2; ++grey) {
+                kiv u = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), u_want(u);
+                ASSERT_EQ(grey ? u.unsharp_mask2(rp, 2.5, 170, 2) : u.unsharp_mask(rp, 2.5, 170, 2), 1);
+                ref_unsharp(u_want, rp, 2.5, 170, 2, grey != 0);
+                EXPECT_TRUE(images_equal(u, u_want)) << "unsharp grey " << grey << " " << b.w << "x" << b.h;
+            }
+            // Blocks of 64 pixels with tails of every parity, columns outside the image.
+            const double radius = threads == 2 ? 3.5 : 2.0;
+            const int threshold = threads == 3 ? 0 : 60;
+            kiv sel = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w + threads)), sel_want(sel);
+            ASSERT_EQ(sel.blur_gauss_sel(rp, radius, threshold), 1);
+            ref_sel(sel_want, rp, radius, threshold);
+            EXPECT_TRUE(images_equal(sel, sel_want))
+                << "sel " << b.w << "x" << b.h << " path " << path << " threads " << threads;
+        }
+    });
+}
+
+
 TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
     const struct {
         double radius;
@@ -423,33 +404,10 @@ TEST(FilterUnsharp, BothMembersMatchThePerPixelReference) {
     } rows[] = {{0.7, 150, 0}, {2.5, 37, 3}, {1.5, 1000, 9}, {4.0, 0, 0}, {2.0, 500, 255}};
     for (Case c : cases())
         for (auto& row : rows)
-            for (int grey = 0; grey < 2; ++grey) {
-                kiv got = random_image(c.w, c.h, 24, c.w * 3 + c.h), want(got);
-                ASSERT_EQ(grey ? got.unsharp_mask2(rect_of(c), row.radius, row.amount, row.threshold)
-                               : got.unsharp_mask(rect_of(c), row.radius, row.amount, row.threshold),
-                          1);
-                ref_unsharp(want, rect_of(c), row.radius, row.amount, row.threshold, grey != 0);
-                EXPECT_TRUE(images_equal(got, want)) << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
-            }
-}
-
-// The members' own passes (the lightness plane, twelve lines a kernel run) across sweeps,
-// batches and threads, on every path.
-TEST(FilterUnsharp, LargerImagesOnEveryPathAndThreadCount) {
-    struct Big {
-        int w, h;
-        tagRECT r;
-    };
-    const Big bigs[] = {{277, 45, {-5, 3, 270, 60}}, {45, 291, {2, -4, 40, 280}}, {300, 262, {0, 0, 300, 262}}};
-    kivtest::on_every_path(3, [&](int path, int threads) {
-        for (const Big& b : bigs)
-            for (int grey = 0; grey < 2; ++grey) {
-                tagRECT r = b.r;
-                kiv got = random_image(b.w, b.h, 24, static_cast<std::uint64_t>(b.w * 3 + threads + grey)), want(got);
-                ASSERT_EQ(grey ? got.unsharp_mask2(&r, 2.5, 170, 2) : got.unsharp_mask(&r, 2.5, 170, 2), 1);
-                ref_unsharp(want, &r, 2.5, 170, 2, grey != 0);
-                EXPECT_TRUE(images_equal(got, want))
-                    << b.w << "x" << b.h << " grey " << grey << " path " << path << " threads " << threads;
-            }
-    });
+            for (int grey = 0; grey < 2; ++grey)
+                EXPECT_TRUE(matches(random_image(c.w, c.h, 24, c.w * 3 + c.h),
+                                    [&](kiv& i) { return grey ? i.unsharp_mask2(rect_of(c), row.radius, row.amount, row.threshold)
+                                                              : i.unsharp_mask(rect_of(c), row.radius, row.amount, row.threshold); },
+                                    [&](kiv& i) { ref_unsharp(i, rect_of(c), row.radius, row.amount, row.threshold, grey != 0); }))
+                    << c.w << "x" << c.h << " grey " << grey << " amount " << row.amount;
 }

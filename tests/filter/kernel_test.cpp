@@ -199,30 +199,16 @@ TEST(FilterKernel3x3, RowsOfEveryWidthOnEveryPathAndThreadCount) {
     const Shape shapes[] = {{203, 41, {-3, 2, 190, 40}}, {9, 30, {1, -2, 6, 40}},  {12, 27, {0, 1, 7, 26}},
                             {14, 25, {3, -1, 12, 25}},   {15, 33, {-2, 0, 10, 31}}, {18, 29, {2, 3, 15, 28}},
                             {21, 19, {0, 0, 21, 19}}};
-    on_every_path(3, [&](int path, int threads) {
-        for (unsigned mode = 0; mode <= 15; ++mode) {
-            if (mode == 2) continue;
+    on_every_path(3, [&](int, int threads) {
+        for (unsigned mode = 0; mode <= 15; ++mode)
             for (const Shape& sh : shapes) {
+                if (mode == 2) continue;  // refused
                 tagRECT r = sh.r;
                 const std::uint64_t seed = static_cast<std::uint64_t>(mode * 5 + threads + sh.w);
-                kiv got = mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed), want(got);
-                ASSERT_EQ(got.filter_3x3(&r, mode), 1);
-                ref_3x3(want, &r, mode);
-                EXPECT_TRUE(images_equal(got, want))
-                    << sh.w << "x" << sh.h << " mode " << mode << " path " << path << " threads " << threads;
+                EXPECT_TRUE(matches(mode >= 14 ? smooth_image(sh.w, sh.h, seed) : random_image(sh.w, sh.h, 24, seed),
+                                    [&](kiv& i) { return i.filter_3x3(&r, mode); }, [&](kiv& i) { ref_3x3(i, &r, mode); }))
+                    << sh.w << "x" << sh.h << " mode " << mode;
             }
-        }
-    });
-}
-
-TEST(FilterKernel3x3, AdaptiveModesOnSmoothImagesReachEveryBand) {
-    on_every_path([](int path) {
-        for (unsigned mode : {14u, 15u}) {
-            kiv got = smooth_image(61, 43, mode), want(got);
-            got.filter_3x3(nullptr, mode);
-            ref_3x3(want, nullptr, mode);
-            EXPECT_TRUE(images_equal(got, want)) << mode << " path " << path;
-        }
     });
 }
 
@@ -241,22 +227,10 @@ TEST(FilterKernel3x3, OnePixelAndWrapAnchors) {
     img.m_pixels[8] = tagRGBA{220, 220, 220, 0};
     img.filter_3x3(nullptr, 5);
     EXPECT_EQ(px(img, 1, 1).r, 72);
-}
-
-TEST(FilterKernel3x3, RefusedModesOnlyRaiseDepthAndOutsidePixelsStay) {
-    kiv img = random_image(12, 9, 8, 2), orig(img);
-    EXPECT_EQ(img.filter_3x3(nullptr, 2), 0);
-    EXPECT_EQ(img.filter_3x3(nullptr, 16), 0);
-    EXPECT_EQ(img.filter_3x3(nullptr, 0xFFFFFFFFu), 0);
-    EXPECT_TRUE(images_equal(img, orig));
-    EXPECT_EQ(img.m_bits, 24);
-    tagRECT r{3, 2, 8, 6};
-    img.filter_3x3(&r, 7);
-    for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 12; ++x)
-            if (x < 3 || x >= 8 || y < 2 || y >= 6) {
-                ASSERT_TRUE(same_rgba(px(img, x, y), px(orig, x, y)));
-            }
+    // A refused mode still raises the depth (its pixels are left alone: the bad-input table).
+    kiv pal = random_image(4, 3, 8, 2);
+    EXPECT_EQ(pal.filter_3x3(nullptr, 2), 0);
+    EXPECT_EQ(pal.m_bits, 24);
 }
 
 TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
@@ -291,9 +265,6 @@ TEST(FilterKernel3x3, CustomSharpenAndSoftenAgree) {
             EXPECT_TRUE(images_equal(hw, hwr)) << "divisor " << div;
         }
     }
-    kiv img = random_image(4, 4, 24, 1), orig(img);
-    EXPECT_EQ(img.filter_custom3x3(nullptr, nullptr, 1), 0);
-    EXPECT_TRUE(images_equal(img, orig));
 }
 
 namespace {
@@ -341,25 +312,20 @@ TEST(FilterKernel3x3, CustomAndSharpen2OnEveryPathAndThreadCount) {
     on_every_path(3, [&](int path, int threads) {
         for (const Shape& sh : shapes) {
             const std::uint64_t seed = static_cast<std::uint64_t>(threads * 13 + sh.w + path);
+            tagRECT r = sh.r;
             for (const auto& kr : kernels)
                 for (int div : kr.divisors) {
-                    tagRECT r = sh.r;
                     int k[9];
                     std::copy(kr.k, kr.k + 9, k);
-                    kiv got = random_image(sh.w, sh.h, 24, seed + static_cast<std::uint64_t>(div)), want(got);
-                    ASSERT_EQ(got.filter_custom3x3(&r, k, div), 1);
-                    ref_3x3(want, &r, 0, kr.k, div == 0 ? 1 : div);
-                    EXPECT_TRUE(images_equal(got, want)) << sh.w << "x" << sh.h << " kernel " << kr.k[0] << " divisor "
-                                                         << div << " path " << path << " threads " << threads;
+                    EXPECT_TRUE(matches(random_image(sh.w, sh.h, 24, seed + static_cast<std::uint64_t>(div)),
+                                        [&](kiv& i) { return i.filter_custom3x3(&r, k, div); },
+                                        [&](kiv& i) { ref_3x3(i, &r, 0, kr.k, div == 0 ? 1 : div); }))
+                        << sh.w << "x" << sh.h << " kernel " << kr.k[0] << " divisor " << div;
                 }
-            for (int strength : {1, 150, 799, 1000}) {
-                tagRECT r = sh.r;
-                kiv got = random_image(sh.w, sh.h, 24, seed * 3 + static_cast<std::uint64_t>(strength)), want(got);
-                ASSERT_EQ(got.sharpen2(&r, strength), 1);
-                ref_sharpen2(want, &r, strength);
-                EXPECT_TRUE(images_equal(got, want))
-                    << sh.w << "x" << sh.h << " sharpen2 " << strength << " path " << path << " threads " << threads;
-            }
+            for (int strength : {1, 150, 799, 1000})
+                EXPECT_TRUE(matches(random_image(sh.w, sh.h, 24, seed * 3 + static_cast<std::uint64_t>(strength)),
+                                    [&](kiv& i) { return i.sharpen2(&r, strength); }, [&](kiv& i) { ref_sharpen2(i, &r, strength); }))
+                    << sh.w << "x" << sh.h << " sharpen2 " << strength;
         }
     });
     // sharpen2's whole range: the float quotient truncates as the integer one.
@@ -407,15 +373,13 @@ TEST(FilterEdge, MatchesReferenceAndClampsAtBrightEdges) {
             EXPECT_EQ(got.m_bits, 24);
             EXPECT_EQ(progress_log(), "");
         }
-    on_every_path(3, [](int path, int threads) {
+    on_every_path(3, [](int, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (double s : {7.0, 0.5}) {
                 tagRECT r = sh.r;
-                kiv got = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)), want(got);
-                ASSERT_EQ(got.edge(&r, s), 1);
-                ref_edge(want, &r, s);
-                EXPECT_TRUE(images_equal(got, want))
-                    << sh.w << "x" << sh.h << " strength " << s << " path " << path << " threads " << threads;
+                EXPECT_TRUE(matches(random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads + sh.w)),
+                                    [&](kiv& i) { return i.edge(&r, s); }, [&](kiv& i) { ref_edge(i, &r, s); }))
+                    << sh.w << "x" << sh.h << " strength " << s;
             }
     });
     // Dark 0 | bright 100: the last dark column gives gx = 300, clamped to 255.
@@ -448,29 +412,21 @@ TEST(FilterEmboss, MatchesReferenceAndFlatGrey) {
         }
     // Lights from every side and from below, depths that give flat shades of 0 and Nz = 0.
     const tagKIV_EMBOSS lights[] = {{30, 45, 20, 1}, {135, 20, 3, 0}, {-60, 80, 2000, 1}, {250, -30, 1, 0}};
-    on_every_path(3, [&](int path, int threads) {
+    on_every_path(3, [&](int, int threads) {
         for (const Shape& sh : kClampedShapes)
             for (const tagKIV_EMBOSS& p : lights) {
                 tagRECT r = sh.r;
-                const std::uint64_t seed = static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h);
-                kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
-                // Few heights, so flat neighbourhoods and small gradients are common.
-                for (int i = 0; i < got.m_packets; ++i) got.m_pixels[i].r = want.m_pixels[i].r &= 0xC1;
                 tagKIV_EMBOSS q = p;
-                ASSERT_EQ(got.emboss(&r, &q), 1);
-                ref_emboss(want, &r, p);
-                EXPECT_TRUE(images_equal(got, want))
-                    << sh.w << "x" << sh.h << " azimuth " << p.azimuth << " path " << path << " threads " << threads;
+                kiv src = random_image(sh.w, sh.h, 24, static_cast<std::uint64_t>(threads * 7 + sh.w + sh.h));
+                // Few heights, so flat neighbourhoods and small gradients are common.
+                for (int i = 0; i < src.m_packets; ++i) src.m_pixels[i].r &= 0xC1;
+                EXPECT_TRUE(matches(src, [&](kiv& i) { return i.emboss(&r, &q); }, [&](kiv& i) { ref_emboss(i, &r, p); }))
+                    << sh.w << "x" << sh.h << " azimuth " << p.azimuth;
             }
     });
     kiv flat = flat_image(5, 4, tagRGBA{90, 40, 7, 200});
     ASSERT_EQ(flat.emboss(nullptr, nullptr), 1);
     for (int i = 0; i < flat.m_packets; ++i) ASSERT_TRUE(same_rgba(flat.m_pixels[i], tagRGBA{180, 180, 180, 0}));
-    kiv img = random_image(5, 4, 24, 3), orig(img);
-    tagKIV_EMBOSS zero{30, 45, 0x30000, 1}, nan{std::nan(""), 45, 20, 1};
-    EXPECT_EQ(img.emboss(nullptr, &zero), 0);
-    EXPECT_EQ(img.emboss(nullptr, &nan), 0);
-    EXPECT_TRUE(images_equal(img, orig));
 }
 
 TEST(FilterRaiseEdge, BandsOnWhiteAndGrey) {
@@ -510,7 +466,5 @@ TEST(FilterRaiseEdge, BandsOnWhiteAndGrey) {
     kiv g = random_image(4, 4, 24, 5), orig(g);
     EXPECT_EQ(g.raise_edge(nullptr, 0), 1);
     EXPECT_EQ(g.raise_edge(nullptr, 3), 0);
-    EXPECT_EQ(g.raise_edge(nullptr, -1), 0);
-    EXPECT_EQ(g.raise_edge(nullptr, 0x7FFFFFFF), 0);
     EXPECT_TRUE(images_equal(g, orig));
 }

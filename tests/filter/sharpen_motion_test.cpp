@@ -11,6 +11,7 @@
 #include "core/simd.h"
 #include "filter/filter.h"
 #include "filter_test_util.h"
+#include "support/checks.h"
 #include "support/paths.h"
 
 using namespace kivtest;
@@ -50,17 +51,12 @@ TEST(FilterSharpenMotion, FlatImagesStayFlatAndOutsideStaysUntouched) {
         tagRECT r{-3, 4, 11, 30};
         ASSERT_EQ(op.run(img, &r), 1) << op.name;
         EXPECT_EQ(img.m_bits, 24) << op.name;
+        EXPECT_TRUE(unchanged_outside(orig, img, tagRECT{0, 4, 11, 15})) << op.name;
         int changed = 0;
-        for (int y = 0; y < 15; ++y)
-            for (int x = 0; x < 17; ++x) {
-                const bool inside = x < 11 && y >= 4;
-                if (!inside) {
-                    ASSERT_TRUE(same_rgba(px(img, x, y), px(orig, x, y))) << op.name << " " << x << "," << y;
-                } else {
-                    ASSERT_EQ(px(img, x, y).a, px(orig, x, y).a) << op.name << " alpha";
-                    changed += !same_rgba(px(img, x, y), px(orig, x, y));
-                }
-            }
+        for (int i = 0; i < img.m_packets; ++i) {
+            ASSERT_EQ(img.m_pixels[i].a, orig.m_pixels[i].a) << op.name << " alpha";
+            changed += !same_rgba(img.m_pixels[i], orig.m_pixels[i]);
+        }
         EXPECT_GT(changed, 10) << op.name << " did nothing";
     }
 }
@@ -116,31 +112,6 @@ TEST(FilterSharpenMotion, HandCheckedValues) {
             ASSERT_EQ(b.b - a.b, d) << i;
         }
     }
-}
-
-TEST(FilterSharpenMotion, RefusalsLeaveTheImage) {
-    kiv img = random_image(9, 8, 8, 3), orig(img);
-    tagRECT outside{-9, -9, 0, 0};
-    const int results[] = {
-        img.sharpen2(nullptr, -1), img.sharpen2(nullptr, 1001), img.sharpen2(&outside, 50),
-        img.unsharp_mask(nullptr, 0.0, 50, 0), img.unsharp_mask(nullptr, std::nan(""), 50, 0),
-        img.unsharp_mask(nullptr, 2.0, -1, 0), img.unsharp_mask(nullptr, 2.0, 50, 256),
-        img.unsharp_mask2(nullptr, 1e9, 50, 0), img.enhance(nullptr, 0, 50), img.enhance(nullptr, 3, 101),
-        img.mblur_linear(nullptr, INFINITY, 5), img.mblur_linear(nullptr, 0, -1), img.mblur_linear(nullptr, 0, 1001),
-        img.mblur_radial(nullptr, 0, 0, 361.0), img.mblur_radial(nullptr, 0, 0, std::nan("")),
-        img.mblur_radial(nullptr, 0x7FFFFFFF, 0, 10.0), img.mblur_round(nullptr, 0, 0, -2),
-        img.mblur_zoom(nullptr, 0, 0, 101), img.mblur_zoom(nullptr, 0, -0x7FFFFFFF, 50),
-        img.sblur_wind(nullptr, 4, 10), img.sblur_wind(nullptr, 0, 0), img.sblur_blast(nullptr, -1, 10),
-        img.sblur_blast(nullptr, 3, 1001),
-    };
-    for (std::size_t i = 0; i < sizeof(results) / sizeof(results[0]); ++i) EXPECT_EQ(results[i], 0) << "case " << i;
-    EXPECT_TRUE(images_equal(img, orig));
-    EXPECT_EQ(img.m_bits, 8);
-    kiv empty;
-    for (const Op& op : smoothing_ops()) EXPECT_EQ(op.run(empty, nullptr), 0) << op.name;
-    EXPECT_EQ(empty.filter_3x3(nullptr, 0) + empty.edge(nullptr, 1) + empty.emboss(nullptr, nullptr) +
-                  empty.raise_edge(nullptr, 1) + empty.filter_sharpen(nullptr, 3),
-              0);
 }
 
 namespace {
@@ -372,44 +343,34 @@ TEST(FilterSharpenMotion, MotionBlursMatchThePerPixelReferences) {
         for (const Shape& sh : shapes) {
             const std::uint64_t seed = static_cast<std::uint64_t>(sh.w * 5 + threads + path);
             const int centres[][2] = {{sh.w / 2, sh.h / 3}, {0, sh.h - 1}, {-70, 2 * sh.h + 9}};
+            const kiv src = random_image(sh.w, sh.h, 24, seed);
             auto check = [&](const char* what, auto run, auto ref) {
-                tagRECT r = sh.r;
-                kiv got = random_image(sh.w, sh.h, 24, seed), want(got);
-                ASSERT_EQ(run(got, &r), 1) << what;
-                ref(want, &r);
-                EXPECT_TRUE(images_equal(got, want))
-                    << what << " " << sh.w << "x" << sh.h << " path " << path << " threads " << threads;
+                tagRECT r = sh.r, q = sh.r;
+                EXPECT_TRUE(matches(src, [&](kiv& i) { return run(i, &r); }, [&](kiv& i) { ref(i, &q); }))
+                    << what << " " << sh.w << "x" << sh.h;
             };
             for (double angle : {0.0, 33.0, 90.0, -147.5})
-                for (int d : {1, 9, 40, 300}) {
-                    check(
-                        "linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
-                        [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
-                }
+                for (int d : {1, 9, 40, 300})
+                    check("linear", [&](kiv& i, tagRECT* r) { return i.mblur_linear(r, angle, d); },
+                          [&](kiv& i, tagRECT* r) { ref_mblur_linear(i, r, angle, d); });
             for (auto& c : centres) {
                 for (double angle : {5.0, 40.0, 360.0})
-                    check(
-                        "radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
-                        [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
+                    check("radial", [&](kiv& i, tagRECT* r) { return i.mblur_radial(r, c[0], c[1], angle); },
+                          [&](kiv& i, tagRECT* r) { ref_mblur_radial(i, r, c[0], c[1], angle); });
                 for (int amount : {1, 7, 60})
-                    check(
-                        "round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
-                        [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
+                    check("round", [&](kiv& i, tagRECT* r) { return i.mblur_round(r, c[0], c[1], amount); },
+                          [&](kiv& i, tagRECT* r) { ref_mblur_round(i, r, c[0], c[1], amount); });
                 for (int amount : {3, 60, 100})
-                    check(
-                        "zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
-                        [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
+                    check("zoom", [&](kiv& i, tagRECT* r) { return i.mblur_zoom(r, c[0], c[1], amount); },
+                          [&](kiv& i, tagRECT* r) { ref_mblur_zoom(i, r, c[0], c[1], amount); });
             }
-            for (int direction = 0; direction < 4; ++direction)
-                for (int strength : {1, 12, 300})
-                    for (int blast = 0; blast < 2; ++blast)
-                        check(
-                            blast ? "blast" : "wind",
-                            [&](kiv& i, tagRECT* r) {
-                                return blast ? i.sblur_blast(r, direction, strength)
-                                             : i.sblur_wind(r, direction, strength);
-                            },
-                            [&](kiv& i, tagRECT* r) { ref_streak(i, r, direction, strength, blast != 0); });
+            for (int dir = 0; dir < 4; ++dir)
+                for (int strength : {1, 12, 300}) {
+                    check("wind", [&](kiv& i, tagRECT* r) { return i.sblur_wind(r, dir, strength); },
+                          [&](kiv& i, tagRECT* r) { ref_streak(i, r, dir, strength, false); });
+                    check("blast", [&](kiv& i, tagRECT* r) { return i.sblur_blast(r, dir, strength); },
+                          [&](kiv& i, tagRECT* r) { ref_streak(i, r, dir, strength, true); });
+                }
         }
     });
 }

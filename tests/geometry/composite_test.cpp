@@ -2,7 +2,6 @@
 // palettized inputs, an image composited onto itself.
 #include <gtest/gtest.h>
 
-#include <climits>
 
 #include "fill/fill_reference.h"
 #include "support/test_images.h"
@@ -160,28 +159,4 @@ TEST(Compositing, OntoItselfAsIfFromACopy) {
         }
         EXPECT_TRUE(images_equal(a, b)) << "case " << k;
     }
-}
-
-TEST(Compositing, Refusals) {
-    kiv img = random_image(5, 5, 8, 41), keep(img), src = random_image(3, 3, 24, 42), empty;
-    EXPECT_EQ(img.addlayer(nullptr, 0, 0, 255, 0, 0), 0);
-    EXPECT_EQ(img.addlayer(&empty, 0, 0, 255, 0, 0), 0);
-    EXPECT_EQ(img.addlayer(&src, 0, 0, 0, 0, 0), 0);
-    EXPECT_EQ(img.addlayer(&src, 5, 0, 255, 0, 0), 0);
-    EXPECT_EQ(img.addlayer(&src, INT_MIN, INT_MAX, 255, 0, 0), 0);
-    EXPECT_EQ(img.merge(&src, nullptr, -3, 0, 255), 0);
-    tagRECT outside{10, 10, 20, 20};
-    EXPECT_EQ(img.merge(&src, &outside, 0, 0, 255), 0);
-    EXPECT_EQ(img.merge(nullptr, nullptr, 0, 0, 255), 0);
-    EXPECT_EQ(img.fadepaste(&src, 0, 0, 0, 0, 4), 0);
-    EXPECT_EQ(img.fadepaste(&src, 0, 0, 0, 255, 8), 0);
-    EXPECT_EQ(img.fadeinrect(nullptr, 0, 255, 255, -1), 0);
-    EXPECT_EQ(img.fadeinrect(&outside, 0, 255, 255, 4), 0);
-    EXPECT_EQ(img.texturefill(nullptr, &empty, 255, 0), 0);
-    EXPECT_EQ(img.texturefill(&outside, &src, 255, 0), 0);
-    EXPECT_TRUE(images_equal(img, keep));
-    EXPECT_EQ(img.m_bits, 8);
-    EXPECT_EQ(empty.addlayer(&src, 0, 0, 255, 0, 0), 0);
-    EXPECT_EQ(empty.fadeinrect(nullptr, 0, 255, 255, 4), 0);
-    EXPECT_EQ(empty.texturefill(nullptr, &src, 255, 0), 0);
 }

@@ -69,26 +69,9 @@ TEST(Orientation, RectangleOperationsMatchTheModel) {
             }
 }
 
-TEST(Orientation, Quirks) {
-    kiv img = random_image(5, 3, 24, 8);
-    kiv before(img);
-    ASSERT_EQ(1, img.rotate180(0, 0, 5, 3));
-    for (int x = 0; x < 5; ++x) {
-        EXPECT_TRUE(kivtest::same_rgba(px(before, x, 1), px(img, x, 1)));  // middle row unreversed
-        EXPECT_TRUE(kivtest::same_rgba(px(before, x, 0), px(img, 4 - x, 2)));
-    }
-    kiv one(before);
-    EXPECT_EQ(1, one.rotate180(0, 1, 5, 1));  // one row: nothing moves
-    EXPECT_EQ(1, one.mirror(2, 0, 1, 3));     // one column wide
-    EXPECT_EQ(1, one.flip(0, 2, 5, 1));       // one row high
-    EXPECT_TRUE(images_equal(before, one));
-    for (Op op : {Op::Half, Op::Mirror, Op::Flip}) {
-        EXPECT_EQ(0, call(one, op, 5, 0, 3, 3));     // wholly right of the image
-        EXPECT_EQ(0, call(one, op, -4, -4, 3, 3));   // wholly above-left
-        EXPECT_EQ(1, call(one, op, 1, 1, 0x7FFFFFFF, 0x7FFFFFFF));  // saturates to the edges
-        kiv empty;
-        EXPECT_EQ(0, call(empty, op, 0, 0, 0, 0));
-    }
+// The model test holds the odd middle row and the clipping; here, round trips.
+TEST(Orientation, MirrorAndFlipTwiceAreTheIdentity) {
+    kiv before = random_image(5, 3, 24, 8);
     kiv twice(before);
     twice.mirror(0, 0, 0, 0);  // empty rectangle: whole image
     twice.mirror(0, 0, 5, 3);
@@ -122,15 +105,12 @@ TEST(Orientation, QuarterTurnsMatchTheModelAndRoundTrip) {
         }
 }
 
-TEST(Orientation, RotateKeepsTheProgressCallbackAndIgnoresEmptyImages) {
+TEST(Orientation, RotateKeepsTheProgressCallback) {
     kiv img = random_image(3, 2, 24, 9);
     img.m_progressproc = count_progress;
     img.rotate(0);
     EXPECT_EQ(reinterpret_cast<void*>(count_progress), reinterpret_cast<void*>(img.m_progressproc));
     EXPECT_EQ(0, g_progress_calls);
-    kiv empty;
-    empty.rotate(1);
-    EXPECT_EQ(nullptr, empty.pixels());
 }
 
 // Results of four megabytes and more may be built in a block freed moments before, not

@@ -2,8 +2,6 @@
 // sine and cosine are tested with the shared maths).
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 
 #include "kiv.h"
 #include "support/test_images.h"
@@ -52,16 +50,4 @@ TEST(RotateAny, GrowsToHoldTheTurnAndFillsCornersWithBackground) {
     ASSERT_EQ(1, slight.rotate_any(1e-9, 0, 0));  // no spurious extra column
     EXPECT_EQ(30, slight.width());
     EXPECT_EQ(20, slight.height());
-}
-
-TEST(RotateAny, Refusals) {
-    kiv img = random_image(5, 4, 24, 92);
-    kiv before(img);
-    EXPECT_EQ(0, img.rotate_any(30, 0, 2));
-    EXPECT_EQ(0, img.rotate_any(30, 0, -1));
-    EXPECT_EQ(0, img.rotate_any(std::numeric_limits<double>::quiet_NaN(), 0, 0));
-    EXPECT_EQ(0, img.rotate_any(-std::numeric_limits<double>::infinity(), 0, 1));
-    EXPECT_TRUE(images_equal(before, img));
-    kiv empty;
-    EXPECT_EQ(0, empty.rotate_any(30, 0, 0));
 }

@@ -182,16 +182,3 @@ TEST(Weighted, OpaqueImagesKeepAlphaAndThePlainColours) {
             EXPECT_EQ(p.a, 255);
         }
 }
-
-TEST(Weighted, RefusesUnknownFlagsAndAlphaOfAPalettizedImage) {
-    kiv img = kivtest::random_image(8, 8, 32, 3), pal = kivtest::random_image(8, 8, 8, 3);
-    kiv before(img), pbefore(pal);
-    EXPECT_EQ(img.zoom_rgba(4, 4, 11, 4), 0);
-    EXPECT_EQ(img.blur_gauss_rgba(nullptr, 1.0, 1.0, -1), 0);
-    EXPECT_EQ(img.rotate_any_rgba(10.0, 2, 1), 0);
-    EXPECT_EQ(pal.unsharp_mask_rgba(nullptr, 1.0, 100, 0, KIV_FILTER_ALPHA), 0);
-    EXPECT_EQ(pal.rotate_any_rgba(10.0, 1, KIV_FILTER_ALPHA), 0);
-    EXPECT_TRUE(images_equal(img, before));
-    EXPECT_TRUE(images_equal(pal, pbefore));
-    EXPECT_EQ(pal.m_bits, 8);
-}

@@ -228,15 +228,19 @@ std::vector<Case> cases() {
             i.movefrom(&back);
             return static_cast<long long>(ok);
         });
-    for (int mode = 0; mode <= 4; ++mode) {
-        const std::string m = std::to_string(mode);
-        add("kivQuantize" + m, [mode](kiv& i, Fnv& f) {
+    // The free functions on the image's DIB, which is freed after.
+    auto on_dib = [&](std::string name, std::function<void(void*, Fnv&)> g) {
+        add(name, [g](kiv& i, Fnv& f) {
             void* d = i.createdib();
-            hash_dib(f, kivQuantize(d, mode, 13));
+            g(d, f);
             GlobalFree(static_cast<HGLOBAL>(d));
             return 0LL;
         });
-        add("kivQuantizeWcp" + m, [mode](kiv& i, Fnv& f) {
+    };
+    for (int mode = 0; mode <= 4; ++mode) {
+        const std::string m = std::to_string(mode);
+        on_dib("kivQuantize" + m, [mode](void* d, Fnv& f) { hash_dib(f, kivQuantize(d, mode, 13)); });
+        on_dib("kivQuantizeWcp" + m, [mode](void* d, Fnv& f) {
             std::vector<unsigned char> buf(sizeof(tagLOGPALETTE) + 12 * sizeof(PALETTEENTRY));
             auto* pal = reinterpret_cast<tagLOGPALETTE*>(buf.data());
             pal->palVersion = 0x300;
@@ -244,23 +248,12 @@ std::vector<Case> cases() {
             for (int k = 0; k < 12; ++k)
                 pal->palPalEntry[k] = PALETTEENTRY{static_cast<BYTE>(k * 23), static_cast<BYTE>(255 - k * 19),
                                                    static_cast<BYTE>((k * 71) % 256), 0};
-            void* d = i.createdib();
             hash_dib(f, kivQuantizeWcp(d, mode, pal));
-            GlobalFree(static_cast<HGLOBAL>(d));
-            return 0LL;
         });
-        add("kivQuantizeWdp" + m, [mode](kiv& i, Fnv& f) {
-            void* d = i.createdib();
-            hash_dib(f, kivQuantizeWdp(d, mode, (mode * 2 + 1) % 9));
-            GlobalFree(static_cast<HGLOBAL>(d));
-            return 0LL;
-        });
-        add("kivQuantizeWin" + m, [mode](kiv& i, Fnv& f) {
-            void* d = i.createdib();
+        on_dib("kivQuantizeWdp" + m, [mode](void* d, Fnv& f) { hash_dib(f, kivQuantizeWdp(d, mode, (mode * 2 + 1) % 9)); });
+        on_dib("kivQuantizeWin" + m, [mode](void* d, Fnv& f) {
             hash_dib(f, kivQuantizeWin256(d, mode));
             hash_dib(f, kivQuantizeWin16(d, mode));
-            GlobalFree(static_cast<HGLOBAL>(d));
-            return 0LL;
         });
     }
 

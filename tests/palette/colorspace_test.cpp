@@ -9,7 +9,6 @@
 #include "palette/colorspace.h"
 #include "support/test_images.h"
 
-using kivtest::images_equal;
 using kivtest::px;
 using kivtest::same_rgba;
 
@@ -82,7 +81,8 @@ TEST(ColorSpace, CubeRootAgreesWithTheLibrary) {
     EXPECT_EQ(0.0, kivpal::cube_root(0.0));
 }
 
-TEST(ColorSpace, OnlyTheRectangleChangesAndRefusalsChangeNothing) {
+// (Refusals are rows of the bad-input table.)
+TEST(ColorSpace, OnlyTheRectangleChanges) {
     kiv img = kivtest::random_image(9, 7, 24, 3);
     kiv orig(img);
     tagRECT r{-3, 2, 4, 5};
@@ -93,14 +93,6 @@ TEST(ColorSpace, OnlyTheRectangleChangesAndRefusalsChangeNothing) {
             if (x < 4 && y >= 2 && y < 5) o = tagRGBA{BYTE(255 - o.r), BYTE(255 - o.g), BYTE(255 - o.b), o.a};
             ASSERT_TRUE(same_rgba(o, px(img, x, y))) << x << "," << y;
         }
-    kiv before(img);
-    tagRECT outside{20, 20, 30, 30};
-    EXPECT_EQ(0, img.convert_colorspace(&outside, KIV_CS_HSV));
-    EXPECT_EQ(0, img.convert_colorspace(nullptr, 7));
-    EXPECT_EQ(0, img.convert_rgb(nullptr, -1));
-    EXPECT_TRUE(images_equal(before, img));
-    kiv empty;
-    EXPECT_EQ(0, empty.convert_colorspace(nullptr, KIV_CS_LAB));
 
     // A palettized image is raised to 24 bits; its map stays, the index bytes are kept.
     kiv pal = kivtest::random_image(5, 4, 8, 4);

@@ -103,22 +103,6 @@ TEST(Cli, ListHelpVersionAndFormats) {
     EXPECT_NE(std::string::npos, cli({"--manpage"}).out.find(".SH OPERATIONS"));
 }
 
-TEST(Cli, EveryOperationHasHelpAndParsableDemoArguments) {
-    for (const auto& op : kivcli::all_ops()) {
-        EXPECT_FALSE(op.summary.empty()) << op.name;
-        if (op.demo == "-") continue;
-        std::istringstream words(op.demo);
-        std::string w;
-        std::size_t k = 0;
-        double v;
-        for (; words >> w; ++k) {
-            ASSERT_LT(k, op.args.size()) << op.name;
-            EXPECT_TRUE(kivcli::parse_value(w, op.args[k], &v) && kivcli::out_of_range(w, op.args[k], v).empty()) << op.name << " " << w;
-        }
-        EXPECT_EQ(op.args.size(), k) << op.name;
-    }
-}
-
 TEST(Cli, ParsesArgumentKindsAndEveryColourForm) {
     double v = 0;
     for (const char* c : {"#FF8000", "FF8000", "ff8000", "0xFF8000", "#f80", "darkorange", "DarkOrange"}) {
@@ -485,25 +469,29 @@ TEST(Cli, PipelineMatchesTheLibraryCalledDirectly) {
     EXPECT_TRUE(same_pixels(want, Loaded(s("out.png")).img, false));
 }
 
-// Every operation with its demo arguments on images the gallery never shows: an empty image
-// stays empty, whatever an operation accepts leaves a consistent image behind, and one that
-// keeps the alpha byte (by the program's list) keeps it wherever the image keeps its size.
-TEST(Cli, EveryOperationCopesWithSmallPalettizedAndEmptyImages) {
+// Every operation has help and demo arguments that parse and lie in range, one per argument;
+// with them, on images the gallery never shows, an empty image stays empty, whatever an
+// operation accepts leaves a consistent image behind, and one that keeps the alpha byte (by
+// the program's list) keeps it wherever the image keeps its size.
+TEST(Cli, EveryOperationHasHelpAndCopesWithSmallPalettizedAndEmptyImages) {
     Scratch s;
     save(kivtest::random_image(8, 8, 24, 3), s("texture.bmp"));
     write_bytes(s("palette.gpl"), {'G', 'I', 'M', 'P', ' ', 'P', 'a', 'l', 'e', 't', 't', 'e', '\n', '9', ' ', '8', ' ', '7', '\n'});
     for (const auto& op : kivcli::all_ops()) {
+        EXPECT_FALSE(op.summary.empty()) << op.name;
         if (op.demo == "-") continue;
         kivcli::OpCall call;
         std::istringstream words(op.demo);
         std::string w;
         for (std::size_t k = 0; words >> w; ++k) {
             double v = 0;
-            ASSERT_TRUE(kivcli::parse_value(w, op.args[k], &v)) << op.name;
+            ASSERT_LT(k, op.args.size()) << op.name;
+            ASSERT_TRUE(kivcli::parse_value(w, op.args[k], &v) && kivcli::out_of_range(w, op.args[k], v).empty()) << op.name << " " << w;
             call.args.push_back(v);
             call.text.push_back(s(w));
             call.images.push_back(op.args[k].kind == kivcli::ArgKind::Image ? std::make_shared<kiv>(kivtest::random_image(3, 2, 24, 4)) : nullptr);
         }
+        EXPECT_EQ(op.args.size(), call.args.size()) << op.name;
         kiv empty;
         op.run(empty, call);
         EXPECT_EQ(nullptr, empty.m_pixels) << op.name;
