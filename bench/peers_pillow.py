@@ -5,7 +5,8 @@ driver can alternate the libraries repetition by repetition.
 Protocol, one line each way (replies are JSON):
   version                 -> {"pillow": "9.4.0", "python": "3.11.2"}
   load <path> <w> <h>     -> {"ok": 1}       raw RGB bytes, row-major, top row first
-  run <op>                -> {"ms": 12.3}    plus "psnr" for the quantizers
+  run <op> [k]            -> {"ms": 12.3}    the mean of k calls (default 1), each timed on
+                                             its own; plus "psnr" for the quantizers
   quit
 Only the operation itself is timed (time.perf_counter); inputs are prepared before."""
 import json
@@ -24,6 +25,8 @@ T = getattr(Image, "Transpose", Image)
 D = getattr(Image, "Dither", Image)
 Q = getattr(Image, "Quantize", Image)
 FILTERS = {"lanczos": R.LANCZOS, "mitchell": R.BICUBIC, "bilinear": R.BILINEAR, "nearest": R.NEAREST}
+
+SHARPEN3 = ImageFilter.Kernel((3, 3), (-1, -1, -1, -1, 18, -1, -1, -1, -1), 10)
 
 src = None
 dib = None  # the source as a bottom-up BGR block, made once per load
@@ -57,11 +60,23 @@ def rgba_source():
     return _rgba[1]
 
 
-def run(op):
-    """Returns (ms, extra dict)."""
+def run(op, k):
+    """Returns (mean ms of k calls, extra dict)."""
+    name = op.partition(":")[0]
+    total = 0.0
+    for _ in range(k):
+        ms, out = call(op)
+        total += ms
+    extra = {}
+    if name == "quant":
+        extra["psnr"] = psnr(src, out)
+    return total / k, extra
+
+
+def call(op):
+    """Runs op once; returns (ms, its output)."""
     name, _, arg = op.partition(":")
     im = src
-    extra = {}
     if name == "resize_rgba":
         rgba_source()  # made before the clock starts
     t0 = time.perf_counter()
@@ -74,7 +89,7 @@ def run(op):
     elif name == "median3":
         out = im.filter(ImageFilter.MedianFilter(3))
     elif name == "sharpen3":
-        out = im.filter(ImageFilter.Kernel((3, 3), (-1, -1, -1, -1, 18, -1, -1, -1, -1), 10))
+        out = im.filter(SHARPEN3)
     elif name == "edges":
         out = im.filter(ImageFilter.FIND_EDGES)
     elif name == "resize":
@@ -104,12 +119,15 @@ def run(op):
         # bottom-up BGR in, RGBA, and back to bottom-up BGR
         rgba = Image.frombytes("RGB", im.size, dib, "raw", "BGR", 0, -1).convert("RGBA")
         out = rgba.convert("RGB").tobytes("raw", "BGR", 0, -1)
+    elif name == "thumb":
+        # resize, sharpen, 256 colours, then an 8-bit bottom-up row block and its palette
+        size = int(arg)
+        small = im.resize((size, size), R.LANCZOS).filter(SHARPEN3)
+        p = small.quantize(256, Q.MEDIANCUT)
+        out = (p.tobytes("raw", "P", 0, -1), p.getpalette())
     else:
         raise ValueError("unknown operation " + op)
-    ms = (time.perf_counter() - t0) * 1000.0
-    if name == "quant":
-        extra["psnr"] = psnr(im, out)
-    return ms, extra
+    return (time.perf_counter() - t0) * 1000.0, out
 
 
 def main():
@@ -130,7 +148,7 @@ def main():
                 dib = src.tobytes("raw", "BGR", 0, -1)
                 reply = {"ok": 1}
             elif words[0] == "run":
-                ms, extra = run(words[1])
+                ms, extra = run(words[1], int(words[2]) if len(words) > 2 else 1)
                 reply = dict(ms=ms, **extra)
             else:
                 reply = {"error": "unknown command " + words[0]}

@@ -3,10 +3,12 @@
 //
 // Every row runs the libraries in turn (kivlib, OpenCV, vips, Pillow, libimagequant, then a
 // memcpy of the image), repetition after repetition, so load drifting on a shared machine hits
-// them alike; the first repetitions are a warm-up and the medians are reported.
+// them alike; a warm-up call of each comes first and the medians are reported.  One sample is
+// the mean of as many calls as last about two milliseconds together, so 64 x 64 calls of a few
+// microseconds are measured as steadily as 4096 x 4096 ones.
 //
 // What is timed: the operation on an image that already holds the source pixels.  kivlib's
-// image is created once and the source copied into it before each repetition (untimed; it is
+// image is created once and the source copied into it before each call (untimed; it is
 // re-created, also untimed, when an operation changed its size or depth).  OpenCV reads the
 // shared source buffer and writes into a reused output Mat.  vips wraps the same buffer and
 // runs the pipeline into a new memory image (vips' own allocation included).  Pillow works on
@@ -156,7 +158,25 @@ private:
 };
 
 // ---- One table row -------------------------------------------------------------------------
-using Job = std::function<double()>;  // runs once, returns the timed milliseconds (NaN: failed)
+// Runs k calls and returns the mean of their timed milliseconds (NaN: a call failed).
+using Job = std::function<double(int k)>;
+// One call: returns its timed milliseconds (NaN: failed).
+using Call = std::function<double()>;
+
+// k calls in a row, each timed on its own, so that whatever readies the next call (kivlib's
+// copy of the source into its image) stays outside the timed region; every library's calls
+// are bracketed by the clock alike, so its cost is charged equally.
+Job each(Call one) {
+    return [one](int k) {
+        double sum = 0;
+        for (int i = 0; i < k; ++i) {
+            const double ms = one();
+            if (std::isnan(ms)) return ms;
+            sum += ms;
+        }
+        return sum / k;
+    };
+}
 
 struct Row {
     std::string op, note;
@@ -174,16 +194,21 @@ struct Table {
     double memcpy_ms() const { return median(memcpy_samples); }
 };
 
+// One sample of a library times as many calls as last about this long together (at least one).
+constexpr double kSampleMs = 2.0;
+constexpr double kMaxCalls = 20000;
+
 struct Config {
     bool quick = false;
-    int warm = 1;            // warm-up repetitions, not counted
-    int reps_small = 5;      // counted repetitions at 1024
-    int reps_large = 3;      // at 4096
+    int reps_large = 3;      // counted repetitions (samples) at 4096
+    int reps_mid = 5;        // at 1024
+    int reps_small = 7;      // at 256 and 64
     int threads = -1;  // -1: all cores, then one
     std::string out = "bench/results.md";
     std::string script = "bench/peers_pillow.py";
     std::string python = "/usr/bin/python3";
     std::string only;  // run only the rows whose operation contains this text
+    bool fastest = false;  // report each library's fastest sample instead of the median
 };
 
 class Driver {
@@ -194,7 +219,7 @@ public:
 private:
     void make_source(Source& s, int size);
     void build_rows(Table& t, Source& s);
-    void measure(Table& t, int warm, int reps);
+    void measure(Table& t, int reps);
     std::string report(const std::vector<Table>& tables, double minutes, const std::string& load0) const;
 
     // kivlib: the source copied into the image (untimed), then op timed.
@@ -214,7 +239,7 @@ private:
 };
 
 Job Driver::kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr, bool with_alpha) {
-    return [this, &s, op, psnr, with_alpha]() {
+    return each([this, &s, op, psnr, with_alpha]() {
         const int bits = with_alpha ? 32 : 24;
         if (img_.m_width != s.w || img_.m_height != s.h || img_.m_bits != bits || !img_.m_pixels)
             img_.create(s.w, s.h, bits);
@@ -230,7 +255,7 @@ Job Driver::kiv_job(Source& s, std::function<bool(kiv&)> op, double* psnr, bool 
             *psnr = psnr_rgb(reinterpret_cast<unsigned char*>(s.rgba.data()),
                              reinterpret_cast<unsigned char*>(img_.m_pixels), s.rgba.size(), 4, 4);
         return t;
-    };
+    });
 }
 
 void Driver::make_source(Source& s, int size) {
@@ -258,7 +283,7 @@ void Driver::make_source(Source& s, int size) {
 // Runs a vips pipeline from the wrapped source into a new memory image.  build() makes the
 // output in t[0] using the other slots of t for intermediates; all are released with base.
 Job vips_job(VipsImage*& in, std::function<int(VipsImage* in, VipsImage** t)> build) {
-    return [&in, build]() {
+    return each([&in, build]() {
         auto t0 = Clock::now();
         VipsImage* base = vips_image_new();
         VipsImage** t = reinterpret_cast<VipsImage**>(vips_object_local_array(VIPS_OBJECT(base), 12));
@@ -275,7 +300,7 @@ Job vips_job(VipsImage*& in, std::function<int(VipsImage* in, VipsImage** t)> bu
             vips_error_clear();
         }
         return ms;
-    };
+    });
 }
 
 VipsImage* vips_mask(int n, const double* v, double scale) {
@@ -313,18 +338,18 @@ void Driver::build_rows(Table& t, Source& s) {
         r.note = std::move(note);
         r.ms.fill(NAN);
         r.psnr.fill(NAN);
-        r.job[MEMCPY] = [this, &s]() {
+        r.job[MEMCPY] = each([this, &s]() {
             auto t0 = Clock::now();
             std::memcpy(cpy_dst_.data(), s.rgba.data(), s.bytes4());
             benchmark::DoNotOptimize(cpy_dst_.data());
             return ms_since(t0);
-        };
+        });
         return r;
     };
     auto pil = [&](Row& r, std::string op) {
         if (!pil_.ok()) return;
-        r.job[PIL] = [this, op, &r]() {
-            std::string reply = pil_.call("run " + op);
+        r.job[PIL] = [this, op, &r](int k) {  // Pillow runs and times the k calls itself
+            std::string reply = pil_.call("run " + op + " " + std::to_string(k));
             if (reply.find("error") != std::string::npos || reply.empty()) {
                 std::cerr << "Pillow " << op << ": " << reply;
                 return static_cast<double>(NAN);
@@ -338,11 +363,11 @@ void Driver::build_rows(Table& t, Source& s) {
     cv::Mat csrc(s.h, s.w, CV_8UC3, s.rgb.data());
     cv::Mat& cdst = cdst_;
     auto ocv = [&](Row& r, std::function<void(const cv::Mat&, cv::Mat&)> f) {
-        r.job[OCV] = [csrc, &cdst, f]() {
+        r.job[OCV] = each([csrc, &cdst, f]() {
             auto t0 = Clock::now();
             f(csrc, cdst);
             return ms_since(t0);
-        };
+        });
     };
 #else
     auto ocv = [](Row&, auto) {};
@@ -430,8 +455,9 @@ void Driver::build_rows(Table& t, Source& s) {
 
     // ---- resampling: shrink the 4096 source, enlarge the 1024 one
     {
-        const int to = n >= 4096 ? n / 4 : n * 4;
-        const bool down = to < n;
+        // Shrink the 4096 and 256 sources, enlarge the 1024 and 64 ones.
+        const bool down = n == 4096 || n == 256;
+        const int to = down ? n / 4 : n * 4;
         struct M {
             const char* name;
             int method;  // zoom's filter, -1: zoom_near
@@ -583,7 +609,7 @@ void Driver::build_rows(Table& t, Source& s) {
         r.quality = true;
         r.job[KIV] = kiv_job(s, [mode](kiv& k) { k.quantize(mode, 256, nullptr); return k.m_bits == 8; }, &r.psnr[KIV]);
 #ifdef KIVB_HAVE_LIQ
-        r.job[LIQ] = [&s, mode, &r]() {
+        r.job[LIQ] = each([&s, mode, &r]() {
             std::vector<unsigned char> idx(static_cast<std::size_t>(s.w) * s.h);
             auto t0 = Clock::now();
             liq_attr* a = liq_attr_create();
@@ -609,7 +635,7 @@ void Driver::build_rows(Table& t, Source& s) {
             liq_image_destroy(im);
             liq_attr_destroy(a);
             return ms;
-        };
+        });
 #endif
         pil(r, "quant:" + std::to_string(mode));
     }
@@ -621,7 +647,7 @@ void Driver::build_rows(Table& t, Source& s) {
                      "no row flip; vips: from memory, band reorder + alpha, and back, no row flip; Pillow: frombytes "
                      "bottom-up BGR, convert RGBA, tobytes bottom-up BGR");
         void* dib = s.dib;
-        r.job[KIV] = [this, dib]() {
+        r.job[KIV] = each([this, dib]() {
             // The DIB read once first: every other job starts from an input just written or
             // read (OpenCV reads these very bytes right after this job), so this one does too.
             const auto* bytes = static_cast<const unsigned char*>(GlobalLock(dib));
@@ -636,19 +662,19 @@ void Driver::build_rows(Table& t, Source& s) {
             if (!ok || !out) ms = NAN;
             GlobalFree(out);
             return ms;
-        };
+        });
 #ifdef KIVB_HAVE_OPENCV
         {
             // The DIB's rows as they lie in memory: BGR, bottom-up (not flipped here).
             unsigned char* bits = static_cast<unsigned char*>(GlobalLock(dib)) + sizeof(BITMAPINFOHEADER);
             GlobalUnlock(dib);
             cv::Mat bgr(s.h, s.w, CV_8UC3, bits);
-            r.job[OCV] = [bgr, this, rgba = cv::Mat()]() mutable {
+            r.job[OCV] = each([bgr, this, rgba = cv::Mat()]() mutable {
                 auto t0 = Clock::now();
                 cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
                 cv::cvtColor(rgba, cdst_, cv::COLOR_RGBA2BGR);
                 return ms_since(t0);
-            };
+            });
         }
 #endif
 #ifdef KIVB_HAVE_VIPS
@@ -656,7 +682,7 @@ void Driver::build_rows(Table& t, Source& s) {
             unsigned char* bits = static_cast<unsigned char*>(GlobalLock(dib)) + sizeof(BITMAPINFOHEADER);
             GlobalUnlock(dib);
             const int w = s.w, h = s.h;
-            r.job[VIPS] = [bits, w, h]() {
+            r.job[VIPS] = each([bits, w, h]() {
                 auto t0 = Clock::now();
                 double ms = NAN;
                 VipsImage* base = vips_image_new();
@@ -689,14 +715,89 @@ void Driver::build_rows(Table& t, Source& s) {
                 }
                 g_object_unref(base);
                 return ms;
-            };
+            });
         }
 #endif
         pil(r, "dib");
     }
+
+    // ---- a thumbnail pipeline, from the 4096 source only
+    if (n == 4096) {
+        const int th = 256;
+        Row& r = row("thumbnail 4096 -> 256 (Lanczos 3, sharpen, 256 colours, DIB out)",
+                     "kivlib: zoom 11, sharpen, quantize 0 (median cut, no dither), createdib (8 bits); Pillow: resize "
+                     "LANCZOS, the sharpen kernel, quantize MEDIANCUT, bottom-up index rows and palette; libimagequant "
+                     "column: vips resize (lanczos3, gap 0) and conv, then libimagequant (speed 10, no dither), bottom-up "
+                     "index rows and palette; OpenCV has no quantizer");
+        r.job[KIV] = each([this, &s, th]() {
+            if (img_.m_width != s.w || img_.m_height != s.h || img_.m_bits != 24 || !img_.m_pixels)
+                img_.create(s.w, s.h, 24);
+            std::memcpy(img_.m_pixels, s.rgba.data(), s.bytes4());
+            auto t0 = Clock::now();
+            void* dib = nullptr;
+            if (img_.zoom(th, th, 11, 0) == 1 && img_.sharpen(nullptr) == 1) {
+                img_.quantize(0, 256, nullptr);
+                if (img_.m_bits == 8) dib = img_.createdib();
+            }
+            double ms = dib ? ms_since(t0) : NAN;
+            GlobalFree(dib);
+            return ms;
+        });
+#if defined(KIVB_HAVE_VIPS) && defined(KIVB_HAVE_LIQ)
+        r.job[LIQ] = each([this, th, n]() {
+            auto t0 = Clock::now();
+            double ms = NAN;
+            VipsImage* base = vips_image_new();
+            VipsImage** t = reinterpret_cast<VipsImage**>(vips_object_local_array(VIPS_OBJECT(base), 4));
+            const double k[9] = {-1, -1, -1, -1, 18, -1, -1, -1, -1};
+            t[2] = vips_mask(9, k, 10);
+            std::size_t len = 0;
+            void* rgba = nullptr;
+            if (!vips_resize(vin_, &t[0], static_cast<double>(th) / n, "kernel", VIPS_KERNEL_LANCZOS3, "gap", 0.0, nullptr) &&
+                !vips_conv(t[0], &t[1], t[2], "precision", VIPS_PRECISION_INTEGER, nullptr) &&
+                !vips_bandjoin_const1(t[1], &t[3], 255, nullptr) && t[3]->BandFmt == VIPS_FORMAT_UCHAR)
+                rgba = vips_image_write_to_memory(t[3], &len);
+            if (rgba && len == static_cast<std::size_t>(th) * th * 4) {
+                liq_attr* a = liq_attr_create();
+                liq_set_max_colors(a, 256);
+                liq_set_speed(a, 10);
+                liq_image* im = liq_image_create_rgba(a, rgba, th, th, 0);
+                liq_result* res = nullptr;
+                std::vector<unsigned char> idx(static_cast<std::size_t>(th) * th);
+                if (liq_image_quantize(im, a, &res) == LIQ_OK) {
+                    liq_set_dithering_level(res, 0.0f);
+                    if (liq_write_remapped_image(res, im, idx.data(), idx.size()) == LIQ_OK) {
+                        // The 8-bit block: palette, then the rows bottom-up (256 bytes: no padding).
+                        const liq_palette* pal = liq_get_palette(res);
+                        std::vector<unsigned char> block(1024 + idx.size());
+                        for (unsigned i = 0; i < pal->count; ++i) {
+                            block[4 * i] = pal->entries[i].b, block[4 * i + 1] = pal->entries[i].g;
+                            block[4 * i + 2] = pal->entries[i].r;
+                        }
+                        for (int y = 0; y < th; ++y)
+                            std::memcpy(&block[1024 + static_cast<std::size_t>(th - 1 - y) * th], &idx[static_cast<std::size_t>(y) * th], th);
+                        benchmark::DoNotOptimize(block.data());
+                        ms = ms_since(t0);
+                    }
+                    liq_result_destroy(res);
+                }
+                liq_image_destroy(im);
+                liq_attr_destroy(a);
+            }
+            g_free(rgba);
+            g_object_unref(base);
+            if (std::isnan(ms)) {
+                std::cerr << "vips + libimagequant thumbnail failed: " << vips_error_buffer();
+                vips_error_clear();
+            }
+            return ms;
+        });
+#endif
+        pil(r, "thumb:" + std::to_string(th));
+    }
 }
 
-void Driver::measure(Table& t, int warm, int reps) {
+void Driver::measure(Table& t, int reps) {
     std::vector<std::array<std::vector<double>, NLIB>> samples(t.rows.size());
     for (std::size_t i = 0; i < t.rows.size(); ++i) {
         Row& r = t.rows[i];
@@ -704,19 +805,32 @@ void Driver::measure(Table& t, int warm, int reps) {
             r.skipped = true;
             continue;
         }
-        // The quantizers at 4096 take seconds a call (Pillow most): no warm-up there, so a run
-        // stays in minutes; the median of three still drops one cold outlier.
-        const int w = r.quality && t.size >= 4096 ? 0 : warm;
-        for (int rep = 0; rep < w + reps; ++rep)
+        // Warm-up and calibration: one call of each library (two when the first is short, the
+        // second then timed warm) sets how many calls one sample of that library takes, so that
+        // a sample lasts about kSampleMs however small the image. The quantizers at 4096 take
+        // seconds a call: their one call is the only warm-up, so a run stays in minutes.
+        std::array<int, NLIB> calls;
+        calls.fill(1);
+        for (int lib = 0; lib < NLIB; ++lib) {
+            if (!r.job[lib]) continue;
+            double ms = r.job[lib](1);
+            if (!(ms >= kSampleMs)) ms = r.job[lib](1);
+            if (ms > 0 && ms < kSampleMs)
+                calls[lib] = static_cast<int>(std::min(kMaxCalls, std::ceil(kSampleMs / ms)));
+        }
+        for (int rep = 0; rep < reps; ++rep)
             for (int lib = 0; lib < NLIB; ++lib) {
                 if (!r.job[lib]) continue;
-                double ms = r.job[lib]();
-                if (rep >= w && !std::isnan(ms)) samples[i][lib].push_back(ms);
+                double ms = r.job[lib](calls[lib]);
+                if (!std::isnan(ms)) samples[i][lib].push_back(ms);
             }
-        for (int lib = 0; lib < NLIB; ++lib) r.ms[lib] = median(samples[i][lib]);
+        for (int lib = 0; lib < NLIB; ++lib)
+            r.ms[lib] = cfg_.fastest && !samples[i][lib].empty()
+                            ? *std::min_element(samples[i][lib].begin(), samples[i][lib].end())
+                            : median(samples[i][lib]);
         t.memcpy_samples.insert(t.memcpy_samples.end(), samples[i][MEMCPY].begin(), samples[i][MEMCPY].end());
-        std::fprintf(stderr, "  %-52s kivlib %9.2f ms  OpenCV %9.2f  vips %9.2f  memcpy %7.2f\n", r.op.c_str(), r.ms[KIV],
-                     r.ms[OCV], r.ms[VIPS], r.ms[MEMCPY]);
+        std::fprintf(stderr, "  %-52s kivlib %9.4g ms  OpenCV %9.4g  vips %9.4g  Pillow %9.4g  memcpy %7.3g\n", r.op.c_str(), r.ms[KIV],
+                     r.ms[OCV], r.ms[VIPS], r.ms[PIL], r.ms[MEMCPY]);
     }
 }
 
@@ -725,6 +839,12 @@ std::string fmt(double v, int prec = 2) {
     char b[32];
     std::snprintf(b, sizeof b, "%.*f", v >= 100 ? 0 : v >= 10 ? 1 : prec, v);
     return b;
+}
+
+// Milliseconds: three significant digits below 1 ms (64 x 64 calls take microseconds).
+std::string fmt_ms(double v) {
+    if (!(v > 0) || v >= 1) return fmt(v);
+    return fmt(v, std::min(6, 2 - static_cast<int>(std::floor(std::log10(v)))));
 }
 
 std::string read_first(const char* path, const char* key) {
@@ -746,7 +866,8 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
     std::strftime(date, sizeof date, "%Y-%m-%d %H:%M %Z", std::localtime(&now));
     o << "# kivlib side by side\n\n"
       << "Written by `scripts/bench" << (cfg_.quick ? " --quick" : "") << "` (bench/peers/compare.cpp). "
-      << "Times are medians in milliseconds of the wall clock; lower is better.\n\n"
+      << "Times are " << (cfg_.fastest ? "the fastest samples" : "medians")
+      << " in milliseconds of the wall clock; lower is better.\n\n"
       << "- Date: " << date << "; run took " << fmt(minutes, 1) << " min\n"
       << "- Machine: " << read_first("/proc/cpuinfo", "model name") << ", " << std::thread::hardware_concurrency()
       << " logical cores\n"
@@ -777,10 +898,15 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
       << "\n\n"
       << "How it is measured: one deterministic photo-like image (bench/bench_common.h) per size, converted once "
          "into each library's input (kivlib RGBA, packed RGB for OpenCV, vips and Pillow, the RGBA buffer for "
-         "libimagequant, a 24-bit DIB for the DIB row). Each repetition runs kivlib, OpenCV, vips, Pillow, "
-         "libimagequant and a memcpy in turn; " << cfg_.warm << " warm-up repetition(s), then " << cfg_.reps_large
-      << " counted at 4096 (the quantizer rows without warm-up) and " << cfg_.reps_small << " at 1024. "
-         "kivlib's image is created once and the source copied into it before every repetition, outside the timed "
+         "libimagequant, a 24-bit DIB for the DIB row). Each row first calls every library once or twice (warm-up), "
+         "which also sets how many calls one of its samples takes: enough to last about " << fmt(kSampleMs, 0)
+      << " ms together (one call where a call is longer). Then each repetition takes one sample of kivlib, OpenCV, vips, "
+         "Pillow, libimagequant and a memcpy in turn; " << cfg_.reps_large << " samples at 4096, " << cfg_.reps_mid
+      << " at 1024 and " << cfg_.reps_small << " at 256 and 64, and the " << (cfg_.fastest ? "fastest" : "median")
+      << " is reported. A sample is the mean of its "
+         "calls, each call timed on its own (the clock read before and after it, for every library alike), so what "
+         "readies the next call stays outside the timed region. "
+         "kivlib's image is created once and the source copied into it before every call, outside the timed "
          "region (re-created, untimed, when an operation changed its size or depth). The peers read the same source "
          "buffer each time: OpenCV writes into a reused Mat, vips runs from the wrapped buffer into a new memory "
          "image (operation cache off), Pillow returns a new Image (run in a python3 child process, timed there with "
@@ -797,8 +923,11 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
         o << "\n## " << t.size << " x " << t.size << ", "
           << (t.threads == 0 ? "all cores (" + std::to_string(std::thread::hardware_concurrency()) + " threads)"
                              : std::to_string(t.threads) + (t.threads == 1 ? " thread" : " threads"))
-          << "\n\nmemcpy of the image (" << (static_cast<std::size_t>(t.size) * t.size * 4 >> 20) << " MiB): "
-          << fmt(mc) << " ms\n\n"
+          << "\n\nmemcpy of the image ("
+          << (t.size >= 1024 ? std::to_string(static_cast<std::size_t>(t.size) * t.size * 4 >> 20) + " MiB"
+                             : std::to_string(static_cast<std::size_t>(t.size) * t.size * 4 >> 10) + " KiB")
+          << "): "
+          << fmt_ms(mc) << " ms\n\n"
           << "| operation | kivlib ms | OpenCV ms | vips ms | Pillow ms | libimagequant ms | kivlib / fastest peer | kivlib / memcpy | PSNR dB (kivlib / liq / Pillow) | note |\n"
           << "|---|---:|---:|---:|---:|---:|---:|---:|---|---|\n";
         for (const Row& r : t.rows) {
@@ -808,15 +937,15 @@ std::string Driver::report(const std::vector<Table>& tables, double minutes, con
             for (int lib = kPeerFirst; lib < kPeerEnd; ++lib)
                 if (!std::isnan(r.ms[lib]) && (std::isnan(best) || r.ms[lib] < best)) best = r.ms[lib], bestlib = lib;
             const double ratio = r.ms[KIV] / best;
-            o << "| " << r.op << " | " << fmt(r.ms[KIV]);
-            for (int lib = kPeerFirst; lib < kPeerEnd; ++lib) o << " | " << fmt(r.ms[lib]);
+            o << "| " << r.op << " | " << fmt_ms(r.ms[KIV]);
+            for (int lib = kPeerFirst; lib < kPeerEnd; ++lib) o << " | " << fmt_ms(r.ms[lib]);
             o << " | " << (ratio > 1 ? "**" + fmt(ratio) + "**" : fmt(ratio)) << " | " << fmt(r.ms[KIV] / mc, 1) << " | ";
             if (r.quality) o << fmt(r.psnr[KIV]) << " / " << fmt(r.psnr[LIQ]) << " / " << fmt(r.psnr[PIL]);
             o << " | " << r.note << " |\n";
             if (ratio > 1 && bestlib >= 0) {
                 std::ostringstream l;
                 l << fmt(ratio) << "x  " << t.size << " " << (t.threads == 0 ? "all cores" : std::to_string(t.threads) + " thr")
-                  << ": " << r.op << " (" << fmt(r.ms[KIV]) << " ms vs " << kLibName[bestlib] << " " << fmt(best) << " ms)";
+                  << ": " << r.op << " (" << fmt_ms(r.ms[KIV]) << " ms vs " << kLibName[bestlib] << " " << fmt_ms(best) << " ms)";
                 losses.push_back(l.str());
             }
         }
@@ -843,7 +972,7 @@ int Driver::run() {
     std::vector<int> thread_runs;
     if (cfg_.threads >= 0) thread_runs = {cfg_.threads};
     else thread_runs = {0, 1};
-    std::vector<int> sizes = cfg_.quick ? std::vector<int>{1024} : std::vector<int>{4096, 1024};
+    std::vector<int> sizes = cfg_.quick ? std::vector<int>{1024, 256, 64} : std::vector<int>{4096, 1024, 256, 64};
 
     std::vector<Table> tables;
     for (int size : sizes) {
@@ -871,7 +1000,7 @@ int Driver::run() {
             t.size = size;
             t.threads = threads;
             build_rows(t, s);
-            measure(t, cfg_.warm, size >= 4096 ? cfg_.reps_large : cfg_.reps_small);
+            measure(t, size >= 4096 ? cfg_.reps_large : size >= 1024 ? cfg_.reps_mid : cfg_.reps_small);
             tables.push_back(std::move(t));
         }
 #ifdef KIVB_HAVE_VIPS
@@ -909,16 +1038,21 @@ int main(int argc, char** argv) {
             }
             return argv[++i];
         };
-        if (a == "--quick") c.quick = true, c.reps_small = 3;
+        if (a == "--quick") c.quick = true, c.reps_mid = c.reps_small = 3;
         else if (a == "--threads") c.threads = std::max(0, std::atoi(next().c_str()));
         else if (a == "--out") c.out = next();
         else if (a == "--pillow") c.script = next();
         else if (a == "--python") c.python = next();
         else if (a == "--only") c.only = next();
+        else if (a == "--fastest") c.fastest = true;
+        else if (a == "--reps") c.reps_large = c.reps_mid = c.reps_small = std::max(1, std::atoi(next().c_str()));
         else {
             std::fprintf(stderr,
                          "usage: kiv_compare [--quick] [--threads N] [--out FILE] [--pillow peers_pillow.py] [--python python3]\n"
-                         "                   [--only TEXT]  (rows whose operation contains TEXT)\n");
+                         "                   [--only TEXT]  (rows whose operation contains TEXT)\n"
+                         "                   [--reps N]  (samples a row and library at every size)\n"
+                         "                   [--fastest]  (each library's fastest sample, not the median: on a loaded\n"
+                         "                                 machine, where load only ever adds time)\n");
             return 2;
         }
     }

@@ -67,27 +67,31 @@ inline u32 map_word(u32 w, const Tables& t) {
 }
 
 // body(row pointer at rc.left, pixel count) for every row of a clipped rectangle, rows
-// spread over the parallel loop; rows are disjoint, so bodies never share what they write.
+// spread over the parallel loop (steps: the body's pixel steps a pixel, see kivcore::Work);
+// rows are disjoint, so bodies never share what they write.
 template <class F>
-void for_rows(kiv& img, const Area& rc, F&& body) {
+void for_rows(kiv& img, const Area& rc, F&& body, double steps = 1.0) {
     tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = rc.right - rc.left;
     const int left = rc.left;
-    kivcore::parallel_for(rc.top, rc.bottom,
+    kivcore::parallel_for(rc.top, rc.bottom, kivcore::row_work(n, steps),
                           [&](int y) { body(base + static_cast<std::size_t>(y) * stride + left, n); });
 }
 
 // fn(word) -> new red, green, blue (bits 0..23) for each pixel of the rectangle, in parallel;
 // the fourth byte is kept.
 template <class F>
-void map_rect(kiv& img, const Area& rc, F fn) {
-    for_rows(img, rc, [&](tagRGBA* p, int n) {
-        for (int i = 0; i < n; ++i) {
-            const u32 w = load(p + i);
-            store(p + i, (fn(w) & 0x00FFFFFFu) | (w & kFourthByte));
-        }
-    });
+void map_rect(kiv& img, const Area& rc, F fn, double steps = 2.0) {
+    for_rows(
+        img, rc,
+        [&](tagRGBA* p, int n) {
+            for (int i = 0; i < n; ++i) {
+                const u32 w = load(p + i);
+                store(p + i, (fn(w) & 0x00FFFFFFu) | (w & kFourthByte));
+            }
+        },
+        steps);
 }
 
 // Colours a batch rule is handed at once: fn.batch(in, out, n) with n <= kBatch.
@@ -116,7 +120,8 @@ void map_rect_cached(kiv& img, Area rc, const F& fn) {
     tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = rc.right - rc.left;
-    kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
+    // A colour model a pixel where the cache misses: tens of steps.
+    kivcore::parallel_chunks(rc.top, rc.bottom, kivcore::row_work(n, 16), [&](int y0, int y1) {
         // Up to 2^16 entries of 8 bytes (512 KiB, within a core's second-level cache), fewer
         // for small chunks so that clearing the cache never costs more than the chunk's pixels.
         int bits = 6;
@@ -174,14 +179,28 @@ inline void tables_rect(kiv& img, const Area& rc, const Tables& t) {
     const long long pixels = static_cast<long long>(rc.right - rc.left) * (rc.bottom - rc.top);
     if (pixels < kPairTablePixels) {
         for_rows(img, rc, [&](tagRGBA* p, int n) {
-            for (int i = 0; i < n; ++i) store(p + i, map_word(load(p + i), t));
+            // Byte by byte: a load, a look-up and a store a channel, nothing to unpack.
+            u8* b = reinterpret_cast<u8*>(p);
+            const u8 *const tr = t.r, *const tg = t.g, *const tb = t.b;
+            for (int i = 0; i < n; ++i, b += 4) {
+                b[0] = tr[b[0]];
+                b[1] = tg[b[1]];
+                b[2] = tb[b[2]];
+            }
         });
         return;
     }
     // Red and green looked up together (128 KB, held in the second-level cache): two loads a
     // pixel instead of three, four pixels a step. The entries are those of map_word.
     std::unique_ptr<std::uint16_t[]> rg(new std::uint16_t[65536]);
-    for (u32 i = 0; i < 65536; ++i) rg[i] = static_cast<std::uint16_t>(t.r[i & 0xFF] | t.g[i >> 8] << 8);
+    // A run of 256 entries a green value: each the red entries with that green above them.
+    std::uint16_t red[256];
+    for (int i = 0; i < 256; ++i) red[i] = t.r[i];
+    for (int g = 0; g < 256; ++g) {
+        const auto high = static_cast<std::uint16_t>(t.g[g] << 8);
+        std::uint16_t* run = rg.get() + 256 * g;
+        for (int i = 0; i < 256; ++i) run[i] = static_cast<std::uint16_t>(red[i] | high);
+    }
     const std::uint16_t* const pair_table = rg.get();
     for_rows(img, rc, [&](tagRGBA* p, int n) {
         // Table pointers in locals: the pixel stores could otherwise alias the captures and

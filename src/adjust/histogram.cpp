@@ -28,7 +28,7 @@ Histogram luminance_histogram(kiv& img) {
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const int n = img.m_width;
     const auto vec = kivcore::pick_sse2(KIV_SSE2_KERNEL(count_luminance_sse2));
-    kivcore::parallel_chunks(0, img.m_height, [&](int y0, int y1) {
+    kivcore::parallel_chunks(0, img.m_height, kivcore::row_work(n, 1), [&](int y0, int y1) {
         // Eight interleaved counters per level so runs of equal levels do not serialise on
         // one memory location.
         u32 part[8][256] = {};
@@ -99,7 +99,7 @@ Range rect_range(kiv& img, const Area& rc) {
     const tagRGBA* base = img.m_pixels;
     const std::size_t stride = static_cast<std::size_t>(img.m_width);
     const auto range = kivcore::pick_sse2(KIV_SSE2_KERNEL(byte_range_sse2));
-    kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
+    kivcore::parallel_chunks(rc.top, rc.bottom, kivcore::row_work(rc.right - rc.left, 0.5), [&](int y0, int y1) {
         Range part;
         for (int y = y0; y < y1; ++y) {
             const tagRGBA* p = base + static_cast<std::size_t>(y) * stride + rc.left;
@@ -269,7 +269,7 @@ int kiv::autocolorenhance(tagRECT* rect) {
             ValueRange total;
             std::mutex mu;
             kivcore::Stages stages({1, 3});
-            kivcore::parallel_chunks(rc.top, rc.bottom, [&](int y0, int y1) {
+            kivcore::parallel_chunks(rc.top, rc.bottom, kivcore::row_work(rc.right - rc.left, 16), [&](int y0, int y1) {
                 ValueRange part;
                 for (int y = y0; y < y1; ++y) {
                     const tagRGBA* p = pos(rc.left, y);

@@ -25,33 +25,77 @@ void same_for_all(Tables& t, const u8 (&one)[256]) {
     std::memcpy(t.b, one, 256);
 }
 
+// The tables below are rounded from kmath::pow. Its estimate is within 1e-9 of it once scaled
+// to 0..256, so an entry whose estimate lies farther than this from an integer has the floor
+// (and so the entry) the exact value would give; only the others pay for pow itself.
+constexpr double kSettled = 1e-6;
+bool settled(double v) {
+    if (!(v >= 0.0 && v < 1e15)) return false;  // NaN, and the rare others, take pow
+    const double f = v - static_cast<double>(static_cast<long long>(v));
+    return f > kSettled && f < 1.0 - kSettled;
+}
+
 void bright_contrast_table(int brightness, int contrast, u8 (&out)[256]) {
     brightness = brightness < -127 ? -127 : brightness > 127 ? 127 : brightness;
     contrast = contrast < -127 ? -127 : contrast > 127 ? 127 : contrast;
     const double b = brightness / 255.0, c = contrast / 127.0;
     // Full contrast would divide by zero: exponent 127 makes the curve a step at mid-grey.
     const double e = c < 0.0 ? c + 1.0 : (c == 1.0 ? 127.0 : 1.0 / (1.0 - c));
+    double base[256], guess[256];  // 2 t per level, then its estimated power
+    bool upper[256];
     for (int i = 0; i < 256; ++i) {
         const double x = i / 255.0;
         const double y = b < 0.0 ? x * (b + 1.0) : x + (1.0 - x) * b;
-        const bool upper = y > 0.5;
-        double t = upper ? 1.0 - y : y;
+        upper[i] = y > 0.5;
+        double t = upper[i] ? 1.0 - y : y;
         if (t < 0.0) t = 0.0;
-        double r = kivcore::kmath::pow(2.0 * t, e) * 0.5;
-        if (upper) r = 1.0 - r;
-        out[i] = entry_from_double(r * 255.0 + 0.5);
+        base[i] = 2.0 * t;
+    }
+    kivcore::kmath::pow_estimates(base, e, guess, 256);
+    for (int i = 0; i < 256; ++i) {
+        auto scaled = [up = upper[i]](double p) {
+            double r = p * 0.5;
+            if (up) r = 1.0 - r;
+            return r * 255.0 + 0.5;
+        };
+        const double g = scaled(guess[i]);
+        out[i] = entry_from_double(settled(g) ? g : scaled(kivcore::kmath::pow(base[i], e)));
     }
 }
 
-// Entry i of one gamma table: i^(1/p) on the unit scale, rounded half up.
-int gamma_entry(int i, double p) {
-    const double v = std::floor(kivcore::kmath::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
+// log(i / 255) for the levels 1..255, made once: a gamma table's estimates then need only
+// an exponential each.
+struct LevelLogs {
+    double v[256];
+    LevelLogs() {
+        v[0] = 0.0;  // unused: level 0 takes pow itself
+        for (int i = 1; i < 256; ++i) v[i] = kivcore::kmath::log(i / 255.0);
+    }
+};
+
+// Entry i of one gamma table, i^(1/p) on the unit scale rounded half up, from the estimate
+// of its power where that settles it.
+int gamma_entry(int i, double e, double estimate) {
+    if (i > 0) {
+        const double guess = estimate * 255.0 + 0.5;
+        if (settled(guess)) return guess >= 255.0 ? 255 : static_cast<int>(guess);
+    }
+    const double v = std::floor(kivcore::kmath::pow(i / 255.0, e) * 255.0 + 0.5);
     if (!(v > 0.0)) return 0;  // also NaN
     return v >= 255.0 ? 255 : static_cast<int>(v);
 }
 
 void gamma_table(double p, int (&t)[256]) {
-    for (int i = 0; i < 256; ++i) t[i] = p == 1.0 ? i : gamma_entry(i, p);
+    if (p == 1.0) {
+        for (int i = 0; i < 256; ++i) t[i] = i;
+        return;
+    }
+    static const LevelLogs logs;
+    const double e = 1.0 / p;
+    double z[256], estimate[256];
+    for (int i = 0; i < 256; ++i) z[i] = e * logs.v[i];
+    kivcore::kmath::exp_estimates(z, estimate, 256);
+    for (int i = 0; i < 256; ++i) t[i] = gamma_entry(i, e, estimate[i]);
 }
 
 // c -> c + c * p / 100 on the 16-bit scale c * 257.  The product is a 32-bit one and wraps

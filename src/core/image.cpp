@@ -142,7 +142,7 @@ static void copy_pixels(tagRGBA* d, const tagRGBA* s, std::size_t n) {
         std::memcpy(d, s, n * sizeof(tagRGBA));
         return;
     }
-    kivcore::parallel_for(0, static_cast<int>(pieces), [&](int i) {
+    kivcore::parallel_for(0, static_cast<int>(pieces), kivcore::row_work(static_cast<long long>(kPiece), 0.25), [&](int i) {
         std::size_t b = static_cast<std::size_t>(i) * kPiece;
         std::memcpy(d + b, s + b, std::min(kPiece, n - b) * sizeof(tagRGBA));
     });

@@ -138,5 +138,78 @@ double pow(double x, double y) {
     return sign * exp_dd(t);
 }
 
+namespace {
+
+// The 64-point tables of the estimates, made once from the exact functions: log c_j and
+// 1 / c_j for the mantissa cells c_j = 1 + (j + 0.5) / 64, and 2^(j / 64).
+struct EstimateTables {
+    double log_c[64], inv_c[64], exp2_j[64];
+    EstimateTables() {
+        for (int j = 0; j < 64; ++j) {
+            const double c = 1.0 + (j + 0.5) / 64.0;
+            log_c[j] = log(c);
+            inv_c[j] = 1.0 / c;
+            exp2_j[j] = exp(j * (kLn2Hi / 64.0) + j * ((kLn2Mid + kLn2Lo) / 64.0));
+        }
+    }
+};
+const EstimateTables& estimate_tables() {
+    static const EstimateTables t;
+    return t;
+}
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// log x for normal x > 0: e ln 2 + log c_j + log1p(u), u = (m - c_j) / c_j with m in [1, 2)
+// in cell j (m - c_j is exact): |u| < 1/128, and the series to u^7 leaves less than 1e-17.
+inline double log_estimate(double x, const EstimateTables& t) {
+    const std::uint64_t bx = bits_of(x);
+    const int e = static_cast<int>(bx >> 52) - 1023;
+    const int j = static_cast<int>((bx >> 46) & 63);
+    const double m = from_bits((bx & 0xFFFFFFFFFFFFFull) | 0x3FF0000000000000ull);
+    const double u = (m - (1.0 + (j + 0.5) / 64.0)) * t.inv_c[j];
+    const double l1p =
+        u * (1.0 + u * (-0.5 + u * (1.0 / 3.0 + u * (-0.25 + u * (0.2 + u * (-1.0 / 6.0 + u * (1.0 / 7.0)))))));
+    return e * kLn2Hi + (e * (kLn2Mid + kLn2Lo) + (t.log_c[j] + l1p));
+}
+
+// e^z for |z| <= 700: 2^(k / 64) e^r, |r| <= ln2 / 128, where degree 5 leaves less than
+// 1e-16. k is z 64 / ln 2 rounded to an integer by adding 1.5 * 2^52 (|k| < 2^16).
+inline double exp_estimate_in(double z, const EstimateTables& t) {
+    constexpr double kShift = 0x1.8p52;
+    const double kd = z * (64.0 * kInvLn2) + kShift;
+    const int ki = static_cast<int>(static_cast<std::int32_t>(bits_of(kd)));
+    const double k = kd - kShift;
+    const double r = (z - k * (kLn2Hi / 64.0)) - k * ((kLn2Mid + kLn2Lo) / 64.0);
+    const double p = 1.0 + r * (1.0 + r * (0.5 + r * (1.0 / 6.0 + r * (1.0 / 24.0 + r * (1.0 / 120.0)))));
+    return p * t.exp2_j[ki & 63] * pow2(ki >> 6);  // |k / 64| <= 1010: a normal power of two
+}
+
+inline bool estimable_base(double x) { return x >= 0x1p-1022 && !is_inf(x); }  // false for NaN
+
+}  // namespace
+
+double pow_estimate(double x, double y) {
+    if (!estimable_base(x) || !(fabs_(y) < 1e300)) return kNaN;  // also 0 and subnormals
+    const EstimateTables& t = estimate_tables();
+    return exp_estimate(y * log_estimate(x, t));
+}
+
+double exp_estimate(double z) { return fabs_(z) <= 700.0 ? exp_estimate_in(z, estimate_tables()) : kNaN; }
+
+void pow_estimates(const double* x, double y, double* out, int n) {
+    const EstimateTables& t = estimate_tables();
+    const bool y_ok = fabs_(y) < 1e300;
+    for (int i = 0; i < n; ++i) {
+        const double z = estimable_base(x[i]) && y_ok ? y * log_estimate(x[i], t) : kNaN;
+        out[i] = fabs_(z) <= 700.0 ? exp_estimate_in(z, t) : kNaN;
+    }
+}
+
+void exp_estimates(const double* z, double* out, int n) {
+    const EstimateTables& t = estimate_tables();
+    for (int i = 0; i < n; ++i) out[i] = fabs_(z[i]) <= 700.0 ? exp_estimate_in(z[i], t) : kNaN;
+}
+
 }  // namespace kmath
 }  // namespace kivcore

@@ -19,6 +19,17 @@ double log(double x);
 // negative bases only with integer exponents) hold; y = 1, 2, -1 and 0.5 give x, x * x,
 // 1 / x and sqrt(x) exactly.
 double pow(double x, double y);
+// x^y to within a relative 1e-12, in plain double arithmetic (a tenth of pow's cost), for
+// normal x > 0 and |y log x| <= 700; NaN elsewhere. Not pow's value: only for deciding a result
+// that so small an error cannot change (a table entry far from a rounding boundary), with
+// pow itself taken where it could.
+double pow_estimate(double x, double y);
+// e^z to within a relative 1e-12 for |z| <= 700, NaN elsewhere: pow_estimate's second half,
+// for callers that already hold log x.
+double exp_estimate(double z);
+// out[i] = pow_estimate(x[i], y) and out[i] = exp_estimate(z[i]) for i < n, for whole tables.
+void pow_estimates(const double* x, double y, double* out, int n);
+void exp_estimates(const double* z, double* out, int n);
 double sin(double x);  // any finite argument, reduced with 2/pi to 1200 bits
 double cos(double x);
 // sin(x) and cos(x) exactly as the two functions give them, for the price of one.

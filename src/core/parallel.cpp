@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -15,11 +16,54 @@
 #include "core/watch.h"
 #include "kiv.h"
 
+#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)
+#include <immintrin.h>
+#endif
+
 namespace kivcore {
 namespace {
 
 std::atomic<int> g_thread_cap{0};  // 0 = all cores
 thread_local bool t_inside_body = false;
+thread_local int t_sized_cap = 0;  // threads a sized loop chose for its call, 0 = no limit
+
+// Below this many pixel steps in all (about as many nanoseconds of one core), a loop runs
+// on the calling thread: a parked worker can take tens of microseconds to wake, and until it
+// does the caller works alone, so only a loop well past that gains. Each further thread
+// needs about half as much again to pay for itself.
+constexpr double kSplitWork = 65536;
+std::atomic<double> g_split_work{kSplitWork};
+
+// One spin-wait step: tells the core (and a hyperthread sibling) that this thread is waiting.
+inline void spin_pause() {
+#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)
+    _mm_pause();
+#else
+    std::this_thread::yield();
+#endif
+}
+
+// Spins while busy() holds, for at most about `budget`; true when busy() stopped holding.
+// Waiting this way costs no sleep and wake-up of the thread, which on a virtual machine can
+// take longer than a small loop's whole work.
+template <class Busy>
+bool spin_while(Busy busy, std::chrono::microseconds budget) {
+    const auto until = std::chrono::steady_clock::now() + budget;
+    for (;;) {
+        for (int i = 0; i < 64; ++i) {
+            if (!busy()) return true;
+            spin_pause();
+        }
+        if (std::chrono::steady_clock::now() >= until) return !busy();
+    }
+}
+
+// How long an idle worker keeps looking for the next loop before it sleeps (operations
+// called back to back then find it awake, and the system need not wake its core to have it
+// drop mappings the caller frees just after a loop), and how long a caller waits for the
+// workers still inside its loop before it sleeps (they finish at most one chunk each).
+constexpr std::chrono::microseconds kWorkerSpin{100};
+constexpr std::chrono::microseconds kCallerSpin{1000};
 // How long the caller of a watched loop waits for its workers between two reports.
 constexpr std::chrono::milliseconds kWatchedWait{5};
 
@@ -34,7 +78,7 @@ struct Job {
     std::atomic<bool> failed{false};
     std::exception_ptr error;     // first exception, guarded by Pool::mu
     int helpers_allowed;          // workers that may join besides the caller
-    int helpers_in = 0;           // workers currently inside, guarded by Pool::mu
+    std::atomic<int> helpers_in{0};  // workers currently inside; changed only under Pool::mu
     // A watched call's loop (see watched_range): indices finished so far, reported by the
     // calling thread, which stops the handing out of chunks when the host cancels.
     Watch* watch = nullptr;
@@ -55,23 +99,21 @@ public:
     int cores() const { return cores_; }
 
     void run(Job& job) {
+        bool wake;
         {
             std::lock_guard<std::mutex> lk(mu);
             start_workers_locked(job.helpers_allowed);
             jobs_.push_back(&job);
+            posted_.fetch_add(1, std::memory_order_release);
+            wake = parked_ > 0;  // spinning workers see posted_ change without a wake-up call
         }
-        cv_work_.notify_all();
+        if (wake) cv_work_.notify_all();
         work_on(job, true);  // the caller takes chunks too
-        std::unique_lock<std::mutex> lk(mu);
-        jobs_.remove(&job);  // no new worker may join once its range is spent
-        // A watched call's caller keeps reporting (and hearing a cancel) while the last
-        // chunks finish on the workers.
-        while (job.watch && !cv_done_.wait_for(lk, kWatchedWait, [&] { return job.helpers_in == 0; })) {
-            lk.unlock();
-            report(job, 0, true);
-            lk.lock();
+        {
+            std::lock_guard<std::mutex> lk(mu);
+            jobs_.remove(&job);  // no new worker may join once its range is spent
         }
-        cv_done_.wait(lk, [&] { return job.helpers_in == 0; });
+        wait_for_helpers(job);
     }
 
     std::mutex mu;
@@ -116,6 +158,37 @@ private:
         t_inside_body = was_inside;
     }
 
+    // Returns once no worker is inside job any more. A worker leaves with its last touch of the
+    // job being the decrement of helpers_in, so the job may end as soon as it reads 0.
+    void wait_for_helpers(Job& job) {
+        auto inside = [&] { return job.helpers_in.load(std::memory_order_acquire) != 0; };
+        if (spin_while(inside, kCallerSpin)) return;
+        std::unique_lock<std::mutex> lk(mu);
+        // A watched call's caller keeps reporting (and hearing a cancel) while the last
+        // chunks finish on the workers; only it calls the host, so it does so unlocked.
+        while (job.watch && !cv_done_.wait_for(lk, kWatchedWait, [&] { return !inside(); })) {
+            lk.unlock();
+            report(job, 0, true);
+            lk.lock();
+        }
+        cv_done_.wait(lk, [&] { return !inside(); });
+    }
+
+    // An idle worker's wait for the next loop: first spinning on posted_, then asleep.
+    // Returns with mu held (through lk) and a job to join.
+    Job* wait_for_job(std::unique_lock<std::mutex>& lk) {
+        Job* j = pick_locked();
+        if (j) return j;
+        const unsigned seen = posted_.load(std::memory_order_acquire);
+        lk.unlock();
+        spin_while([&] { return posted_.load(std::memory_order_acquire) == seen; }, kWorkerSpin);
+        lk.lock();
+        ++parked_;
+        cv_work_.wait(lk, [&] { return (j = pick_locked()) != nullptr; });
+        --parked_;
+        return j;
+    }
+
     static void report(Job& job, long long chunk, bool caller) {
         const long long done = job.finished.fetch_add(chunk) + chunk;
         if (caller && !job.watch->stage(static_cast<double>(done) / static_cast<double>(job.count))) {
@@ -136,19 +209,20 @@ private:
     void worker_loop() {
         std::unique_lock<std::mutex> lk(mu);
         for (;;) {
-            Job* j = nullptr;
-            cv_work_.wait(lk, [&] { return (j = pick_locked()) != nullptr; });
-            ++j->helpers_in;
+            Job* j = wait_for_job(lk);
+            j->helpers_in.fetch_add(1, std::memory_order_relaxed);
             lk.unlock();
             work_on(*j);
             lk.lock();
-            if (--j->helpers_in == 0) cv_done_.notify_all();
+            if (j->helpers_in.fetch_sub(1, std::memory_order_acq_rel) == 1) cv_done_.notify_all();
         }
     }
 
     int cores_ = 1;
     std::vector<std::thread> threads_;
     std::list<Job*> jobs_;
+    std::atomic<unsigned> posted_{0};  // loops posted so far: what spinning workers watch
+    int parked_ = 0;                   // workers asleep on cv_work_, guarded by mu
     std::condition_variable cv_work_;
     std::condition_variable cv_done_;
 };
@@ -200,7 +274,29 @@ bool inside_parallel_body() { return t_inside_body; }
 int parallel_threads() {
     int cap = g_thread_cap.load(std::memory_order_relaxed);
     int cores = Pool::get().cores();
-    return cap <= 0 ? cores : std::min(cap, cores);
+    const int n = cap <= 0 ? cores : std::min(cap, cores);
+    return t_sized_cap > 0 ? std::min(n, t_sized_cap) : n;
+}
+
+int threads_for(long long n, Work work, int threads) {
+    const double total = static_cast<double>(n) * work.per_index, from = split_work();
+    if (threads <= 1 || n < 2 || !(total >= from)) return 1;  // NaN and negative work too
+    const double shares = from > 0 ? std::floor(total / (from / 2)) : threads;
+    return shares >= threads ? threads : std::max(1, static_cast<int>(shares));
+}
+
+void set_split_work(double steps) { g_split_work.store(steps >= 0 ? steps : kSplitWork); }
+double split_work() { return g_split_work.load(std::memory_order_relaxed); }
+
+void parallel_range(int first, int last, Work work, RangeFn fn, void* ctx) {
+    // The choice holds for this call only; a sized loop inside a body runs inline anyway.
+    const int saved = t_sized_cap;
+    t_sized_cap = threads_for(static_cast<long long>(last) - first, work, parallel_threads());
+    struct Restore {
+        int v;
+        ~Restore() { t_sized_cap = v; }
+    } restore{saved};
+    parallel_range(first, last, fn, ctx);
 }
 
 void parallel_range(int first, int last, RangeFn fn, void* ctx) {

@@ -61,8 +61,9 @@ void* map_aligned(std::size_t n) {
     return p;
 }
 
-// Freed mappings kept for alloc_pixels_unzeroed: a host that converts frame after frame
-// gets the same few blocks back without the kernel clearing them again. At most two, each
+// Freed mappings kept for the next block of their size: a host that converts frame after
+// frame gets the same few blocks back without the kernel clearing them again (or, for a
+// zeroed block, with its pages dropped instead of the mapping unmade and made). At most two, each
 // up to kKeepMax; the kernel may reclaim their pages under memory pressure (MADV_FREE), so
 // keeping them costs no memory that the system needs.
 constexpr std::size_t kKeepMax = std::size_t(256) << 20;
@@ -83,29 +84,46 @@ void* take_kept_locked(std::size_t len) {
     return nullptr;
 }
 
+// Takes a kept mapping of len bytes back into use, or returns null. Caller holds the lock.
+void* reuse_kept_locked(std::size_t len, bool zeroed) {
+    void* p = take_kept_locked(len);
+    if (!p) return nullptr;
+    // A zeroed block gets its pages dropped: they come back as zero pages on first touch, as
+    // a fresh mapping's would, without the mapping being made and unmade again.
+    bool ok = !zeroed || kivplat::discard_pages(p, len);
+    if (ok) {
+        try {
+            ok = mappings().sizes.emplace(p, len).second;
+        } catch (...) {
+            ok = false;
+        }
+    }
+    if (!ok) {
+        kivplat::unmap_pages(p, len);
+        return nullptr;
+    }
+    return p;
+}
+
+void* alloc_direct(std::size_t n, bool zeroed) {
+    if (n <= SIZE_MAX - kHuge) {
+        const std::size_t len = (n + kHuge - 1) / kHuge * kHuge;
+        std::lock_guard<std::mutex> g(mappings().lock);
+        if (void* p = reuse_kept_locked(len, zeroed)) return p;
+    }
+    return map_aligned(n);  // anonymous pages come zeroed
+}
+
 }  // namespace
 
 void* alloc_pixels(std::size_t n) {
-    if (n >= kDirectFrom) return map_aligned(n);  // anonymous pages come zeroed
+    if (n >= kDirectFrom) return alloc_direct(n, true);
     return std::calloc(n ? n : 1, 1);
 }
 
 void* alloc_pixels_unzeroed(std::size_t n) {
     if (n < kDirectFrom) return std::malloc(n ? n : 1);
-    if (n <= SIZE_MAX - kHuge) {
-        const std::size_t len = (n + kHuge - 1) / kHuge * kHuge;
-        std::lock_guard<std::mutex> g(mappings().lock);
-        if (void* p = take_kept_locked(len)) {
-            try {
-                mappings().sizes.emplace(p, len);
-            } catch (...) {
-                kivplat::unmap_pages(p, len);
-                return nullptr;
-            }
-            return p;
-        }
-    }
-    return map_aligned(n);
+    return alloc_direct(n, false);
 }
 
 void free_pixels(void* p) {

@@ -66,7 +66,7 @@ void restore(kiv& img, kiv& before) {
         // In 1 MiB pieces over the pool: the copy counts towards the time a cancel takes.
         constexpr std::size_t kPiece = (1u << 20) / sizeof(tagRGBA);
         const std::size_t n = static_cast<std::size_t>(before.m_packets);
-        parallel_for(0, static_cast<int>((n + kPiece - 1) / kPiece), [&](int i) {
+        parallel_for(0, static_cast<int>((n + kPiece - 1) / kPiece), row_work(kPiece, 0.5), [&](int i) {
             const std::size_t b = static_cast<std::size_t>(i) * kPiece;
             std::memcpy(img.m_pixels + b, before.m_pixels + b, std::min(kPiece, n - b) * sizeof(tagRGBA));
         });

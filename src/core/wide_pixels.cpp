@@ -59,7 +59,7 @@ bool opaque(kiv& img, const Area* a) {
     const Area all{0, 0, img.m_width, img.m_height};
     const Area& r = a ? *a : all;
     std::atomic<bool> seen{false};  // a pixel below 255: the other rows may stop looking
-    parallel_for(r.top, r.bottom, [&](int y) {
+    parallel_for(r.top, r.bottom, row_work(r.right - r.left, 0.5), [&](int y) {
         if (seen.load(std::memory_order_relaxed)) return;
         const tagRGBA* p = row_ptr(img, y);
         for (int x = r.left; x < r.right; ++x)
@@ -72,7 +72,7 @@ bool opaque(kiv& img, const Area* a) {
 }
 
 void set_alpha(kiv& img, BYTE alpha, int bits) {
-    parallel_for(0, img.m_height, [&](int y) {
+    parallel_for(0, img.m_height, row_work(img.m_width, 0.5), [&](int y) {
         tagRGBA* p = row_ptr(img, y);
         for (int x = 0; x < img.m_width; ++x) p[x].a = alpha;
     });

@@ -17,7 +17,7 @@ int kiv::pixelize(tagRECT* rect, int size) {
         const int w = a.w();
         const int cells = static_cast<int>((static_cast<long long>(w) + size - 1) / size);
         const int bands = static_cast<int>((static_cast<long long>(a.h()) + size - 1) / size);
-        kivcore::parallel_for(0, bands, [&](int k) {
+        kivcore::parallel_for(0, bands, kivcore::row_work(static_cast<long long>(w) * size, 2), [&](int k) {
             const int y0 = a.top + k * size;  // k * size < h: no overflow
             const int y1 = static_cast<int>(std::min<long long>(a.bottom, static_cast<long long>(y0) + size));
             // Sums of a whole band of cells, row by row: each pixel is read once, in order.
@@ -62,7 +62,7 @@ int kiv::pyramid(tagRECT* rect, int size, int depth) {
         for (int f = 0; f < 4; ++f)
             for (int v = 0; v < 256; ++v) lut[f][v] = static_cast<BYTE>(clamp255(v + delta[f]));
         const int w = a.w(), h = a.h();
-        kivcore::parallel_for(0, h, [&](int j) {
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
             const int v = j % size;
             const int ch = std::min(size, h - (j - v));  // height of this row's cells, as cut
             const int t = v, bo = ch - 1 - v;

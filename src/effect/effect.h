@@ -58,7 +58,7 @@ std::vector<int> height_plane(kiv* src, int w, int h, bool invert, Col col, Row 
     std::vector<int> plane(pw * (static_cast<std::size_t>(h) + 2));
     std::vector<int> cols(pw);
     for (int i = -1; i <= w; ++i) cols[static_cast<std::size_t>(i + 1)] = col(i);
-    kivcore::parallel_for(-1, h + 1, [&](int j) {
+    kivcore::parallel_for(-1, h + 1, kivcore::row_work(static_cast<long long>(pw), 1), [&](int j) {
         const tagRGBA* s = row_ptr(*src, row(j));
         int* o = plane.data() + static_cast<std::size_t>(j + 1) * pw;
         for (std::size_t i = 0; i < pw; ++i) {

@@ -96,7 +96,7 @@ int kiv::noise(tagRECT* rect, tagKIV_NOISE* param) {
             const std::uint64_t r = pixel_random(seed, x, y, c);
             return below(static_cast<std::uint32_t>(r >> 32), static_cast<std::uint32_t>(span)) - amount;
         };
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(a.w(), 8), [&](int y) {
             tagRGBA* q = row_ptr(*this, y);
             for (int x = a.left; x < a.right; ++x) {
                 int n[3];

@@ -21,7 +21,7 @@ void shade_block(const kivcore::ReliefLight& L, const std::vector<int>& heights,
                  std::vector<BYTE>* shade) {
     const std::size_t pw = static_cast<std::size_t>(w) + 2;
     shade->assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0);
-    kivcore::parallel_for(0, h, [&](int j) {
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 4), [&](int j) {
         const int* r0 = heights.data() + static_cast<std::size_t>(j) * pw;
         const int* r1 = r0 + pw;
         const int* r2 = r1 + pw;
@@ -58,7 +58,7 @@ bool bump_area(kiv* img, tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, Area* a
     shade_block(light, heights, w, h, &shade);
     out->resize(shade.size());
     stages.next();
-    kivcore::parallel_for(0, h, [&](int j) {
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
         const tagRGBA* s = row_ptr(*img, top + j) + left;
         const BYTE* sh = shade.data() + static_cast<std::size_t>(j) * w;
         tagRGBA* o = out->data() + static_cast<std::size_t>(j) * w;
@@ -101,7 +101,7 @@ int kiv::texturize(tagRECT* rect, kiv* texture, tagKIV_TEXTURE* param) {
         for (std::size_t k = 0; k < shade.size(); ++k) gain[k] = shade[k] * 256 / flat;
         raise_depth_24(*this);
         const int w = a.w();
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 2), [&](int y) {
             tagRGBA* q = row_ptr(*this, y) + a.left;
             const int* g = gain.data() + static_cast<std::size_t>((y - a.top) % sh) * sw;
             for (int i = 0, k = 0; i < w; ++i) {
@@ -138,7 +138,7 @@ int kiv::bumpmap_merge(tagRECT* rect, kiv* map, tagKIV_BUMPMAP* param, int mode,
         stages.next();
         kiveffect::raise_depth_24(*this);
         const int w = a.w();
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 2), [&](int y) {
             kivfill::blend_row(mode, kiveffect::row_ptr(*this, y) + a.left,
                                out.data() + static_cast<std::size_t>(y - a.top) * w, w, opacity);
         });

@@ -20,7 +20,7 @@ int kiv::video(tagRECT* rect, int darken, int stripes) {
                     lut[line][masked][v] = static_cast<BYTE>(c);
                 }
         const int mask = stripes > 0 ? 1 : 0;
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(a.w(), 1), [&](int y) {
             const auto& L = lut[y & 1];
             tagRGBA* q = row_ptr(*this, y);
             int phase = a.left % 3;  // image column x % 3 picks the primary kept

@@ -24,7 +24,7 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
 
     if (code == 6) {
         // One colour per row.
-        kivcore::parallel_chunks(box.top, box.bottom, [&](int b, int e) {
+        kivcore::parallel_chunks(box.top, box.bottom, kivcore::row_work(cols, 2), [&](int b, int e) {
             std::vector<tagRGBA> run;
             for (int row = b; row < e; ++row) {
                 const tagRGBA s = table[geo.row_part(row)];
@@ -47,7 +47,7 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         // The model of every table entry once, not once a pixel.
         std::vector<ModelSource> model(static_cast<std::size_t>(last) + 1);
         for (int i = 0; i <= last; ++i) model[i] = prepare_model_source(mode, table[i]);
-        kivcore::parallel_for(box.top, box.bottom, [&](int row) {
+        kivcore::parallel_for(box.top, box.bottom, kivcore::row_work(cols, 8), [&](int row) {
             const int rp = geo.uses_rows() ? geo.row_part(row) : 0;
             tagRGBA* p = kivcore::row_ptr(img, row) + box.left;
             for (int j = 0; j < cols; ++j) {
@@ -65,13 +65,13 @@ int ramp_fill(kiv& img, long long x, long long y, long long w, long long h, cons
         // Every row sees the same colours: gather them once.
         std::vector<tagRGBA> run(static_cast<std::size_t>(cols));
         for (int j = 0; j < cols; ++j) run[j] = table[column[j]];
-        kivcore::parallel_for(box.top, box.bottom, [&](int row) {
+        kivcore::parallel_for(box.top, box.bottom, kivcore::row_work(cols, 2), [&](int row) {
             blend_row(mode, kivcore::row_ptr(img, row) + box.left, run.data(), cols, op);
         });
         return 1;
     }
 
-    kivcore::parallel_chunks(box.top, box.bottom, [&](int b, int e) {
+    kivcore::parallel_chunks(box.top, box.bottom, kivcore::row_work(cols, 3), [&](int b, int e) {
         std::vector<tagRGBA> run(static_cast<std::size_t>(cols));
         for (int row = b; row < e; ++row) {
             const int rp = geo.row_part(row);

@@ -19,7 +19,7 @@ int kivfill::solid_fill(kiv& img, long long x, long long y, long long w, long lo
     if (!kivcore::clip_box(img, x, y, w, h, &box)) return 0;
     const kivfill::SolidBlend blend(mode, kivfill::unpack_colour(colour), op);
     const int cols = box.w();
-    kivcore::parallel_for(box.top, box.bottom,
+    kivcore::parallel_for(box.top, box.bottom, kivcore::row_work(cols, 1),
                           [&](int row) { blend.apply(kivcore::row_ptr(img, row) + box.left, cols); });
     return 1;
 }

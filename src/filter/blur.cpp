@@ -23,7 +23,7 @@ int kiv::blur(tagRECT* rect, int dx, int dy) {
         // Results go to a buffer, so every read sees the original image.
         // x + hx and y + hy are formed only once known to lie inside the image: on an image
         // wider or taller than 2^30 the sums could overflow.
-        kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+        kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 4), [&](int y) {
             const bool up = y >= hy, down = hy < H - y;
             const tagRGBA* ru = up ? row_ptr(*this, y - hy) : nullptr;
             const tagRGBA* rd = down ? row_ptr(*this, y + hy) : nullptr;
@@ -138,10 +138,21 @@ public:
           vw_(kivfilter::pair_width()), vpx_(vw_ / 4), band_rows_(std::min(h_, std::max(8, (1 << 16) / w_) & ~1)),
           ring_rows_(static_cast<int>(std::min<long long>(h_, static_cast<long long>(band_rows_) + 2LL * r))),
           stride_(((static_cast<std::size_t>(w_) + 15) / 16 | 1) * 16), xs_(std::max(a.left, r)),
-          xe_(std::max(xs_, std::min(a.right, W_ - r))), hw_(static_cast<std::size_t>(r) + 1) {
+          xe_(std::max(xs_, std::min(a.right, W_ - r))), hw_(static_cast<std::size_t>(r) + 1),
+          wt_(2 * static_cast<std::size_t>(r) + 1), recip_(static_cast<std::size_t>(w_)) {
+        for (int k = -r; k <= r; ++k) wt_[static_cast<std::size_t>(k + r)] = weight(k);
         // Row pass pairs, from the first output pixel's tap -r: m holds taps -r + 2m and the next.
         for (int m = 0; m <= r; ++m)
             hw_[static_cast<std::size_t>(m)] = pack(weight(2 * m - r), 2 * m - r + 1 <= r ? weight(2 * m - r + 1) : 0);
+        // The divisors' reciprocals of the pixels the vector kernel leaves (0: divide): the same
+        // for every row.
+        const bool vector = vw_ && xe_ - xs_ >= vpx_;
+        for (int x = a.left; x < a.right; ++x) {
+            if (vector && x >= xs_ && x < xe_) continue;
+            std::int32_t t = 0;
+            for (int k = std::max(-r, -x), k1 = std::min(r, W_ - 1 - x); k <= k1; ++k) t += weight(k);
+            recip_[static_cast<std::size_t>(x - a.left)] = reciprocal(t);
+        }
     }
 
     // Output rows [lo, hi) of the rectangle, row j to out(j) (w pixels); reads the image's
@@ -151,7 +162,8 @@ public:
         using namespace kivfilter;
         std::unique_ptr<Scratch> sc = pool_.take([&] {
             auto p = std::make_unique<Scratch>();
-            p->ring.resize(static_cast<std::size_t>(ring_rows_) * stride_);
+            // Every row is written whole before it is read: no clearing.
+            p->ring.reset(new tagRGBA[static_cast<std::size_t>(ring_rows_) * stride_]);
             return p;
         });
         int made = std::max(0, lo - r_);  // scratch rows [.., made) are made
@@ -169,7 +181,7 @@ public:
 
 private:
     struct Scratch {
-        std::vector<tagRGBA> ring;
+        std::unique_ptr<tagRGBA[]> ring;
         std::vector<const unsigned char*> pa, pb;
         std::vector<std::int32_t> pw;
     };
@@ -178,7 +190,7 @@ private:
     std::int32_t pack(int wa, int wb) const {
         return static_cast<std::int32_t>(static_cast<std::uint32_t>(wa) | (static_cast<std::uint32_t>(wb) << (narrow_ ? 8 : 16)));
     }
-    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.data() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
+    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.get() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
 
     void conv(kivfilter::PairConv& p, std::ptrdiff_t nb) const {
         using namespace kivfilter;
@@ -201,8 +213,9 @@ private:
         const tagRGBA* src = row_ptr(*img_, a_.top + j);
         tagRGBA* out = ring_row(sc, j);
         int v1 = xs_;  // pixels [xs_, v1) done by the vector kernel: all taps inside, total (r + 1)^2
-        if (vw_ && xe_ - xs_ >= vpx_) {
-            const unsigned char* first = reinterpret_cast<const unsigned char*>(src + xs_ - r_);
+        // n whole vectors of output pixels from pixel x0 on.
+        auto vectors = [&](int x0, int n) {
+            const unsigned char* first = reinterpret_cast<const unsigned char*>(src + x0 - r_);
             sc.pa.resize(hw_.size());
             sc.pb.resize(hw_.size());
             for (int m = 0; m <= r_; ++m) {
@@ -215,27 +228,45 @@ private:
             p.b = sc.pb.data();
             p.w0 = hw_.data();
             p.e0 = r_ + 1;
-            p.d0 = reinterpret_cast<unsigned char*>(out + (xs_ - a_.left));
+            p.d0 = reinterpret_cast<unsigned char*>(out + (x0 - a_.left));
             p.total = (r_ + 1) * (r_ + 1);
-            const int n = (xe_ - xs_) / vpx_;
             conv(p, static_cast<std::ptrdiff_t>(n) * vw_);
-            v1 = xs_ + n * vpx_;
+        };
+        if (vw_ && xe_ - xs_ >= vpx_) {
+            const int n = (xe_ - xs_) / vpx_;
+            vectors(xs_, n);
+            // The rest as one more vector ending at xe_: the pixels it repeats come out the same.
+            if (xs_ + n * vpx_ < xe_) vectors(xe_ - vpx_, 1);
+            v1 = xe_;
         }
         for (int x = a_.left; x < a_.right; ++x) {
             if (x == xs_ && v1 > xs_) x = v1;
             if (x >= a_.right) break;
             const int k0 = std::max(-r_, -x), k1 = std::min(r_, W_ - 1 - x);
             std::int32_t s0 = 0, s1 = 0, s2 = 0, t = 0;
+            const std::int32_t* wt = wt_.data() + r_;
             for (int k = k0; k <= k1; ++k) {
-                const std::int32_t wk = weight(k);
+                const std::int32_t wk = wt[k];
                 const tagRGBA& q = src[x + k];
                 s0 += wk * q.r;
                 s1 += wk * q.g;
                 s2 += wk * q.b;
                 t += wk;
             }
-            out[x - a_.left] = tagRGBA{static_cast<BYTE>(s0 / t), static_cast<BYTE>(s1 / t), static_cast<BYTE>(s2 / t), 0};
+            const std::uint64_t m = recip_[static_cast<std::size_t>(x - a_.left)];
+            out[x - a_.left] = m ? tagRGBA{quotient(s0, m), quotient(s1, m), quotient(s2, m), 0}
+                                 : tagRGBA{static_cast<BYTE>(s0 / t), static_cast<BYTE>(s1 / t), static_cast<BYTE>(s2 / t), 0};
         }
+    }
+
+    // s / t for 0 <= s <= 255 t, as (s * m) >> 40 with m = 2^40 / t + 1: exact while
+    // s t < 2^40, which t <= kRecipMaxTotal keeps. A multiply instead of a division.
+    static constexpr std::int32_t kRecipMaxTotal = 65535;
+    static std::uint64_t reciprocal(std::int32_t t) {
+        return t <= kRecipMaxTotal ? (std::uint64_t{1} << 40) / static_cast<std::uint64_t>(t) + 1 : 0;
+    }
+    static BYTE quotient(std::int32_t s, std::uint64_t m) {
+        return static_cast<BYTE>((static_cast<std::uint64_t>(s) * m) >> 40);
     }
 
     // Output row j, columns [x0, x0 + sw): scratch rows of the rectangle only, renormalised
@@ -273,6 +304,8 @@ private:
     std::size_t stride_;
     int xs_, xe_;  // image columns whose taps all lie inside the image (within the rectangle)
     std::vector<std::int32_t> hw_;
+    std::vector<std::int32_t> wt_;      // weight(k) at k + r
+    std::vector<std::uint64_t> recip_;  // by column of the rectangle
     kivfilter::ScratchPool<Scratch> pool_;
 };
 
@@ -281,7 +314,7 @@ void tent_banded(kiv* img, const kivfilter::Area& a, int r) {
     const int w = a.w(), h = a.h();
     TentPlan plan(img, a, r);
     auto image_row = [&](int j) { return row_ptr(*img, a.top + j) + a.left; };
-    run_in_segments(h, w, r, [&](int lo, int hi, tagRGBA* buf) {
+    run_in_segments(h, w, r, r + 1.0, [&](int lo, int hi, tagRGBA* buf) {
         if (buf)
             plan.run(lo, hi, [&](int j) { return buf + static_cast<std::size_t>(j - lo) * static_cast<std::size_t>(w); });
         else
@@ -299,7 +332,7 @@ int kiv::blur_simple(tagRECT* rect, int r) {
         raise_depth_24(*this);
         if (r == 0) {
             // Weight 1 alone: the colours stay, alpha becomes 0.
-            kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+            kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(a.w(), 0.5), [&](int y) {
                 tagRGBA* p = row_ptr(*this, y);
                 for (int x = a.left; x < a.right; ++x) p[x].a = 0;
             });

@@ -92,10 +92,12 @@ private:
 // null, into image_row(j); it may write an image row only once it has read all it needs of
 // it. The rows are cut into segments; the 2z rows around each cut, which read their
 // neighbour's rows, are made first into buffers, then each segment makes the rest of its
-// rows and copies those in.
+// rows and copies those in. steps: the pixel steps of an output pixel (see kivcore::Work);
+// work that a second thread would not pay for runs as one segment.
 template <class Band, class ImageRow>
-void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
-    const int threads = kivcore::parallel_threads();
+void run_in_segments(int h, int w, int z, double steps, Band band, ImageRow image_row) {
+    const kivcore::Work row_cost = kivcore::row_work(w, steps);
+    const int threads = kivcore::threads_for(h, row_cost, kivcore::parallel_threads());
     const long long seg_min = std::max<long long>(64, 4LL * z);
     const int most = static_cast<int>(std::max<long long>(1, h / seg_min));
     const int nseg = kivcore::watched_pieces(threads > 1 ? std::min(2 * threads, most) : 1, most);
@@ -110,9 +112,9 @@ void run_in_segments(int h, int w, int z, Band band, ImageRow image_row) {
     auto zone = [&](int s) { return zones.data() + static_cast<std::size_t>(s - 1) * zone_px; };
     auto at = [&](int s) { return cut[static_cast<std::size_t>(s)]; };
     kivcore::Stages stages({2.0 * z * (nseg - 1), static_cast<double>(h)});  // rows made in each loop
-    kivcore::parallel_for(1, nseg, [&](int s) { band(at(s) - z, at(s) + z, zone(s)); });
+    kivcore::parallel_for(1, nseg, kivcore::row_work(2LL * z * w, steps), [&](int s) { band(at(s) - z, at(s) + z, zone(s)); });
     stages.next();
-    kivcore::parallel_for(0, nseg, [&](int s) {
+    kivcore::parallel_for(0, nseg, kivcore::piece_work(h, row_cost, nseg), [&](int s) {
         band(at(s) + (s > 0 ? z : 0), at(s + 1) - (s + 1 < nseg ? z : 0), static_cast<tagRGBA*>(nullptr));
         auto copy_in = [&](int c, int j0, int j1) {
             for (int j = j0; j < j1; ++j) {

@@ -37,8 +37,10 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
     const int w = a.w(), h = a.h();
     const std::size_t sw = static_cast<std::size_t>(w);
     // Bands of at least four rows, about eight per thread so that a loaded core does not
-    // hold the others up.
-    const int threads = kivcore::parallel_threads();
+    // hold the others up; one band, and no rows kept, where the work does not pay for a
+    // second thread (a 3 x 3 row costs about two pixel steps a pixel) and no call is watched.
+    const kivcore::Work row_cost = kivcore::row_work(w, 2);
+    const int threads = kivcore::threads_for(h, row_cost, kivcore::parallel_threads());
     const int nb =
         kivcore::watched_pieces(threads <= 1 ? 1 : std::max(1, std::min(threads * 8, h / 4)), std::max(1, h / 4));
     auto band_start = [&](int k) { return a.top + static_cast<int>(static_cast<long long>(h) * k / nb); };
@@ -64,7 +66,7 @@ void run_rows_in_place(kiv* img, const Area& a, int ylo, int yhi, int xlo, int x
         return row_ptr(*img, y) + a.left;
     };
     unsigned char* base = bands.data() + ((64 - reinterpret_cast<std::uintptr_t>(bands.data()) % 64) % 64);
-    kivcore::parallel_chunks(0, nb, [&](int kb, int ke) {
+    kivcore::parallel_chunks(0, nb, kivcore::piece_work(h, row_cost, nb), [&](int kb, int ke) {
         for (int k = kb; k < ke; ++k) {
             unsigned char* mem = base + band_bytes * static_cast<std::size_t>(k);
             tagRGBA* res[2] = {reinterpret_cast<tagRGBA*>(mem), reinterpret_cast<tagRGBA*>(mem) + sw};

@@ -280,7 +280,8 @@ void iir_pass(const IirCoef& c, int n, int lines, In in, Out out, LineProgress* 
         const int b1 = std::min(lines, b0 + kProgressBatch);
         const kivcore::Part part(static_cast<double>(b0) / lines, static_cast<double>(b1) / lines);
         const int sweeps = (b1 - b0 + kSpan - 1) / kSpan;
-        kivcore::parallel_chunks(0, sweeps, [&](int gb, int ge) {
+        // Both directions of a fourth-order recursion a sample: several pixel steps each.
+        kivcore::parallel_chunks(0, sweeps, kivcore::row_work(static_cast<long long>(kSpan) * n, 6), [&](int gb, int ge) {
             std::unique_ptr<Scratch<T>> s = pool.take([&] { return std::make_unique<Scratch<T>>(n); });
             for (int g = gb; g < ge; ++g) {
                 const int q0 = b0 + g * kSpan;

@@ -163,7 +163,7 @@ public:
                 std::copy(from, from + w_, ring_row(*sc, copied));
             }
             for (int x0 = 0; x0 < w_; x0 += kRleStrip) columns(y0, y1, x0, std::min(kRleStrip, w_ - x0), *sc);
-            for (int j = y0; j < y1; ++j) row(sc->band.data() + static_cast<std::size_t>(j - y0) * w_, out(j), *sc);
+            for (int j = y0; j < y1; ++j) row(sc->band.get() + static_cast<std::size_t>(j - y0) * w_, out(j), *sc);
             done(y1 - y0);
             kivcore::poll(y1 - lo, hi - lo);
         }
@@ -172,7 +172,8 @@ public:
 
 private:
     struct Scratch {
-        std::vector<tagRGBA> ring, band, ext;
+        std::unique_ptr<tagRGBA[]> ring, band;
+        std::vector<tagRGBA> ext;
         std::vector<std::pair<int, std::int32_t>> items;
         PairList list;
         std::vector<const unsigned char*> pa, pb, ta, tb;
@@ -180,8 +181,9 @@ private:
 
     std::unique_ptr<Scratch> make_scratch() const {
         auto sc = std::make_unique<Scratch>();
-        sc->ring.resize(static_cast<std::size_t>(ring_rows_) * stride_);
-        sc->band.resize(static_cast<std::size_t>(band_rows_) * static_cast<std::size_t>(w_));
+        // Ring and band rows are written whole before they are read: no clearing.
+        sc->ring.reset(new tagRGBA[static_cast<std::size_t>(ring_rows_) * stride_]);
+        sc->band.reset(new tagRGBA[static_cast<std::size_t>(band_rows_) * static_cast<std::size_t>(w_)]);
         if (hvec_) {
             sc->ext.resize(static_cast<std::size_t>(w_) + 2 * static_cast<std::size_t>(kh_) + 16);
             const unsigned char* eb = reinterpret_cast<const unsigned char*>(sc->ext.data());
@@ -200,7 +202,7 @@ private:
         return sc;
     }
 
-    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.data() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
+    tagRGBA* ring_row(Scratch& sc, int j) const { return sc.ring.get() + static_cast<std::size_t>(j % ring_rows_) * stride_; }
 
     PairConv job() const {
         PairConv p{};
@@ -215,7 +217,7 @@ private:
         const std::ptrdiff_t nb = 4 * static_cast<std::ptrdiff_t>(sw);
         auto src = [&](int j) { return reinterpret_cast<const unsigned char*>(ring_row(sc, j) + x0); };
         auto dst = [&](int j) {
-            return reinterpret_cast<unsigned char*>(sc.band.data() + static_cast<std::size_t>(j - y0) * w_ + x0);
+            return reinterpret_cast<unsigned char*>(sc.band.get() + static_cast<std::size_t>(j - y0) * w_ + x0);
         };
         for (int j = y0; j < y1;) {
             PairConv p = job();
@@ -363,7 +365,7 @@ int kiv::blur_gauss_rle_plane(tagRECT* rect, double sigma, unsigned planes) {
         };
         auto image_row = [&](int j) { return row_ptr(*this, a.top + j) + a.left; };
         run_in_segments(
-            h, w, k.h,
+            h, w, k.h, k.h + 1.0,
             [&](int lo, int hi, tagRGBA* buf) {
                 if (buf)
                     plan.run(

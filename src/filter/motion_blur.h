@@ -54,7 +54,7 @@ void per_pixel(kiv* img, const Area& a, Body body) {
     const int w = a.w();
     const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA));
     tagRGBA* const out = block.as<tagRGBA>();
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) {
+    kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 16), [&](int y) {
         tagRGBA* o = out + static_cast<std::size_t>(y - a.top) * w;
         for (int x = a.left; x < a.right; ++x) o[x - a.left] = body(x, y);
     });
@@ -68,7 +68,7 @@ void per_row(kiv* img, const Area& a, Body body) {
     const int w = a.w();
     const UnzeroedBlock block(static_cast<std::size_t>(w) * static_cast<std::size_t>(a.h()) * sizeof(tagRGBA));
     tagRGBA* const out = block.as<tagRGBA>();
-    kivcore::parallel_for(a.top, a.bottom, [&](int y) { body(y, out + static_cast<std::size_t>(y - a.top) * w); });
+    kivcore::parallel_for(a.top, a.bottom, kivcore::row_work(w, 16), [&](int y) { body(y, out + static_cast<std::size_t>(y - a.top) * w); });
     img->setpacket(out, a.left, a.top, w, a.h());
 }
 

@@ -114,7 +114,7 @@ int kiv::unsharp_mask(tagRECT* rect, double radius, int amount, int threshold) {
                        &progress);
         progress.term();
         stages.next();
-        kivcore::parallel_for(0, h, [&](int j) {
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
             tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
             const tagRGBA* b = blurred + static_cast<std::size_t>(j) * w;
             const unsigned char* t = lut.data();
@@ -139,7 +139,7 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
         const UnzeroedBlock block(2 * n);
         unsigned char *const light = block.as<unsigned char>(), *const blurred = light + n;
         kivcore::Stages stages({1, 4, 1});
-        kivcore::parallel_for(0, h,
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 1),
                               [&](int j) { lightness_row(row_ptr(*this, a.top + j) + a.left, w, light + j * sw); });
         stages.next();
         LineProgress progress(this, static_cast<long long>(w) + h);
@@ -147,7 +147,7 @@ int kiv::unsharp_mask2(tagRECT* rect, double radius, int amount, int threshold) 
         progress.term();
         stages.next();
         const std::vector<unsigned char> lut = unsharp_table(amount, threshold);
-        kivcore::parallel_for(0, h, [&](int j) {
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 2), [&](int j) {
             tagRGBA* o = row_ptr(*this, a.top + j) + a.left;
             add_changes_row(o, light + j * sw, blurred + j * sw, w, lut.data());
         });
@@ -168,7 +168,7 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
         const UnzeroedBlock block(sw * static_cast<std::size_t>(h));
         const unsigned char* const L = block.as<unsigned char>();
         kivcore::Stages stages({1, 8});
-        kivcore::parallel_for(0, h, [&](int j) {
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 1), [&](int j) {
             lightness_row(row_ptr(*this, a.top + j) + a.left, w, block.as<unsigned char>() + j * sw);
         });
         stages.next();
@@ -179,9 +179,10 @@ int kiv::enhance(tagRECT* rect, int radius, int amount) {
         // Box sums are exact integers, so any order gives the same values: per band of rows,
         // column sums over the box's rows slide down one row at a time (a column of 2001
         // squares stays below 2^31), and prefix sums along the row give each box.
-        const int threads = kivcore::parallel_threads();
+        const kivcore::Work row_cost = kivcore::row_work(w, 4);
+        const int threads = kivcore::threads_for(h, row_cost, kivcore::parallel_threads());
         const int nb = kivcore::watched_pieces(std::max(1, std::min(h, threads <= 1 ? 1 : 4 * threads)), h);
-        kivcore::parallel_for(0, nb, [&](int k) {
+        kivcore::parallel_for(0, nb, kivcore::piece_work(h, row_cost, nb), [&](int k) {
             const int jb = static_cast<int>(static_cast<long long>(h) * k / nb),
                       je = static_cast<int>(static_cast<long long>(h) * (k + 1) / nb);
             std::vector<std::int32_t> c1(sw), c2(sw);

@@ -69,7 +69,7 @@ void wind_vector(kiv* img, const Area& a, int direction, int strength, decltype(
     const bool reverse = direction == 1 || direction == 3;
     auto fade_of = [&](int line) { return std::max(1, 255 / streak_length(line, strength)); };
     if (direction < 2) {
-        kivcore::parallel_for(0, h,
+        kivcore::parallel_for(0, h, kivcore::row_work(w, 4),
                               [&](int q) { line(bytes(row_ptr(*img, a.top + q) + a.left), w, reverse, fade_of(q)); });
         return;
     }
@@ -102,7 +102,7 @@ void blast_vector(kiv* img, const Area& a, int direction, int strength, decltype
     const bool reverse = direction == 1 || direction == 3;
     if (direction < 2) {
         // Each row from a copy of itself: the line reads inputs len elements back.
-        kivcore::parallel_chunks(0, h, [&](int qb, int qe) {
+        kivcore::parallel_chunks(0, h, kivcore::row_work(w, 4), [&](int qb, int qe) {
             std::vector<tagRGBA> in(static_cast<std::size_t>(w));
             for (int q = qb; q < qe; ++q) {
                 tagRGBA* p = row_ptr(*img, a.top + q) + a.left;
@@ -116,11 +116,11 @@ void blast_vector(kiv* img, const Area& a, int direction, int strength, decltype
     const std::size_t sw = static_cast<std::size_t>(w);
     const UnzeroedBlock block(sw * static_cast<std::size_t>(h) * sizeof(tagRGBA));
     tagRGBA* const in = block.as<tagRGBA>();
-    kivcore::parallel_for(0, h, [&](int j) {
+    kivcore::parallel_for(0, h, kivcore::row_work(w, 0.25), [&](int j) {
         const tagRGBA* p = row_ptr(*img, a.top + j) + a.left;
         std::copy(p, p + w, in + j * sw);
     });
-    kivcore::parallel_chunks(0, w, [&](int cb, int ce) {
+    kivcore::parallel_chunks(0, w, kivcore::row_work(h, 4), [&](int cb, int ce) {
         std::vector<int> len(static_cast<std::size_t>(ce - cb)), sums(4 * len.size(), 0);
         for (int c = cb; c < ce; ++c) len[static_cast<std::size_t>(c - cb)] = streak_length(c, strength);
         for (int k = 0; k < h; ++k) {

@@ -39,7 +39,7 @@ void kiv::blt(int x, int y, int w, int h, kiv* src, int sx, int sy) {
     const bool snap = src == this;
     tagRGBA* dbase = m_pixels;
     const std::size_t dstride = static_cast<std::size_t>(m_width);
-    kivcore::parallel_for(0, rows, [&](int r) {
+    kivcore::parallel_for(0, rows, kivcore::row_work(static_cast<long long>(run / sizeof(tagRGBA)), 0.25), [&](int r) {
         const tagRGBA* s = snap ? sbase + static_cast<std::size_t>(r) * sstride
                                 : sbase + static_cast<std::size_t>(sy + i0 + r) * sstride + (sx + j0);
         std::memcpy(dbase + static_cast<std::size_t>(y + i0 + r) * dstride + (x + j0), s, run);

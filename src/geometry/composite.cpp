@@ -85,7 +85,7 @@ int kiv::addlayer(kiv* layer, int x, int y, int opacity, int mode, int usealpha)
         const SourceRows src(*this, *layer, Area{pl.sx, pl.sy, pl.sx + pl.dst.w(), pl.sy + pl.dst.h()});
         kivcore::raise_depth_24(*this);
         const int cols = pl.dst.w();
-        kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, [&](int b, int e) {
+        kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, kivcore::row_work(cols, 4), [&](int b, int e) {
             std::vector<BYTE> weight(weigh_alpha ? static_cast<std::size_t>(cols) : 0);
             for (int row = b; row < e; ++row) {
                 const tagRGBA* s = src.at(pl.sx, pl.sy + (row - pl.dst.top));
@@ -113,7 +113,7 @@ int kiv::merge(kiv* src, tagRECT* srcrect, int x, int y, int opacity) {
         const SourceRows rows(*this, *src, Area{pl.sx, pl.sy, pl.sx + pl.dst.w(), pl.sy + pl.dst.h()});
         kivcore::raise_depth_24(*this);
         const int cols = pl.dst.w();
-        kivcore::parallel_for(pl.dst.top, pl.dst.bottom, [&](int row) {
+        kivcore::parallel_for(pl.dst.top, pl.dst.bottom, kivcore::row_work(cols, 2), [&](int row) {
             kivfill::blend_row(kivfill::kNormal, kivcore::row_ptr(*this, row) + pl.dst.left,
                                rows.at(pl.sx, pl.sy + (row - pl.dst.top)), cols, opacity);
         });
@@ -134,7 +134,7 @@ int kiv::fadepaste(kiv* src, int x, int y, int op0, int op1, int dir) {
         const int cols = pl.dst.w();
         std::vector<int> column(static_cast<std::size_t>(cols));
         for (int j = 0; j < cols; ++j) column[j] = fade.geo.uses_columns() ? fade.geo.column_part(pl.dst.left + j) : 0;
-        kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, [&](int b, int e) {
+        kivcore::parallel_chunks(pl.dst.top, pl.dst.bottom, kivcore::row_work(cols, 4), [&](int b, int e) {
             std::vector<BYTE> weight(static_cast<std::size_t>(cols));
             for (int row = b; row < e; ++row) {
                 const int rp = fade.geo.uses_rows() ? fade.geo.row_part(row) : 0;
@@ -161,7 +161,7 @@ int kiv::fadeinrect(tagRECT* rect, COLORREF color, int op0, int op1, int dir) {
         const std::vector<tagRGBA> colour(static_cast<std::size_t>(cols), kivfill::unpack_colour(color));
         std::vector<int> column(static_cast<std::size_t>(cols));
         for (int j = 0; j < cols; ++j) column[j] = fade.geo.uses_columns() ? fade.geo.column_part(box.left + j) : 0;
-        kivcore::parallel_chunks(box.top, box.bottom, [&](int b, int e) {
+        kivcore::parallel_chunks(box.top, box.bottom, kivcore::row_work(cols, 4), [&](int b, int e) {
             std::vector<BYTE> weight(static_cast<std::size_t>(cols));
             for (int row = b; row < e; ++row) {
                 const int rp = fade.geo.uses_rows() ? fade.geo.row_part(row) : 0;
@@ -188,7 +188,7 @@ int kiv::texturefill(tagRECT* rect, kiv* texture, int opacity, int mode) {
         // Tiles start at the rectangle's corner as given (before clipping).
         auto wrap = [](long long v, int n) { return static_cast<int>(((v % n) + n) % n); };
         const int tx0 = wrap(box.left - area.x, tw);
-        kivcore::parallel_chunks(box.top, box.bottom, [&](int b, int e) {
+        kivcore::parallel_chunks(box.top, box.bottom, kivcore::row_work(cols, 2), [&](int b, int e) {
             std::vector<tagRGBA> run(static_cast<std::size_t>(cols));
             for (int row = b; row < e; ++row) {
                 const tagRGBA* t = tex.at(0, wrap(row - area.y, th));

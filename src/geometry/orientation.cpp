@@ -67,7 +67,7 @@ int row_pairs(kiv& img, int x, int y, int w, int h, Pair pair) {
     tagRECT r;
     if (!clip_xywh(img, x, y, w, h, &r)) return 0;
     const int width = r.right - r.left;
-    kivcore::parallel_for(0, (r.bottom - r.top) / 2, [&](int i) {
+    kivcore::parallel_for(0, (r.bottom - r.top) / 2, kivcore::row_work(width, 0.5), [&](int i) {
         pair(row_ptr(img, r.top + i) + r.left, row_ptr(img, r.bottom - 1 - i) + r.left, width);
     });
     return 1;
@@ -87,7 +87,7 @@ void kiv::rotate(int dir) {
     const bool ccw = dir != 0;
     const auto turn = kivcore::pick_sse2(KIV_SSE2_KERNEL(kivgeom::turn_tile_sse2));
     const int bands = (H + kTurnBlock - 1) / kTurnBlock;
-    kivcore::parallel_for(0, bands, [&](int band) {
+    kivcore::parallel_for(0, bands, kivcore::row_work(static_cast<long long>(kTurnBlock) * W, 0.5), [&](int band) {
         const int y0 = band * kTurnBlock, y1 = std::min(H, y0 + kTurnBlock);
         for (int x0 = 0; x0 < W; x0 += kTurnBlock) {
             const int x1 = std::min(W, x0 + kTurnBlock);
@@ -114,7 +114,7 @@ int kiv::mirror(int x, int y, int w, int h) {
     tagRECT r;
     if (!clip_xywh(*this, x, y, w, h, &r)) return 0;
     const int width = r.right - r.left;
-    kivcore::parallel_for(r.top, r.bottom, [&](int row) {
+    kivcore::parallel_for(r.top, r.bottom, kivcore::row_work(width, 0.5), [&](int row) {
         tagRGBA* p = row_ptr(*this, row) + r.left;
         std::reverse(p, p + width);
     });

@@ -84,7 +84,8 @@ bool build_contributions(Contributions& c, int n_out, int n_src, double scale, c
     std::size_t entries = static_cast<std::size_t>(c.cap) * static_cast<std::size_t>(n_out);
     c.index.assign(entries, 0);
     c.weight.assign(entries, 0.0);
-    kivcore::parallel_chunks(0, n_out, [&](int i0, int i1) {
+    // A tap is a filter value (mostly remembered) and a division: a few pixel steps.
+    kivcore::parallel_chunks(0, n_out, kivcore::Work{static_cast<double>(c.cap) * 4}, [&](int i0, int i1) {
         FilterMemo memo(f.fn);
         for (int i = i0; i < i1; ++i) {
             const double centre = i / scale;

@@ -19,6 +19,15 @@ namespace {
 // stays in L1 while every contributing row is added in.
 constexpr int kStripPixels = 256;
 
+// Work of one output row of either pass: every output pixel adds up to c.cap taps, and a
+// source row is converted to doubles (or the weighted passes' floats) once.
+kivcore::Work pass_work(int src_width, int dst_width, const Contributions& c) {
+    return kivcore::Work{static_cast<double>(dst_width) * static_cast<double>(c.cap) + src_width};
+}
+kivcore::Work pass_work(const kiv& src, const kiv& dst, const Contributions& c) {
+    return pass_work(src.m_width, dst.m_width, c);
+}
+
 // The vector kernels of both passes, chosen once for a pass (all null on the scalar path).
 struct Kernels {
     decltype(&quad_to_pd_sse2) quad_to_pd =
@@ -149,10 +158,12 @@ void hpass(kiv& src, kiv& dst, const Contributions& c) {
         int widest = 1;
         const std::vector<ColumnBlock> blocks = column_blocks(c, dst.m_width, &widest);
         const PlainH p{src, dst, c, k};
-        kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { hpass_blocks(p, blocks, widest, y0, y1); });
+        kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                                 [&](int y0, int y1) { hpass_blocks(p, blocks, widest, y0, y1); });
         return;
     }
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { hpass_rows_scalar(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                             [&](int y0, int y1) { hpass_rows_scalar(src, dst, c, y0, y1); });
 }
 
 namespace {
@@ -314,11 +325,13 @@ void vpass(kiv& src, kiv& dst, const Contributions& c) {
         const int ring = ring_rows(c, dst.m_height);
         if (ring <= kMaxRing) {
             const PlainV p{src, dst, c, k, dst.m_width};
-            kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_ring(p, c, ring, y0, y1); });
+            kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                                     [&](int y0, int y1) { vpass_ring(p, c, ring, y0, y1); });
             return;
         }
     }
-    kivcore::parallel_chunks(0, dst.m_height, [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
+    kivcore::parallel_chunks(0, dst.m_height, pass_work(src, dst, c),
+                             [&](int y0, int y1) { vpass_rows(src, dst, c, y0, y1); });
 }
 
 namespace {
@@ -470,7 +483,8 @@ void hpass_wide(const WideImage& src, const WideImage& dst, const Contributions&
     int widest = 1;
     const std::vector<ColumnBlock> blocks = column_blocks(c, dst.width, &widest);
     const WideH p{WideEnds{src, dst, f, k}, c, w.data()};
-    kivcore::parallel_chunks(0, dst.height, [&](int y0, int y1) { hpass_blocks(p, blocks, widest, y0, y1); });
+    kivcore::parallel_chunks(0, dst.height, pass_work(src.width, dst.width, c),
+                             [&](int y0, int y1) { hpass_blocks(p, blocks, widest, y0, y1); });
 }
 
 void vpass_wide(const WideImage& src, const WideImage& dst, const Contributions& c, const WideFormat& f) {
@@ -478,7 +492,8 @@ void vpass_wide(const WideImage& src, const WideImage& dst, const Contributions&
     const std::vector<float> w = float_weights(c);
     const int ring = ring_rows(c, dst.height);
     const WideV p{WideEnds{src, dst, f, k}, c, w.data(), dst.width};
-    kivcore::parallel_chunks(0, dst.height, [&](int y0, int y1) { vpass_ring(p, c, ring, y0, y1); });
+    kivcore::parallel_chunks(0, dst.height, pass_work(src.width, dst.width, c),
+                             [&](int y0, int y1) { vpass_ring(p, c, ring, y0, y1); });
 }
 
 }  // namespace kivgeom

@@ -46,7 +46,7 @@ int resize_by_table(kiv& img, int w, int h, const std::vector<int>& cols, const 
     // Each row is written whole below.
     if (!kivcore::create_overwritten(&result, w, h, img.m_bits)) return 0;
     if (img.m_bits < 9 && !kivgeom::copy_colour_map(img, result)) return 0;
-    kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
+    kivcore::parallel_chunks(0, h, kivcore::row_work(w, 0.5), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             tagRGBA* d = row_ptr(result, y);
             // Enlarging repeats source rows: a row equal to the one above (in this chunk) is
@@ -164,7 +164,7 @@ int kiv::zoom_linear(int w, int h) {
                                   KIV_SSE2_KERNEL(kivgeom::linear_mix_row_sse2),
                                   kivcore::pick(KIV_AVX2_KERNEL(kivgeom::linear_combine_avx2),
                                                 KIV_SSE2_KERNEL(kivgeom::linear_combine_sse2))};
-            kivcore::parallel_chunks(0, h, [&](int y0, int y1) {
+            kivcore::parallel_chunks(0, h, kivcore::row_work(w, 3), [&](int y0, int y1) {
                 if (k.row) return linear_rows_vector(*this, result, tx.data(), ty.data(), y0, y1, k);
                 for (int y = y0; y < y1; ++y) {
                     const Tap& v = ty[static_cast<std::size_t>(y)];

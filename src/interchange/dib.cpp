@@ -227,7 +227,7 @@ int kiv::_attachdib(void* dib, int mapped) {
     tagRGBA* px = m_pixels;
     const auto w = static_cast<std::size_t>(m_width);
     const RowReader& r = *reader;
-    kivcore::parallel_for(0, m_height, [&](int y) { r(px + static_cast<std::size_t>(y) * w, y); });
+    kivcore::parallel_for(0, m_height, kivcore::row_work(m_width, 0.5), [&](int y) { r(px + static_cast<std::size_t>(y) * w, y); });
     return 1;
 }
 
@@ -239,7 +239,7 @@ int kiv::attachdib32(int width, int height, void* src) {
     const auto w = static_cast<std::size_t>(m_width);
     const int hgt = m_height;
     // Row y of the buffer becomes image row height - 1 - y; bytes keep their order.
-    kivcore::parallel_for(0, hgt, [&](int y) {
+    kivcore::parallel_for(0, hgt, kivcore::row_work(m_width, 0.5), [&](int y) {
         const BYTE* row = s + static_cast<std::size_t>(y) * w * 4;
         tagRGBA* d = px + static_cast<std::size_t>(hgt - 1 - y) * w;
         for (std::size_t x = 0; x < w; ++x) {
@@ -304,7 +304,7 @@ void* kiv::createdib() {
         const auto row_len = static_cast<std::size_t>(stride);
         const std::size_t filled = row_bytes_written(w, b);
         const bool stream = rows_bytes >= kStreamFrom;
-        kivcore::parallel_for(0, hgt, [&](int y) {
+        kivcore::parallel_for(0, hgt, kivcore::row_work(m_width, 0.5), [&](int y) {
             BYTE* d = rows + static_cast<std::size_t>(hgt - 1 - y) * row_len;
             write_row(d, px + static_cast<std::size_t>(y) * w, w, b, stream);
             std::memset(d + filled, 0, row_len - filled);

@@ -177,7 +177,7 @@ void read_indexed(const Rows& rows, unsigned depth, const tagRGBA* lut, int tabl
     tagRGBA* px = out->m_pixels;
     const auto w = static_cast<std::size_t>(out->m_width);
     const unsigned per_byte = 8 / depth, mask = (1u << depth) - 1;
-    kivcore::parallel_for(0, out->m_height, [&](int y) {
+    kivcore::parallel_for(0, out->m_height, kivcore::row_work(out->m_width, 2), [&](int y) {
         const unsigned char* s = rows.row(y);
         tagRGBA* d = px + static_cast<std::size_t>(y) * w;
         unsigned most = 0;
@@ -204,7 +204,9 @@ void read_direct(const Rows& rows, unsigned depth, const std::uint32_t* masks, k
     std::atomic<bool> any_alpha{false};
     tagRGBA* px = out->m_pixels;
     const auto w = static_cast<std::size_t>(out->m_width);
-    kivcore::parallel_for(0, out->m_height, [&](int y) {
+    // 24-bit rows are a copy; bit fields and 64-bit values take a few look-ups a pixel.
+    const double steps = depth == 24 ? 1.0 : 2.0;
+    kivcore::parallel_for(0, out->m_height, kivcore::row_work(out->m_width, steps), [&](int y) {
         const unsigned char* s = rows.row(y);
         tagRGBA* d = px + static_cast<std::size_t>(y) * w;
         BYTE alpha_or = 0;

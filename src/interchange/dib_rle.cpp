@@ -109,7 +109,7 @@ const char* read_rle(const RleSource& s, kiv* out) {
     const tagRGBA* from = img.m_pixels;
     tagRGBA* to = out->m_pixels;
     const auto w = static_cast<std::size_t>(s.width);
-    kivcore::parallel_for(0, s.height, [&](int y) {
+    kivcore::parallel_for(0, s.height, kivcore::row_work(s.width, 0.5), [&](int y) {
         for (std::size_t i = static_cast<std::size_t>(y) * w, end = i + w; i < end; ++i)
             if ((bits[i >> 3] >> (i & 7)) & 1) to[i] = tagRGBA{from[i].r, from[i].g, from[i].b, 255};
     });

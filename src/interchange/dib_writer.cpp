@@ -45,7 +45,7 @@ void write_dibv5(const kiv& img, bool premultiplied, unsigned char* out) {
     const auto w = static_cast<std::size_t>(img.m_width);
     const int h = img.m_height;
     const bool has_alpha = img.m_bits == 32;  // other depths are opaque (below 24 the byte is an index)
-    kivcore::parallel_for(0, h, [&](int y) {
+    kivcore::parallel_for(0, h, kivcore::row_work(img.m_width, 1), [&](int y) {
         const tagRGBA* s = px + static_cast<std::size_t>(y) * w;
         unsigned char* d = base + static_cast<std::size_t>(h - 1 - y) * w * 4;
         for (std::size_t x = 0; x < w; ++x, d += 4) {

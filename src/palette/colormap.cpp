@@ -57,7 +57,7 @@ void kiv::validate_rgb() {
     for (int i = 0; i < 256; ++i) lut[i] = m_map[i < n ? i : 0];
     tagRGBA* px = m_pixels;
     const std::size_t w = static_cast<std::size_t>(m_width);
-    kivcore::parallel_for(0, m_height, [&](int y) {
+    kivcore::parallel_for(0, m_height, kivcore::row_work(m_width, 1), [&](int y) {
         tagRGBA* p = px + static_cast<std::size_t>(y) * w;
         for (std::size_t x = 0; x < w; ++x) {
             const BYTE idx = p[x].a;
@@ -73,7 +73,7 @@ void kiv::grayscale() {
     for (int i = 0; i < 256; ++i) ramp[i] = tagRGBA{BYTE(i), BYTE(i), BYTE(i), 0};
     tagRGBA* px = m_pixels;
     const std::size_t w = static_cast<std::size_t>(m_width);
-    kivcore::parallel_for(0, m_height, [&](int y) {
+    kivcore::parallel_for(0, m_height, kivcore::row_work(m_width, 1), [&](int y) {
         tagRGBA* p = px + static_cast<std::size_t>(y) * w;
         for (std::size_t x = 0; x < w; ++x) {
             const int mn = std::min({p[x].r, p[x].g, p[x].b});
@@ -99,7 +99,7 @@ unsigned long kiv::countcolors() {
     if (m_bits < 9) {
         std::atomic<std::uint32_t> used[256];
         for (auto& u : used) u.store(0, std::memory_order_relaxed);
-        kivcore::parallel_for(0, m_height, [&](int y) {
+        kivcore::parallel_for(0, m_height, kivcore::row_work(m_width, 1), [&](int y) {
             const tagRGBA* p = px + static_cast<std::size_t>(y) * w;
             for (std::size_t x = 0; x < w; ++x)
                 if (!used[p[x].a].load(std::memory_order_relaxed)) used[p[x].a].store(1, std::memory_order_relaxed);
@@ -114,7 +114,7 @@ unsigned long kiv::countcolors() {
     kivcore::parallel_chunks(0, static_cast<int>(kWords), [&](int b, int e) {
         for (int i = b; i < e; ++i) set[static_cast<std::size_t>(i)].store(0, std::memory_order_relaxed);
     });
-    kivcore::parallel_for(0, m_height, [&](int y) {
+    kivcore::parallel_for(0, m_height, kivcore::row_work(m_width, 2), [&](int y) {
         const tagRGBA* p = px + static_cast<std::size_t>(y) * w;
         for (std::size_t x = 0; x < w; ++x) {
             const std::uint32_t c = (std::uint32_t(p[x].r) << 16) | (std::uint32_t(p[x].g) << 8) | p[x].b;

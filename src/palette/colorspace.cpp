@@ -307,7 +307,7 @@ int convert_rect(kiv* img, tagRECT* rect, int colorspace, bool forward) {
     tagRGBA* px = img->m_pixels;
     const auto w = static_cast<std::size_t>(img->m_width);
     const auto n = static_cast<std::size_t>(r.right - r.left);
-    kivcore::parallel_for(r.top, r.bottom, [&](int y) {
+    kivcore::parallel_for(r.top, r.bottom, kivcore::row_work(static_cast<long long>(n), 8), [&](int y) {
         tagRGBA* row = px + static_cast<std::size_t>(y) * w + static_cast<std::size_t>(r.left);
         if (forward)
             kivpal::rgb_to_space(row, n, colorspace);

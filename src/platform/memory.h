@@ -25,6 +25,9 @@ void advise_huge_pages(void* p, std::size_t len);
 // again their bytes are unspecified, and the range stays mapped. False where the system has
 // no such advice (the pages are then left as they are).
 bool advise_free(void* p, std::size_t len);
+// Gives the pages of [p, p + len) back now: the range stays mapped and reads as zeros until
+// written again. False where the system cannot (the pages are then left as they are).
+bool discard_pages(void* p, std::size_t len);
 
 }  // namespace kivplat
 

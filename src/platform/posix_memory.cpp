@@ -39,4 +39,14 @@ bool advise_free(void* p, std::size_t len) {
 #endif
 }
 
+bool discard_pages(void* p, std::size_t len) {
+#if defined(MADV_DONTNEED)
+    // On a private anonymous mapping the next touch of a discarded page finds a zero page.
+    return ::madvise(p, len, MADV_DONTNEED) == 0;
+#else
+    (void)p, (void)len;
+    return false;
+#endif
+}
+
 }  // namespace kivplat

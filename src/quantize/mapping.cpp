@@ -17,12 +17,17 @@ namespace {
 constexpr int kBlockR = 8, kBlockG = 8, kBlockB = 4;
 constexpr int kBlockCells = kBlockR * kBlockG * kBlockB;  // 256
 static_assert(kBlocks == (kRedCells / kBlockR) * (kGreenCells / kBlockG) * (kBlueCells / kBlockB));
-static_assert(kCells + kBlocks <= kCells * sizeof(std::uint32_t));
+// The cell bytes, the block flags and the cell bits share the histogram's memory.
+constexpr std::size_t kCellBitsAt = (kCells + kBlocks + 7) / 8 * 8;
+static_assert(kCellBitsAt + kCells / 8 <= kCells * sizeof(std::uint32_t));
 
 // From this many pixels on, the parallel methods compute all 512 blocks up front (spread
 // over the pool) and then share the cache read-only; below it the lazy single-threaded
 // fill touches fewer blocks.  Either way every cell holds the same entry.
 constexpr long long kEagerPixels = 1 << 18;
+// Below this many pixels the cache works cell by cell: a search costs about four times a
+// cell's share of a block fill, and small images use only a few cells of each block.
+constexpr long long kCellByCellPixels = 1 << 14;
 
 inline unsigned wsq(int w, int d) { return static_cast<unsigned>(w * d) * static_cast<unsigned>(w * d); }
 
@@ -43,7 +48,49 @@ inline void bound_dist(int v, int lo, int hi, int c, int w, unsigned* nearest, u
 
 }  // namespace
 
-void InverseCache::clear() { std::memset(done_, 0, kBlocks); }
+InverseCache::InverseCache(std::uint32_t* storage, const Palette& pal, bool per_cell)
+    : index_(reinterpret_cast<std::uint8_t*>(storage)), done_(index_ + kCells),
+      cell_done_(reinterpret_cast<std::uint64_t*>(index_ + kCellBitsAt)), pal_(pal), per_cell_(per_cell) {
+    if (!per_cell) return;
+    for (int i = 0; i < pal.count; ++i) by_green_[i] = i;
+    std::stable_sort(by_green_, by_green_ + pal.count, [&](int a, int b) { return pal.entry[a].g < pal.entry[b].g; });
+    for (int i = 0; i < pal.count; ++i) green_[i] = pal.entry[by_green_[i]].g;
+}
+
+void InverseCache::clear() {
+    if (per_cell_)
+        std::memset(cell_done_, 0, kCells / 8);
+    else
+        std::memset(done_, 0, kBlocks);
+}
+
+// The entry nearest the cell's centre (weights 30, 59, 11; the earlier entry on ties), found
+// by visiting the entries in order of their green distance from it: once that distance alone
+// exceeds the best found, no further entry can come nearer or tie.
+int InverseCache::nearest_of_cell(int cell) const {
+    const int cr = (cell >> 11) * 4 + 2, cg = ((cell >> 5) & 63) * 4 + 2, cb = (cell & 31) * 8 + 4;
+    unsigned best = UINT_MAX;
+    int win = 0;
+    auto visit = [&](int k) {
+        const int i = by_green_[k];
+        const Rgb& p = pal_.entry[i];
+        const unsigned d = wsq(kWeightR, cr - p.r) + wsq(kWeightG, cg - p.g) + wsq(kWeightB, cb - p.b);
+        if (d < best || (d == best && i < win)) {
+            best = d;
+            win = i;
+        }
+    };
+    int up = static_cast<int>(std::lower_bound(green_, green_ + pal_.count, cg) - green_), down = up - 1;
+    for (;;) {
+        const bool has_up = up < pal_.count, has_down = down >= 0;
+        if (!has_up && !has_down) break;
+        const int gu = has_up ? green_[up] - cg : INT_MAX, gd = has_down ? cg - green_[down] : INT_MAX;
+        const bool take_up = gu <= gd;
+        if (wsq(kWeightG, take_up ? gu : gd) > best) break;
+        visit(take_up ? up++ : down--);
+    }
+    return win;
+}
 
 void InverseCache::fill_block(int cell) {
     const int r6 = cell >> 11, g6 = (cell >> 5) & 63, b5 = cell & 31;
@@ -194,7 +241,9 @@ struct Mapper {
         std::vector<long long> first_hit(static_cast<std::size_t>(segs));
         std::vector<int> last_index(static_cast<std::size_t>(segs));
         auto seg_begin = [&](int s) { return static_cast<long long>(height) * s / segs * width; };
-        kivcore::parallel_for(0, segs, [&](int s) {
+        // A hash look-up a pixel; more segments than usual only while watched, on the threads
+        // the whole scan is worth.
+        kivcore::parallel_for(0, segs, kivcore::piece_work(n, kivcore::Work{2}, segs), [&](int s) {
             const long long b = seg_begin(s), e = s + 1 == segs ? n : seg_begin(s + 1);
             std::uint32_t remembered = 0xFFFFFFFFu;  // none yet
             int remembered_index = 0, current = -1;
@@ -318,7 +367,7 @@ struct Mapper {
 
 void map_pixels(tagRGBA* px, int width, int height, int mode, const Palette& pal, std::uint32_t* cache) {
     if (!px || width < 1 || height < 1 || pal.count < 1 || pal.count > kMaxEntries) return;
-    InverseCache ic(cache, pal);
+    InverseCache ic(cache, pal, static_cast<long long>(width) * height < kCellByCellPixels);
     ic.clear();
     Mapper m(px, width, height, pal, ic);
     const bool parallel =

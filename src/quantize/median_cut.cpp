@@ -2,6 +2,7 @@
 // variance-driven median cut and the lightness sort.
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "quantize/quantize.h"
 
@@ -64,7 +65,20 @@ bool prescan(const tagRGBA* px, int n, int colors, std::uint32_t* hist, Palette*
 
 namespace {
 
+// A non-empty histogram cell. The list of them in ascending cell order is the walk order
+// of the cube (red, then green, then blue ascending), and each box owns a contiguous run of
+// it that splitting keeps in that order: a box visits its cells as a walk of its part of the
+// cube would, touching only cells that hold pixels.
+struct CellCount {
+    std::uint32_t cell, count;
+};
+
+inline int red_of(std::uint32_t cell) { return static_cast<int>(cell >> 11); }
+inline int green_of(std::uint32_t cell) { return static_cast<int>((cell >> 5) & 63); }
+inline int blue_of(std::uint32_t cell) { return static_cast<int>(cell & 31); }
+
 struct Box {
+    int lo, hi;  // its cells: [lo, hi) of the list
     int rmin, rmax, rsplit, gmin, gmax, gsplit, bmin, bmax, bsplit;
     std::uint32_t volume, count;
     std::uint64_t var, rvar, gvar, bvar;
@@ -100,24 +114,20 @@ int split_point(int lo, int hi, const std::uint64_t* total, const std::uint32_t*
 
 // Shrinks the box to its non-empty cells, then computes volume, mean, variances and the
 // split points, all from one pass that projects the box's counts onto each axis.
-void box_update(const std::uint32_t* hist, Box& b) {
+void box_update(const CellCount* cells, Box& b) {
     std::uint64_t pr[kRedCells] = {}, pg[kGreenCells] = {}, pb[kBlueCells] = {};
     std::uint32_t fr[kRedCells] = {}, fg[kGreenCells] = {}, fb[kBlueCells] = {};
-    for (int r = b.rmin; r <= b.rmax; ++r)
-        for (int g = b.gmin; g <= b.gmax; ++g) {
-            const std::uint32_t* row = hist + (r * kGreenCells + g) * kBlueCells;
-            for (int k = b.bmin; k <= b.bmax; ++k) {
-                std::uint32_t c = row[k];
-                if (c == 0) continue;
-                // First non-empty cell of each slice in walk order (other axes ascending).
-                if (pr[r] == 0) fr[r] = c;
-                if (pg[g] == 0) fg[g] = c;
-                if (pb[k] == 0) fb[k] = c;
-                pr[r] += c;
-                pg[g] += c;
-                pb[k] += c;
-            }
-        }
+    for (int i = b.lo; i < b.hi; ++i) {
+        const std::uint32_t c = cells[i].count;
+        const int r = red_of(cells[i].cell), g = green_of(cells[i].cell), k = blue_of(cells[i].cell);
+        // First non-empty cell of each slice in walk order (other axes ascending).
+        if (pr[r] == 0) fr[r] = c;
+        if (pg[g] == 0) fg[g] = c;
+        if (pb[k] == 0) fb[k] = c;
+        pr[r] += c;
+        pg[g] += c;
+        pb[k] += c;
+    }
     b.count = 0;
     b.var = b.rvar = b.gvar = b.bvar = 0;
     b.mean = Rgb{0, 0, 0};
@@ -161,27 +171,47 @@ void box_update(const std::uint32_t* hist, Box& b) {
 
 void median_cut(const std::uint32_t* hist, int colors, Palette* out) {
     colors = std::clamp(colors, 1, kMaxEntries);
+    // The non-empty cells, looked for eight at a time: a small image's histogram is mostly
+    // empty.
+    auto any8 = [hist](int i0) {
+        std::uint64_t w[4];
+        std::memcpy(w, hist + i0, sizeof w);
+        return (w[0] | w[1] | w[2] | w[3]) != 0;
+    };
+    std::size_t filled = 0;
+    for (int i0 = 0; i0 < kCells; i0 += 8)
+        if (any8(i0))
+            for (int i = i0; i < i0 + 8; ++i) filled += hist[i] != 0;
+    std::vector<CellCount> cells(filled), moved(filled);
+    for (int i0 = 0, n = 0; i0 < kCells; i0 += 8)
+        if (any8(i0))
+            for (int i = i0; i < i0 + 8; ++i)
+                if (hist[i]) cells[static_cast<std::size_t>(n++)] = CellCount{static_cast<std::uint32_t>(i), hist[i]};
     Box boxes[kMaxEntries];
+    // What the choice below compares, kept per box: its largest weighted axis variance, 0
+    // for a box without spread.
+    std::uint64_t score[kMaxEntries];
+    auto score_of = [](const Box& b) {
+        return b.volume == 0 ? std::uint64_t{0} : std::max({b.gvar * kWeightG, b.rvar * kWeightR, b.bvar * kWeightB});
+    };
     boxes[0] = Box{};
+    boxes[0].hi = static_cast<int>(filled);
     boxes[0].rmax = kRedCells - 1;
     boxes[0].gmax = kGreenCells - 1;
     boxes[0].bmax = kBlueCells - 1;
-    box_update(hist, boxes[0]);
+    box_update(cells.data(), boxes[0]);
+    score[0] = score_of(boxes[0]);
     int n = 1;
     while (n < colors) {
-        // The box with the largest weighted axis variance, green before red before blue,
-        // first box on ties; boxes without any spread never qualify.
+        // The box with the largest weighted axis variance, first box on ties; boxes without
+        // any spread never qualify.
         std::uint64_t best = 0;
         int pick = -1;
-        for (int i = 0; i < n; ++i) {
-            if (boxes[i].volume == 0) continue;
-            const std::uint64_t v[3] = {boxes[i].gvar * kWeightG, boxes[i].rvar * kWeightR, boxes[i].bvar * kWeightB};
-            for (std::uint64_t x : v)
-                if (x > best) {
-                    best = x;
-                    pick = i;
-                }
-        }
+        for (int i = 0; i < n; ++i)
+            if (score[i] > best) {
+                best = score[i];
+                pick = i;
+            }
         if (pick < 0) break;
         Box& a = boxes[pick];
         Box& nb = boxes[n++];
@@ -193,13 +223,28 @@ void median_cut(const std::uint32_t* hist, int colors, Palette* out) {
             axis_best = a.rvar * kWeightR;
         }
         if (a.bvar * kWeightB > axis_best) axis = 2;
+        // The axis as a field of the cell number (red bits 11.., green 5.., blue 0..).
+        unsigned shift = 11, mask = 63;
+        int split = a.rsplit;
         switch (axis) {
             case 0: a.rmax = a.rsplit; nb.rmin = a.rsplit + 1; break;
-            case 1: a.gmax = a.gsplit; nb.gmin = a.gsplit + 1; break;
-            default: a.bmax = a.bsplit; nb.bmin = a.bsplit + 1; break;
+            case 1: a.gmax = a.gsplit; nb.gmin = a.gsplit + 1; shift = 5; split = a.gsplit; break;
+            default: a.bmax = a.bsplit; nb.bmin = a.bsplit + 1; shift = 0, mask = 31; split = a.bsplit; break;
         }
-        box_update(hist, a);
-        box_update(hist, nb);
+        // The cells up to the split stay with a, the rest go to nb, each side in its order.
+        int keep = a.lo, away = 0;
+        for (int i = a.lo; i < a.hi; ++i) {
+            if (static_cast<int>((cells[static_cast<std::size_t>(i)].cell >> shift) & mask) <= split)
+                cells[static_cast<std::size_t>(keep++)] = cells[static_cast<std::size_t>(i)];
+            else
+                moved[static_cast<std::size_t>(away++)] = cells[static_cast<std::size_t>(i)];
+        }
+        std::copy(moved.begin(), moved.begin() + away, cells.begin() + keep);
+        a.hi = nb.lo = keep;
+        box_update(cells.data(), a);
+        box_update(cells.data(), nb);
+        score[pick] = score_of(a);
+        score[n - 1] = score_of(nb);
     }
     out->count = n;
     for (int i = 0; i < n; ++i) out->entry[i] = boxes[i].mean;

@@ -51,16 +51,26 @@ void sort_by_lightness(Palette* pal);
 // to the entries that can win anywhere in the block.  Cells are stored as bytes (a quarter
 // of the histogram) with one "computed" flag per block: the error diffusion's chain of
 // dependent look-ups then stays in the faster caches.
+// A small image meets too few cells of a block to pay for filling it: with per_cell the
+// cache computes each cell alone on its first use, by a search outward along green.
 constexpr int kBlocks = 512;  // (64 / 8) x (64 / 8) x (32 / 4)
 
 class InverseCache {
 public:
     // storage: kCells 32-bit words (the histogram array); its contents are overwritten.
-    InverseCache(std::uint32_t* storage, const Palette& pal)
-        : index_(reinterpret_cast<std::uint8_t*>(storage)), done_(index_ + kCells), pal_(pal) {}
-    void clear();  // forget every block
-    // Nearest entry of the cell, computing its block on first use (one thread only).
+    InverseCache(std::uint32_t* storage, const Palette& pal, bool per_cell = false);
+    void clear();  // forget every block (every cell)
+    // Nearest entry of the cell, computing its block (or itself) on first use (one thread only).
     int index(int cell) {
+        if (per_cell_) {
+            std::uint64_t& word = cell_done_[cell >> 6];
+            const std::uint64_t bit = std::uint64_t{1} << (cell & 63);
+            if (!(word & bit)) {
+                index_[cell] = static_cast<std::uint8_t>(nearest_of_cell(cell));
+                word |= bit;
+            }
+            return index_[cell];
+        }
         const int blk = block_of(cell);
         if (!done_[blk]) {
             fill_block(cell);
@@ -75,9 +85,14 @@ public:
 private:
     static int block_of(int cell) { return (cell >> 14) << 6 | ((cell >> 8) & 7) << 3 | ((cell >> 2) & 7); }
     void fill_block(int cell);
+    int nearest_of_cell(int cell) const;
     std::uint8_t* index_;
     std::uint8_t* done_;
+    std::uint64_t* cell_done_;  // per_cell: one bit a cell
     const Palette& pal_;
+    bool per_cell_;
+    // per_cell: the entries in ascending green (then index) order.
+    int by_green_[kMaxEntries], green_[kMaxEntries];
 };
 
 // Maps every pixel of a width x height buffer (top row first) to the palette and writes the

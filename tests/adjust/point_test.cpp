@@ -1,6 +1,7 @@
 // Point adjustments: numeric anchors, both paths, rectangles, fourth byte, hostile arguments.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <functional>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/kmath.h"
 #include "kiv.h"
 #include "support/image_check.h"
 #include "support/test_images.h"
@@ -346,4 +348,33 @@ TEST(PointAdjust, HostileArgumentsAreSurvived) {
             }
         }
     }
+}
+
+// The tables take most entries from a cheap estimate of pow and pow itself only near a rounding
+// boundary: every level must still come out as the plain formulas with kmath::pow give it.
+TEST(PointTables, EstimatedEntriesMatchThePlainFormulas) {
+    namespace km = kivcore::kmath;
+    kiv img(256, 1, 24);
+    auto levels = [&] {
+        for (int i = 0; i < 256; ++i) img.m_pixels[i] = tagRGBA{BYTE(i), BYTE(i), BYTE(i), 0};
+    };
+    for (double p : {2.2, 0.45, 1.0 / 3, 3.0, 0.1, 10.0, 1e-3, 250.0, -2.0, 1.5}) {
+        levels();
+        ASSERT_EQ(1, img.gamma(nullptr, p));
+        for (int i = 0; i < 256; ++i) {
+            const double v = std::floor(km::pow(i / 255.0, 1.0 / p) * 255.0 + 0.5);
+            ASSERT_EQ(!(v > 0.0) ? 0 : v >= 255.0 ? 255 : static_cast<int>(v), img.m_pixels[i].g) << p << " " << i;
+        }
+    }
+    for (int b = -127; b <= 127; b += 31)
+        for (int c = -127; c <= 127; c += 23) {
+            levels();
+            ASSERT_EQ(1, img.bright_contrast(nullptr, b, c));
+            const double bb = b / 255.0, cc = c / 127.0, e = cc < 0 ? cc + 1 : (cc == 1 ? 127 : 1 / (1 - cc));
+            for (int i = 0; i < 256; ++i) {
+                const double x = i / 255.0, y = bb < 0 ? x * (bb + 1) : x + (1 - x) * bb;
+                const double r = km::pow(2 * std::max(0.0, y > 0.5 ? 1 - y : y), e) * 0.5, v = (y > 0.5 ? 1 - r : r) * 255 + 0.5;
+                ASSERT_EQ(!(v >= 0) ? 0 : v >= 255 ? 255 : static_cast<int>(v), img.m_pixels[i].r) << b << " " << c << " " << i;
+            }
+        }
 }

@@ -310,3 +310,14 @@ TEST(KMath, SineAndCosineOfDegreesAreExactAtQuarterTurns) {
     EXPECT_FALSE(km::sincos_degrees(kInf, &s, &c));
     EXPECT_FALSE(km::sincos_degrees(-kInf, &s, &c));
 }
+
+TEST(KMath, PowEstimateIsCloseWhereDefinedAndNaNElsewhere) {
+    std::mt19937_64 rng(7);
+    std::uniform_real_distribution<double> ux(1e-6, 4.0), uy(-60.0, 60.0);
+    for (int i = 0; i < 20000; ++i) {
+        const double x = ux(rng), y = uy(rng), want = km::pow(x, y);
+        ASSERT_LE(std::fabs(km::pow_estimate(x, y) - want), 1e-12 * want) << x << " " << y;
+    }
+    for (auto [x, y] : {std::pair{0.0, 2.0}, {-1.0, 2.0}, {kInf, 1.0}, {kNaN, 1.0}, {2.0, kNaN}, {1e-300, 10.0}})
+        EXPECT_TRUE(std::isnan(km::pow_estimate(x, y))) << x << " " << y;
+}

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <climits>
 #include <mutex>
 #include <new>
@@ -162,4 +163,31 @@ TEST(Progress, HooksCallTheCallbackWithTheirCodes) {
     std::vector<std::pair<int, int>> expect = {{0, 5}, {1, 0}, {2, 0}, {3, 0}};
     EXPECT_EQ(expect, g_calls);
     EXPECT_EQ(std::this_thread::get_id(), g_callback_thread);
+}
+
+TEST(ParallelLoop, WorkDecidesHowManyThreadsShareALoop) {
+    const double from = kivcore::split_work();  // the caller alone below it
+    struct Case {
+        long long n;
+        double work;
+        int threads, want;
+    };
+    for (const Case& c : {Case{64, from / 128, 8, 1}, {2, from / 2, 8, 2}, {4, from / 2, 8, 4}, {1000, from, 2, 2},
+                          {1, 1e12, 8, 1}, {100, -1.0, 8, 1}, {100, std::nan(""), 8, 1}, {100, 1e12, 1, 1}})
+        EXPECT_EQ(c.want, kivcore::threads_for(c.n, kivcore::Work{c.work}, c.threads)) << c.n << " x " << c.work;
+    // Small sized loops stay on the calling thread; large ones still cover the range once.
+    ThreadCap cap(0);
+    const std::thread::id me = std::this_thread::get_id();
+    for (double work : {1.0, from}) {
+        std::vector<std::atomic<int>> hits(500);
+        std::atomic<int> elsewhere{0};
+        kivcore::parallel_chunks(0, 500, kivcore::Work{work}, [&](int b, int e) {
+            if (std::this_thread::get_id() != me) ++elsewhere;
+            for (int i = b; i < e; ++i) hits[static_cast<std::size_t>(i)]++;
+        });
+        for (auto& h : hits) ASSERT_EQ(1, h.load());
+        if (work == 1.0) {
+            EXPECT_EQ(0, elsewhere.load());
+        }
+    }
 }

@@ -165,3 +165,25 @@ TEST(Watch, TheCallbackMayUseOtherImagesAndStaysWithItsObject) {
     EXPECT_EQ(copy.blur_simple(nullptr, 2), 1);
     EXPECT_TRUE(r.done.empty());
 }
+
+TEST(Watch, LoopsTooSmallToSplitStopAtTheReportThatCancels) {
+    // On all cores, work too small to share runs on the calling thread alone: it still
+    // reports chunk by chunk, and a cancel stops it at the very report that asked.
+    kiv::setthreads(0);
+    for (const Op& op : ops()) {
+        const std::string name = op.name;
+        if (name != "video" && name != "noise" && name != "pyramid" && name != "rotate_any" && name != "zoom_rgba")
+            continue;
+        SCOPED_TRACE(name);
+        const kiv src = kivtest::random_image(64, 48, op.bits, 5);
+        for (int k : {1, 4}) {
+            kiv img(src);
+            Recorder stop;
+            stop.stop_at = k;
+            img.set_progress(Recorder::fn, &stop);
+            EXPECT_EQ(op.run(img), 0);
+            EXPECT_EQ(stop.done.size(), static_cast<std::size_t>(k) + 1);
+            EXPECT_TRUE(Image(img) == Image(src));
+        }
+    }
+}

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "kiv.h"
+#include "core/parallel.h"
 #include "core/simd.h"
 #include "support/test_images.h"
 
@@ -547,7 +548,11 @@ TEST(Golden, EveryOperationGivesTheRecordedBytesAtOneAndAllThreads) {
     const auto single = run_all();
     kivcore::cap_isa(kivcore::Isa::kAvx2);
     kiv::setthreads(0);
+    // Every loop split, however little its work: small images would otherwise stay on one thread.
+    const double split = kivcore::split_work();
+    kivcore::set_split_work(0);
     const auto multi = run_all();
+    kivcore::set_split_work(split);
     kiv::setthreads(saved);
     std::printf("AVX2 kernels %s\n", kivcore::use_avx2() ? "checked at all threads" : "not run: no AVX2 here");
 

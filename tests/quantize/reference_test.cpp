@@ -304,11 +304,11 @@ TEST(QuantizeReference, UniformHistogramGivesOneEntry) {
     EXPECT_EQ(100, got.entry[0].b);
 }
 
-// Every method, on odd sizes and on images large enough for the parallel paths, with one
-// thread and with all of them.
+// Every method, on odd sizes and on images large enough for the block-filled cache and the
+// parallel paths, with one thread and with all of them.
 TEST(QuantizeReference, MappingMatchesPixelByPixelModel) {
     kivtest::Rng rng(11);
-    const int sizes[][2] = {{1, 1}, {1, 7}, {9, 1}, {2, 3}, {17, 5}, {33, 31}, {130, 3}, {521, 509}};
+    const int sizes[][2] = {{1, 1}, {1, 7}, {9, 1}, {2, 3}, {17, 5}, {33, 31}, {130, 3}, {200, 100}, {521, 509}};
     for (int threads : {1, 0}) {
         kiv::setthreads(threads);
         for (const auto& s : sizes)
@@ -392,4 +392,24 @@ TEST(QuantizeReference, PruningKeepsAnEntryTyingAtTheBlockCorner) {
     EXPECT_EQ(0, img.m_pixels[0].a);
     EXPECT_EQ(1, img.m_pixels[1].a);
     EXPECT_EQ(0, nearest(p, 30, 30, 28));
+}
+
+// The per-cell search of small images visits entries by green distance: on ties (repeated
+// colours, and pairs mirrored in green about a cell centre) the earlier entry must still win.
+TEST(QuantizeReference, CellSearchKeepsTheEarlierEntryOnTies) {
+    kivtest::Rng rng(5);
+    Palette p;
+    p.count = 256;
+    for (int i = 0; i < 256; i += 2) {
+        const int r = rng.below(256), g = rng.below(240), b = rng.below(256);
+        p.entry[i] = Rgb{r, g, b};
+        p.entry[i + 1] = i % 4 == 0 ? p.entry[i] : Rgb{r, g + 16, b};  // a repeat, or its mirror in green
+    }
+    kiv img = kivtest::random_image(40, 30, 24, 9);
+    for (int mode : {0, 1, 4}) {
+        kiv out(img);
+        std::vector<std::uint32_t> cache(kivquant::kCells);
+        kivquant::map_pixels(out.m_pixels, out.m_width, out.m_height, mode, p, cache.data());
+        EXPECT_TRUE(mapped_as(out, ref_map(img, mode, p), p)) << "mode " << mode;
+    }
 }
