@@ -133,7 +133,10 @@ public:
      * map (colors 0); raising 1 -> 4 or 4 -> 8 keeps the map and colors as they are. */
     void increasecolor(int n);
     /* A new logical palette (version 0x300, colors entries, flags 0) of the colour map, from
-     * malloc: release it with free_gradtable (std::free).  Null without a map or colors 0. */
+     * malloc: release it with free_gradtable (std::free).  Null without a map or colors 0.
+     * The record always holds all colors entries, but its 16-bit count keeps only the low
+     * 16 bits of colors: a map of more than 65535 entries (alloccmap(70000)) gives a count
+     * of colors - 65536 (0 for 65536), so a reader of the count sees a prefix of the map. */
     tagLOGPALETTE* createlogpalette();
     /* Refresh red, green, blue of every pixel from map[index], index = the pixel's fourth
      * byte, which is kept.  Only for bits below 24 with a map; an index at or beyond colors

@@ -63,11 +63,12 @@ struct PairOps {
     }
 
     // The quotients of acc stored at dst in memory order, merged with the kept bytes of c.
-    KIV_SIMD_INLINE void finish(const V* acc, const unsigned char* c, unsigned char* dst) const {
+    // c is read (and offset) only when bytes are kept: without them it may be null.
+    KIV_SIMD_INLINE void finish(const V* acc, const unsigned char* c, unsigned char* dst, std::ptrdiff_t off) const {
         V q = S::packus16(S::packs32(divide(acc[0]), divide(acc[1])), S::packs32(divide(acc[2]), divide(acc[3])));
         if (p.take != 0xFFFFFFFFu) q = S::and_(q, S::set32(static_cast<int>(p.take)));
-        if (p.keep) q = S::or_(q, S::and_(S::load(c), S::set32(static_cast<int>(p.keep))));
-        S::store(dst, q);
+        if (p.keep) q = S::or_(q, S::and_(S::load(c + off), S::set32(static_cast<int>(p.keep))));
+        S::store(dst + off, q);
     }
 };
 
@@ -87,7 +88,7 @@ void pair_conv(const PairConv& p) {
                 ops.widen(p.a[m] + off, p.b[m] + off, v);
                 ops.mac(acc0, v, p.w0[m]);
             }
-            ops.finish(acc0, p.c0 + off, p.d0 + off);
+            ops.finish(acc0, p.c0, p.d0, off);
             continue;
         }
         // Both outputs from the same widened pairs: the unpacking is shared.
@@ -105,8 +106,8 @@ void pair_conv(const PairConv& p) {
             ops.widen(p.a[m] + off, p.b[m] + off, v);
             ops.mac(acc1, v, p.w1[m]);
         }
-        ops.finish(acc0, p.c0 + off, p.d0 + off);
-        ops.finish(acc1, p.c1 + off, p.d1 + off);
+        ops.finish(acc0, p.c0, p.d0, off);
+        ops.finish(acc1, p.c1, p.d1, off);
     }
 }
 

@@ -83,10 +83,11 @@ inline double farthest(const Area& a, double cx, double cy) {
     return best;
 }
 
-// A centre far outside the image would push sample coordinates past int range.
+// A centre far outside the image would push sample coordinates past int range.  The limit
+// is on the distance outside, so it is the same on the right and bottom as on the left and top.
 inline bool centre_ok(kiv* img, int cx, int cy) {
     const long long lim = 4LL * (static_cast<long long>(img->m_width) + img->m_height) + 1024;
-    return cx >= -lim && cx <= lim && cy >= -lim && cy <= lim;
+    return cx >= -lim && cx - (img->m_width - 1LL) <= lim && cy >= -lim && cy - (img->m_height - 1LL) <= lim;
 }
 
 // The image as the vector kernels sample it, positions relative to (cx, cy).

@@ -28,6 +28,9 @@ bool resample_wide(kiv& src, int w, int h, int method, const kivcore::WideFormat
 // src's entries need a longer map. False when that longer map could not be allocated.
 inline bool copy_colour_map(kiv& src, kiv& dst, bool count = true) {
     int n = src.m_map ? src.m_colors : 0;
+    // A source whose host removed the map (alloccmap(0)) gives none: dst's blank map from
+    // create would otherwise stay behind a count of 0.
+    if (n <= 0 && count) dst.alloccmap(0);
     if (n > 0 && (!dst.m_map || dst.m_colors < n)) dst.alloccmap(n);
     if (n > 0 && dst.m_map) std::memcpy(dst.m_map, src.m_map, static_cast<std::size_t>(n) * sizeof(tagRGBA));
     if (count || !dst.m_map) dst.m_colors = dst.m_map ? std::max(n, 0) : 0;

@@ -114,6 +114,26 @@ TEST(FilterSharpenMotion, HandCheckedValues) {
     }
 }
 
+// The centre may lie up to 4 * (width + height) + 1024 pixels outside the image on each side:
+// the last pixel inside that limit is accepted, the next one refused, on all four sides.
+TEST(FilterSharpenMotion, CentreLimitIsTheSameOnEverySide) {
+    const int w = 5, h = 4, lim = 4 * (w + h) + 1024;
+    const struct { int cx, cy, dx, dy; } sides[] = {{-lim, 1, -1, 0}, {w - 1 + lim, 1, 1, 0}, {2, -lim, 0, -1}, {2, h - 1 + lim, 0, 1}};
+    const std::function<int(kiv&, int, int)> ops[] = {[](kiv& i, int x, int y) { return i.mblur_radial(nullptr, x, y, 40.0); },
+                                                      [](kiv& i, int x, int y) { return i.mblur_round(nullptr, x, y, 7); },
+                                                      [](kiv& i, int x, int y) { return i.mblur_zoom(nullptr, x, y, 60); }};
+    for (int k = 0; k < 3; ++k)
+        for (const auto& s : sides)
+            for (int past = 0; past < 2; ++past) {
+                kiv img = random_image(w, h, 24, 5), orig(img);
+                const int cx = s.cx + past * s.dx, cy = s.cy + past * s.dy;
+                EXPECT_EQ(ops[k](img, cx, cy), !past) << "op " << k << " centre " << cx << "," << cy;
+                if (past) {
+                    EXPECT_TRUE(images_equal(img, orig)) << "op " << k;
+                }
+            }
+}
+
 namespace {
 
 // enhance written out per pixel: the box summed directly, lightness from the HLS model.

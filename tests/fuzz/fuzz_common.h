@@ -37,7 +37,7 @@ inline bool images_same(const kiv& a, const kiv& b) {
         return false;
     if (a.m_packets && std::memcmp(a.m_pixels, b.m_pixels, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_packets)))
         return false;
-    return !a.m_colors || !std::memcmp(a.m_map, b.m_map, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_colors));
+    return a.m_colors <= 0 || !std::memcmp(a.m_map, b.m_map, sizeof(tagRGBA) * static_cast<std::size_t>(a.m_colors));
 }
 
 // Reads parameters from a byte range, zeros once it runs out.

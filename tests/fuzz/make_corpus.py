@@ -133,6 +133,19 @@ def png(color_type, channels):
             + chunk(b"IDAT", zlib.compress(raw)) + chunk(b"IEND", b""))
 
 
+def pipeline():
+    """fuzz_pipeline: one seed per operation (position in the target's list of usable rows,
+    arguments at their defaults) on an odd-sized image of each depth, and a few longer runs."""
+    import random
+    rnd = random.Random(25)
+    for op in range(110):
+        image = bytes([op % 2, 12 + op % 29, 7 + op % 11, op % 10, op % 6, op, 0]) + bytes([5, 4, 3, 0, 1, 0])
+        write("pipeline", "op%03d" % op, image + bytes([1, op, op, 0]) + bytes(16))
+    for k in range(12):
+        write("pipeline", "run%02d" % k, bytes([k, 30, 17, k, k % 3, k, k, 9, 9, 4, 1, 2, 0, 12]) +
+              bytes(rnd.randrange(256) for _ in range(300)))
+
+
 def main():
     dibs = {
         "d1": dib(1), "d2": dib(2), "d4": dib(4), "d8": dib(8), "d8_used3": dib(8, clr_used=3),
@@ -164,6 +177,8 @@ def main():
         write("dib_any", "file_" + name, data)
     for name, (ct, ch) in {"png_rgb": (2, 3), "png_rgba": (6, 4), "png_grey": (0, 1), "png_grey_alpha": (4, 2)}.items():
         write("image_io", name, png(ct, ch))
+
+    pipeline()
 
     if len(sys.argv) > 1:
         kiv = sys.argv[1]

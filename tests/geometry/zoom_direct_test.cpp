@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 #include "core/simd.h"
@@ -172,6 +173,22 @@ TEST(ZoomDirect, ReplicationKeepsDepthMapAndIndexes) {
     ASSERT_EQ(1, grown.zoom_pixel(10, 8));
     EXPECT_EQ(4, grown.bits());
     EXPECT_TRUE(kivtest::same_rgba(px(src, 4, 3), px(grown, 9, 7)));
+}
+
+// A palettized image whose map the host removed: the result has no map either, so map and
+// count agree (the members sharing the map copy).
+TEST(ZoomDirect, AnImageWithoutItsMapGivesNoMap) {
+    tagRECT part{1, 1, 4, 3};
+    const std::function<void(kiv&)> ops[] = {[](kiv& i) { i.zoom_pixel(9, 4); }, [](kiv& i) { i.zoom_near(2, 7); },
+                                             [&](kiv& i) { i.crop(&part); }, [](kiv& i) { i.rotate(1); }};
+    for (const auto& op : ops) {
+        kiv img = random_image(5, 4, 4, 7);
+        img.alloccmap(0);
+        op(img);
+        EXPECT_EQ(img.m_map, nullptr);
+        EXPECT_EQ(img.m_colors, 0);
+        EXPECT_EQ(img.m_bits, 4);
+    }
 }
 
 TEST(ZoomDirect, InframeShrinksToTheTighterSideOrLeavesAFittingImage) {

@@ -62,6 +62,17 @@ TEST(ColorMap, LogicalPaletteCopiesTheMap) {
     EXPECT_EQ(nullptr, rgb.createlogpalette());
     img.alloccmap(0);
     EXPECT_EQ(nullptr, img.createlogpalette());
+    // A map longer than the 16-bit count: every entry is still written, the count wraps.
+    for (int n : {65536, 70000}) {
+        img.alloccmap(n);
+        img.map()[n - 1] = tagRGBA{7, 8, 9, 1};
+        lp = img.createlogpalette();
+        ASSERT_NE(nullptr, lp);
+        EXPECT_EQ(n - 65536, lp->palNumEntries);
+        const PALETTEENTRY& e = lp->palPalEntry[n - 1];
+        EXPECT_EQ(7 + 8 * 256 + 9 * 65536, e.peRed | e.peGreen << 8 | e.peBlue << 16 | e.peFlags << 24);
+        std::free(lp);
+    }
 }
 
 TEST(ColorMap, ValidateRgbRefreshesFromTheMapAndGuardsTheIndex) {
