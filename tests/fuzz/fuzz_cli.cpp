@@ -1,6 +1,7 @@
 // Fuzz target: the kiv program's command line.  The input is the argument vector, one
 // argument a line.  Pipelines are parsed and then run in memory on a small test card
-// (their INPUT and OUTPUT names are never opened); `demo`, which writes files, is skipped.
+// (their INPUT and OUTPUT names are never opened); `demo`, which writes files, is skipped, and
+// so are the operations that read or write a file named on the command line.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!args.empty() && args[0] == "demo") return 0;
 
     std::ostringstream out, err;
-    if (args.empty() || args[0] == "-h" || args[0] == "--help" || args[0] == "--list" || args[0] == "help") {
+    if (args.empty() || args[0] == "-h" || args[0] == "--help" || args[0] == "--list" || args[0] == "help" ||
+        args[0] == "--version" || args[0] == "--formats" || args[0] == "--manpage") {
         const int code = kivcli::run_cli(args, out, err);
         if (code != kivcli::kExitOk && code != kivcli::kExitUsage) kivfuzz::fail("run_cli", "unexpected exit code");
         return 0;
@@ -42,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // The input name's length picks the depth, so palettized images are reached too.
     static const int kBits[] = {24, 8, 32, 1, 4};
-    kiv img;
+    kivcli::Picture pic;
+    kiv& img = pic.img;
     kivcli::make_test_card(img, 23, 17);
     const int bits = kBits[p.input.size() % 5];
     if (bits < 24) img.quantize(0, 1 << bits, nullptr);
@@ -57,12 +60,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             continue;
         }
         if (img.m_packets > kMaxPackets) break;
+        bool files = false;
+        for (const kivcli::ArgSpec& a : s.op->args) files = files || a.kind == kivcli::ArgKind::Image || a.kind == kivcli::ArgKind::Path;
+        if (files) continue;
         kivcli::Pipeline one;
         if (rect) one.steps.push_back(*rect);
         one.steps.push_back(s);
         try {
-            const int rc = kivcli::run_pipeline(one, img, err);
+            const int rc = kivcli::run_pipeline(one, pic, err);
             if (rc != kivcli::kExitOk && rc != kivcli::kExitFailed) kivfuzz::fail("run_pipeline", "unexpected exit code");
+        } catch (const kivcli::CliError&) {
         } catch (const std::bad_alloc&) {
             // Scratch allocations report exhaustion this way, as the program expects.
         }

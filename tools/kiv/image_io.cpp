@@ -1,117 +1,233 @@
-// Image files for the kiv program.
+// Image files for the kiv program: the codec table, files and streams, palettes.
 #include "image_io.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
+#include <sstream>
 
-#include "interchange/bmpfile.h"
+#include "codec.h"
 #include "platform/files.h"
-#include "platform/global_memory.h"
-#include "stb_image.h"
-#include "stb_image_write.h"
 
 namespace kivcli {
 
-std::vector<unsigned char> read_file(const std::string& path) {
-    std::vector<unsigned char> bytes;
-    if (!kivplat::read_file(path.c_str(), SIZE_MAX, &bytes)) throw CliError("cannot read '" + path + "'");
-    return bytes;
-}
-
-void write_file_atomic(const std::string& path, const std::vector<unsigned char>& bytes) {
-    if (!kivplat::replace_file(path.c_str(), bytes.data(), bytes.size())) throw CliError("cannot write '" + path + "'");
-}
-
 namespace {
 
-// Every form of BMP file, through the library's full reader (a 32-bit file keeps its alpha).
-void decode_bmp(const std::vector<unsigned char>& bytes, kiv& img) {
-    const char* why = nullptr;
-    if (!img.loadbmp_bytes(bytes.data(), bytes.size(), &why))
-        throw CliError(std::string("unreadable BMP file: ") + why);
+std::string lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
 }
 
-void decode_stb(const std::vector<unsigned char>& bytes, kiv& img) {
-    if (bytes.size() > static_cast<std::size_t>(INT32_MAX)) throw CliError("file too large");
-    int w = 0, h = 0, channels = 0;
-    unsigned char* data =
-        stbi_load_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels, 4);
-    if (!data) throw CliError(std::string("cannot decode image: ") + stbi_failure_reason());
-    bool alpha = channels == 2 || channels == 4;
-    if (!img.create(w, h, alpha ? 32 : 24)) {
-        stbi_image_free(data);
-        throw CliError("image too large");
+// The extension of path with its dot, in lower case ("" when none).
+std::string extension_of(const std::string& path) {
+    const std::size_t slash = path.find_last_of("/\\"), dot = path.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+    return lower(path.substr(dot));
+}
+
+// Every format some build of the program has, by its extensions, so a format this build lacks
+// reads as missing rather than unknown.
+struct Known {
+    const char* name;
+    const char* extensions;
+};
+constexpr Known kKnown[] = {{"png", ".png"}, {"jpeg", ".jpg .jpeg .jpe"}, {"bmp", ".bmp .dib"},
+                            {"tiff", ".tif .tiff"}, {"webp", ".webp"}, {"gif", ".gif"}};
+
+// The name of a known format by its name or extension ("" when none).
+std::string known_format(const std::string& want) {
+    for (const Known& k : kKnown) {
+        std::istringstream exts(k.extensions);
+        for (std::string e; exts >> e;)
+            if (want == k.name || want == e || "." + want == e) return k.name;
     }
-    std::memcpy(img.m_pixels, data, static_cast<std::size_t>(w) * h * 4);
-    if (!alpha)
-        for (int i = 0; i < img.m_packets; ++i) img.m_pixels[i].a = 0;
-    stbi_image_free(data);
+    return "";
+}
+
+std::vector<Codec> build_codecs() {
+    std::vector<Codec> list;
+#ifdef KIV_HAVE_PNG
+    list.push_back(png_codec());
+#endif
+#ifdef KIV_HAVE_JPEG
+    list.push_back(jpeg_codec());
+#endif
+    list.push_back(bmp_codec());
+#ifdef KIV_HAVE_TIFF
+    list.push_back(tiff_codec());
+#endif
+#ifdef KIV_HAVE_WEBP
+    list.push_back(webp_codec());
+#endif
+#ifdef KIV_HAVE_GIF
+    list.push_back(gif_codec());
+#endif
+    add_builtin_codecs(list);
+    return list;
 }
 
 }  // namespace
 
-void decode_image(const std::vector<unsigned char>& bytes, kiv& img) {
-    static const unsigned char png_sig[] = {0x89, 'P', 'N', 'G'};
-    if (bytes.size() >= 2 && bytes[0] == 'B' && bytes[1] == 'M') return decode_bmp(bytes, img);
-    bool png = bytes.size() >= 4 && std::memcmp(bytes.data(), png_sig, 4) == 0;
-    bool jpeg = bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
-    if (png || jpeg) return decode_stb(bytes, img);
-    throw CliError("unrecognised image format (expected BMP, PNG or JPEG)");
+const std::vector<Codec>& codecs() {
+    static const std::vector<Codec> list = build_codecs();
+    return list;
 }
 
-void load_image(const std::string& path, kiv& img) {
+const Codec* find_codec(const std::string& name) {
+    std::string want = lower(name);
+    if (want.empty()) return nullptr;
+    if (want[0] != '.') want.insert(0, 1, '.');
+    for (const Codec& c : codecs()) {
+        std::istringstream exts(c.extensions);
+        for (std::string e; exts >> e;)
+            if (e == want || want.compare(1, std::string::npos, c.name) == 0) return &c;
+    }
+    return nullptr;
+}
+
+const Codec* sniff_codec(const Bytes& data) {
+    for (const Codec& c : codecs())
+        if (c.sniff(data.data(), data.size())) return &c;
+    return nullptr;
+}
+
+std::string formats_text() {
+    std::string s;
+    for (const Codec& c : codecs()) {
+        char line[160];
+        std::snprintf(line, sizeof line, "%-5s %-5s %-6s %-18s %s\n", c.name, c.decode ? "read" : "", c.encode ? "write" : "",
+                      c.extensions, c.library);
+        s += line;
+    }
+    for (const Known& k : kKnown) {
+        if (find_codec(k.name)) continue;
+        char line[80];
+        std::snprintf(line, sizeof line, "%-5s %-5s %-6s %-18s %s\n", k.name, "", "", "", "not in this build");
+        s += line;
+    }
+    return s;
+}
+
+Bytes read_input(const std::string& path) {
+    Bytes bytes;
+    std::string why;
+    const bool ok = path == "-" ? kivplat::read_stdin(&bytes, &why) : kivplat::read_file(path.c_str(), SIZE_MAX, &bytes, &why);
+    if (!ok) throw CliError("cannot read '" + path + "': " + why);
+    return bytes;
+}
+
+void write_output(const std::string& path, const Bytes& bytes) {
+    std::string why;
+    if (path == "-") {
+        if (kivplat::is_terminal(stdout)) throw CliError("not writing image data to a terminal (redirect standard output, or -o FILE)");
+        if (!kivplat::write_stdout(bytes.data(), bytes.size(), &why)) throw CliError("cannot write to standard output: " + why);
+        return;
+    }
+    // Through a symbolic link the new file replaces the link's target, so the link stays.
+    const std::string target = kivplat::link_target(path, &why);
+    if (target.empty() || !kivplat::replace_file(target.c_str(), bytes.data(), bytes.size(), &why))
+        throw CliError("cannot write '" + path + "': " + why);
+}
+
+void decode_image(const Bytes& data, Picture& pic, const ReadOptions& opt, const std::string& format) {
+    const Codec* c = sniff_codec(data);
+    if (!c) {
+        std::string known;
+        for (const Codec& k : codecs())
+            if (k.decode) known += (known.empty() ? "" : ", ") + std::string(k.name);
+        throw CliError(data.empty() ? "empty file" : "unrecognised image format (this build reads " + known + ")");
+    }
+    if (!format.empty() && find_codec(format) != c) throw CliError("the data is " + std::string(c->name) + ", not " + format);
+    if (!c->decode) throw CliError(std::string("this build cannot read ") + c->name + " (see kiv --formats)");
+    pic.icc.clear();
+    pic.file_bits = 8;
+    pic.format = c->name;
+    c->decode(data, pic, opt);
+}
+
+void load_image(const std::string& path, Picture& pic, const ReadOptions& opt, const std::string& format) {
+    Bytes data = read_input(path);
     try {
-        decode_image(read_file(path), img);
+        decode_image(data, pic, opt, format);
     } catch (const CliError& e) {
-        throw CliError(path + ": " + e.what());
+        throw CliError((path == "-" ? std::string("standard input") : path) + ": " + e.what());
     }
 }
 
-std::vector<unsigned char> encode_bmp(kiv& img) {
-    // An image with alpha as a 32-bit V5 file whose bit fields keep it.
-    void* dib = img.m_bits == 32 ? img.createdib_alpha(0) : img.createdib();
-    std::vector<unsigned char> out;
-    const bool ok = dib && kivdib::bmp_from_dib(dib, &out);
-    kivplat::global_free(dib);
-    if (!ok) throw CliError("cannot encode the image as BMP");
-    return out;
+void load_second_image(const std::string& path, kiv& img) {
+    Picture pic;
+    load_image(path, pic);
+    if (pic.alpha != Alpha::Pixels && pic.img.m_bits > 8)
+        for (int i = 0; i < pic.img.m_packets; ++i) pic.img.m_pixels[i].a = 255;
+    img.movefrom(&pic.img);
 }
 
-std::vector<unsigned char> encode_png(kiv& img) {
-    if (!img.m_pixels) throw CliError("no image to write");
-    const bool alpha = img.m_bits == 32;
-    const int comp = alpha ? 4 : 3;
-    std::vector<unsigned char> px(static_cast<std::size_t>(img.m_packets) * comp);
-    for (int i = 0; i < img.m_packets; ++i) {
-        const tagRGBA& p = img.m_pixels[i];
-        unsigned char* d = px.data() + static_cast<std::size_t>(i) * comp;
-        d[0] = p.r;
-        d[1] = p.g;
-        d[2] = p.b;
-        if (alpha) d[3] = p.a;
+Bytes encode_image(Picture& pic, const std::string& path, const std::string& format, const WriteOptions& opt) {
+    if (!pic.img.m_pixels) throw CliError("no image to write");
+    const std::string ext = extension_of(path);
+    const Codec* c = find_codec(format.empty() ? ext : format);
+    if (!c) {
+        std::string known;
+        for (const Codec& k : codecs())
+            if (k.encode) known += (known.empty() ? "" : ", ") + std::string(k.name);
+        if (format.empty() && path == "-") throw CliError("writing to standard output needs --format (" + known + ")");
+        if (const std::string missing = known_format(lower(format.empty() ? ext : format)); !missing.empty())
+            throw CliError("output '" + path + "': this build has no " + missing + " (it writes " + known + "; see kiv --formats)");
+        throw CliError("output '" + path + "': unknown format " + (format.empty() ? "'" + ext + "'" : "'" + format + "'") +
+                       " (this build writes " + known + ")");
     }
-    std::vector<unsigned char> out;
-    auto sink = [](void* ctx, void* data, int size) {
-        auto* v = static_cast<std::vector<unsigned char>*>(ctx);
-        v->insert(v->end(), static_cast<unsigned char*>(data), static_cast<unsigned char*>(data) + size);
-    };
-    if (!stbi_write_png_to_func(sink, &out, img.m_width, img.m_height, comp, px.data(), img.m_width * comp))
-        throw CliError("cannot encode the image as PNG");
-    return out;
+    if (!c->encode) throw CliError(std::string("this build cannot write ") + c->name + " (see kiv --formats)");
+    return c->encode(pic, opt);
 }
 
-void save_image(const std::string& path, kiv& img) {
-    std::string ext = std::filesystem::path(path).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (ext == ".bmp")
-        write_file_atomic(path, encode_bmp(img));
-    else if (ext == ".png")
-        write_file_atomic(path, encode_png(img));
-    else
-        throw CliError("output '" + path + "': unknown format (use .bmp or .png)");
+void save_image(const std::string& path, Picture& pic, const std::string& format, const WriteOptions& opt) {
+    write_output(path, encode_image(pic, path, format, opt));
+}
+
+std::vector<tagSYSCOL> load_palette(const std::string& path) {
+    Bytes data = read_input(path);
+    std::vector<tagSYSCOL> cols;
+    static const char gpl[] = "GIMP Palette";
+    if (data.size() >= 12 && std::memcmp(data.data(), gpl, 12) == 0) {
+        // Lines "R G B [name]"; the header's Name:, Columns: and # comments are skipped.
+        std::istringstream in(std::string(data.begin(), data.end()));
+        std::string line;
+        std::getline(in, line);
+        while (std::getline(in, line)) {
+            int r, g, b;
+            char tail;
+            if (std::sscanf(line.c_str(), " %d %d %d%c", &r, &g, &b, &tail) < 3) continue;
+            if (r < 0 || r > 255 || g < 0 || g > 255 || b < 0 || b > 255)
+                throw CliError(path + ": colour out of range 0..255: " + line);
+            cols.push_back(tagSYSCOL{static_cast<BYTE>(r), static_cast<BYTE>(g), static_cast<BYTE>(b)});
+        }
+    } else {
+        Picture pic;
+        try {
+            decode_image(data, pic);
+        } catch (const CliError& e) {
+            throw CliError(path + ": not a GIMP palette, and " + e.what());
+        }
+        const kiv& img = pic.img;
+        if (img.m_bits <= 8 && img.m_map) {
+            for (int k = 0; k < img.m_colors; ++k) cols.push_back(tagSYSCOL{img.m_map[k].r, img.m_map[k].g, img.m_map[k].b});
+        } else {
+            std::vector<std::uint32_t> seen;
+            for (int i = 0; i < img.m_packets; ++i) {
+                const tagRGBA& p = img.m_pixels[i];
+                seen.push_back(static_cast<std::uint32_t>(p.r) << 16 | p.g << 8 | p.b);
+            }
+            std::sort(seen.begin(), seen.end());
+            seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+            if (seen.size() > 256)
+                throw CliError(path + ": has " + std::to_string(seen.size()) + " colours; a palette holds at most 256");
+            for (std::uint32_t v : seen) cols.push_back(tagSYSCOL{static_cast<BYTE>(v >> 16), static_cast<BYTE>(v >> 8), static_cast<BYTE>(v)});
+        }
+    }
+    if (cols.empty() || cols.size() > 256)
+        throw CliError(path + ": a palette needs 1 to 256 colours (found " + std::to_string(cols.size()) + ")");
+    return cols;
 }
 
 }  // namespace kivcli

@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+
+#include "colors.h"
 
 namespace kivcli {
 
@@ -38,7 +41,21 @@ std::vector<OpSpec> build_table() {
     add_adjust_ops(t);
     add_filter_ops(t);
     add_effect_ops(t);
+    // What each operation does to alpha, where it does more than keep it: the resamplers
+    // and the filters documented to leave alpha 0.
+    for (OpSpec& op : ops) {
+        for (const char* n : {"zoom", "zoom_rgba", "zoom_linear", "zoom_inframe", "tile_divide", "blur_simple", "edge", "emboss"})
+            if (op.name == n) op.alpha = AlphaEffect::Drops;
+        if (op.name == "settoalpha") op.alpha = AlphaEffect::Sets;
+        if (op.name == "quantize_hq") op.alpha = AlphaEffect::InMap;
+    }
     return ops;
+}
+
+std::string upper(const char* name) {
+    std::string u = name;
+    for (char& ch : u) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    return u;
 }
 }  // namespace
 
@@ -52,11 +69,14 @@ void OpTable::add(const char* name, std::string demo, std::function<int(kiv&, co
         auto it = std::find_if(supplied.begin(), supplied.end(), [&](const Supplied& s) { return s.arg == a.name; });
         if (it != supplied.end()) {
             args.insert(args.end(), it->instead.begin(), it->instead.end());
+        } else if (a.type == KIV_T_IMAGE || a.type == KIV_T_STRING) {
+            // Second images come from files; file names are passed on as they stand.
+            const bool image = a.type == KIV_T_IMAGE;
+            args.push_back(ArgSpec{upper(a.name), image ? ArgKind::Image : ArgKind::Path,
+                                   std::string(a.help) + (image ? " (an image file)" : ""), nullptr});
         } else if (asked(a.type)) {
-            std::string upper = a.name;
-            for (char& ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
             ArgKind kind = a.type == KIV_T_REAL ? ArgKind::Real : a.type == KIV_T_COLOR ? ArgKind::Color : ArgKind::Int;
-            args.push_back(ArgSpec{upper, kind, help_of(a), &a});
+            args.push_back(ArgSpec{upper(a.name), kind, help_of(a), &a});
         }
     }
     ops->push_back(OpSpec{name, row, std::move(args), row->summary, std::move(demo), std::move(run)});
@@ -73,15 +93,26 @@ const OpSpec* find_op(const std::string& name) {
     return nullptr;
 }
 
+std::string kind_name(ArgKind k) {
+    switch (k) {
+        case ArgKind::Int: return "integer";
+        case ArgKind::Real: return "number";
+        case ArgKind::Color: return std::string("colour (") + kColorForms + ")";
+        case ArgKind::Image: return "image file";
+        default: return "file name";
+    }
+}
+
 bool parse_arg(const std::string& text, ArgKind kind, double* out) {
     if (text.empty()) return false;
-    if (kind == ArgKind::Color && text[0] == '#') {
-        if (text.size() != 7) return false;
-        char* end = nullptr;
-        unsigned long v = std::strtoul(text.c_str() + 1, &end, 16);
-        if (*end) return false;
-        // #RRGGBB as written on the web; the library takes 0x00BBGGRR.
-        *out = static_cast<double>(((v >> 16) & 0xFF) | (v & 0xFF00) | ((v & 0xFF) << 16));
+    if (kind == ArgKind::Image || kind == ArgKind::Path) {
+        *out = 0;
+        return true;
+    }
+    if (kind == ArgKind::Color) {
+        unsigned long c = 0;
+        if (!parse_color(text, &c)) return false;
+        *out = static_cast<double>(c);
         return true;
     }
     if (kind == ArgKind::Real) {
@@ -94,9 +125,8 @@ bool parse_arg(const std::string& text, ArgKind kind, double* out) {
     }
     char* end = nullptr;
     errno = 0;
-    long long v = std::strtoll(text.c_str(), &end, 0);
-    if (*end || errno == ERANGE) return false;
-    if (kind == ArgKind::Color ? (v < 0 || v > 0xFFFFFFFFLL) : (v < INT32_MIN || v > INT32_MAX)) return false;
+    long long v = std::strtoll(text.c_str(), &end, 10);
+    if (*end || errno == ERANGE || v < INT32_MIN || v > INT32_MAX) return false;
     *out = static_cast<double>(v);
     return true;
 }
@@ -111,7 +141,12 @@ bool parse_value(const std::string& text, const ArgSpec& a, double* out) {
 }
 
 std::string out_of_range(const std::string& text, const ArgSpec& a, double v) {
-    if (!a.table) return "";
+    if (!a.table) {
+        if (a.lo > a.hi || (v >= a.lo && v <= a.hi)) return "";
+        char range[64];
+        std::snprintf(range, sizeof range, "%g..%g", a.lo, a.hi);
+        return a.name + " must be " + range + " (got " + text + ")";
+    }
     // Reals keep their value in d alone: a huge one has no long long.
     const bool real = a.table->type == KIV_T_REAL;
     kiv_value x{a.table->type, 0, real ? 0 : static_cast<long long>(v), v, nullptr};

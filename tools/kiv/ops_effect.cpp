@@ -33,16 +33,23 @@ void add_effect_ops(OpTable& t) {
     const kiv_opdesc* noise = kiv_op_info(kiv_op_find("noise"));
     ArgSpec grain{"GRAIN", ArgKind::Int, "roughness of the program's 64x64 canvas texture (0..255)", &noise->args[1]};
     t.add("texturize", "60 135 45 8", texturize_with_canvas, {{"texture", {grain}}});
+    t.add("texturize_by_file", "texture.bmp 135 45 6", [](kiv& im, const OpCall& c) {
+        tagKIV_TEXTURE p{c.d(1), c.d(2), c.i(3)};
+        return im.texturize_by_file(c.rect, c.s(0), &p);
+    });
+    t.add("texture_save", "-", [](kiv& im, const OpCall& c) { return im.texture_save(c.rect, c.s(0)); });
+    // The image is its own height field.
+    const std::vector<Supplied> self_map = {{"map", {}}};
     t.add("bumpmap", "135 45 4 0", [](kiv& im, const OpCall& c) {
         kiv map(im);
         tagKIV_BUMPMAP p{c.d(0), c.d(1), c.i(2), c.i(3)};
         return im.bumpmap(c.rect, &map, &p);
-    });
-    t.add("bumpmap_merge", "135 45 4 0 11 160", [](kiv& im, const OpCall& c) {
+    }, self_map);
+    t.add("bumpmap_merge", "135 30 12 0 11 255", [](kiv& im, const OpCall& c) {
         kiv map(im);
         tagKIV_BUMPMAP p{c.d(0), c.d(1), c.i(2), c.i(3)};
         return im.bumpmap_merge(c.rect, &map, &p, c.i(4), c.i(5));
-    });
+    }, self_map);
 }
 
 }  // namespace kivcli

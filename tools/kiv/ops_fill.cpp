@@ -28,12 +28,12 @@ const std::vector<Supplied> kStops = {{"stops",
                                        {{"FROM", ArgKind::Color, "colour at position 0 (the side opposite DIR)"},
                                         {"MID", ArgKind::Color, "colour at position POS"},
                                         {"TO", ArgKind::Color, "colour at position 1000 (the side DIR names)"},
-                                        {"POS", ArgKind::Int, "position of MID in thousandths of the length, 0..1000"}}}};
+                                        {"POS", ArgKind::Int, "position of MID in thousandths of the length", nullptr, 0, 1000}}}};
 
 }  // namespace
 
 void add_fill_ops(OpTable& t) {
-    t.add("solidfill", "#FF8000 160 7", [](kiv& im, const OpCall& c) { return im.solidfill(c.rect, c.c(0), c.i(1), c.i(2)); });
+    t.add("solidfill", "orange 160 7", [](kiv& im, const OpCall& c) { return im.solidfill(c.rect, c.c(0), c.i(1), c.i(2)); });
     t.add("fillsolidrect", "#2040C0 96", [](kiv& im, const OpCall& c) { return im.fillsolidrect(c.rect, c.c(0), c.i(1)); });
     t.add("shadefill", "#FF0000 #FFFF00 #0000FF 4 160 0", [](kiv& im, const OpCall& c) {
         Shade s(c, 0);

@@ -1,4 +1,5 @@
 // kiv program: the quantize family's operations.
+#include "image_io.h"
 #include "ops.h"
 
 namespace kivcli {
@@ -10,6 +11,12 @@ void add_quantize_ops(OpTable& t) {
         im.quantize(c.i(0), c.i(1), nullptr);
         return im.m_pixels && im.m_bits <= 8 ? 1 : 0;
     }, {{"pal", {}}});
+    // The palette comes from a file: a GIMP palette, or the colours of an image.
+    t.add("quantize_wpal", "0 palette.gpl", [](kiv& im, const OpCall& c) {
+        std::vector<tagSYSCOL> cols = load_palette(c.text[1]);
+        im.quantize_wpal(c.i(0), cols.data(), static_cast<int>(cols.size()));
+        return im.m_pixels && im.m_bits <= 8 ? 1 : 0;
+    }, {{"cols", {{"PALETTE", ArgKind::Path, "a GIMP palette (.gpl) or an image whose colours (at most 256) make the palette"}}}});
     t.add("quantize_wdp", "4 0", [](kiv& im, const OpCall& c) { return im.quantize_wdp(c.i(0), c.i(1)); });
     t.add("quantize_hq", "64 100 0", [](kiv& im, const OpCall& c) { return im.quantize_hq(c.i(0), c.i(1), c.i(2)); });
     // The program holds one image: its mirror stands in for a second frame, so the palette
