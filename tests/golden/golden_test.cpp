@@ -500,15 +500,15 @@ std::vector<Case> cases() {
 std::map<std::string, std::string> run_all() {
     std::map<std::string, std::string> out;
     const std::vector<Case> cs = cases();
-    for (const ImageSpec& spec : kImages) {
-        const kiv original = make_image(spec, 1000 + static_cast<std::uint64_t>(spec.w) * 131 + spec.h + spec.bits);
+    for (const ImageSpec& shape : kImages) {
+        const kiv original = make_image(shape, 1000 + static_cast<std::uint64_t>(shape.w) * 131 + shape.h + shape.bits);
         for (const Case& c : cs) {
             kiv img(original);
             Fnv f;
             const long long rc = c.op(img, f);
             f.num(rc);
             hash_image(f, img);
-            out[c.name + "@" + spec.name] = hex(f.h);
+            out[c.name + "@" + shape.name] = hex(f.h);
         }
     }
     return out;

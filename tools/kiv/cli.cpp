@@ -245,18 +245,18 @@ int parse_pipeline(const std::vector<std::string>& args, Pipeline* p, std::ostre
                 return kExitUsage;
             }
         }
-        for (const ArgSpec& spec : s.op ? s.op->args : kRectArgs) {
+        for (const ArgSpec& param : s.op ? s.op->args : kRectArgs) {
             if (k + 1 >= args.size() || args[k + 1] == "-o" || args[k + 1].rfind("--", 0) == 0) {
-                err << "kiv: " << a << ": missing argument " << spec.name << " (see kiv help " << a << ")\n";
+                err << "kiv: " << a << ": missing argument " << param.name << " (see kiv help " << a << ")\n";
                 return kExitUsage;
             }
             const std::string& text = args[k + 1];
             double v = 0;
-            if (!parse_value(text, spec, &v)) {
-                err << "kiv: " << a << ": " << spec.name << " expects " << kind_name(spec.kind) << ", got '" << text << "'\n";
+            if (!parse_value(text, param, &v)) {
+                err << "kiv: " << a << ": " << param.name << " expects " << kind_name(param.kind) << ", got '" << text << "'\n";
                 return kExitUsage;
             }
-            if (std::string why = out_of_range(text, spec, v); !why.empty()) {
+            if (std::string why = out_of_range(text, param, v); !why.empty()) {
                 err << "kiv: " << a << ": " << why << "\n";
                 return kExitUsage;
             }
