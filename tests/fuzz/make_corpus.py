@@ -17,11 +17,18 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 W, H = 5, 3  # odd width: every depth needs row padding
 
 
+FORMATS = ("bmp", "gif", "jpeg", "png", "tiff", "webp")
+
+
 def write(target, name, data):
     d = os.path.join(HERE, "corpus", target)
     os.makedirs(d, exist_ok=True)
     with open(os.path.join(d, name), "wb") as f:
         f.write(data)
+    # A file seed also starts its own format's reader target (named by its prefix).
+    fmt = next((f for f in FORMATS if name.startswith(f)), None)
+    if target == "image_io" and fmt:
+        write(fmt, name, data)
 
 
 def pixel(x, y):

@@ -23,7 +23,7 @@ struct Source {
 int read_bytes(GifFileType* g, GifByteType* out, int n) {
     auto* s = static_cast<Source*>(g->UserData);
     const std::size_t k = std::min<std::size_t>(n < 0 ? 0 : static_cast<std::size_t>(n), s->data->size() - s->pos);
-    std::memcpy(out, s->data->data() + s->pos, k);
+    if (k != 0) std::memcpy(out, s->data->data() + s->pos, k);  // an empty file has no data pointer
     s->pos += k;
     return static_cast<int>(k);
 }
